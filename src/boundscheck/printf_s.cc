@@ -34,7 +34,10 @@ const char* ParseLength(const char* p, Len* len) {
 void SkipInteger(va_list* ap, Len len) {
   switch (len) {
     case Len::kL: (void)va_arg(*ap, long); break;
-    case Len::kLL: (void)va_arg(*ap, long long); break;
+    case Len::kLL:
+    case Len::kBigL:  // glibc reads %Ld as long long
+      (void)va_arg(*ap, long long);
+      break;
     case Len::kJ: (void)va_arg(*ap, intmax_t); break;
     case Len::kZ: (void)va_arg(*ap, size_t); break;
     case Len::kT: (void)va_arg(*ap, ptrdiff_t); break;

@@ -27,8 +27,8 @@ errno_t DestChecks(const char* func, int line, char* dest, rsize_t destsz, const
   return 0;
 }
 
-// Copies at most count characters of src (count <= destsz - 1 - offset already checked) to
-// dest + offset, then terminates. Refuses overlap of what is read with what is written.
+// Copies n characters of src (n <= destsz - 1 - offset already checked) to dest + offset,
+// then terminates. Refuses overlap of what is read with what is written.
 errno_t Append(const char* func, int line, char* dest, rsize_t destsz, size_t offset,
                const char* src, size_t n, bool srcHasNul) {
   // Bytes read from src: n characters plus its terminator when it is reached.
@@ -42,64 +42,43 @@ errno_t Append(const char* func, int line, char* dest, rsize_t destsz, size_t of
   return 0;
 }
 
+// The four copy and append routines: at most count characters of src go after the string
+// already in dest (append) or at its start. Refused when they might not fit.
+errno_t CopyBounded(const char* func, int line, char* dest, rsize_t destsz, const char* src,
+                    rsize_t count, bool append) {
+  const errno_t e = DestChecks(func, line, dest, destsz, src, count);
+  if (e != 0) return e;
+  const size_t used = append ? BoundedLen(dest, destsz) : 0;
+  if (used == destsz) return FailEmpty(func, line, Violation::kUnterminated, dest, destsz);
+  const size_t room = destsz - used;
+  size_t len;
+  if (count >= room) {
+    len = BoundedLen(src, room);
+    if (len >= room) return FailEmpty(func, line, Violation::kNoSpace, dest, destsz);
+  } else {
+    len = BoundedLen(src, count);
+  }
+  return Append(func, line, dest, destsz, used, src, len, len < count);
+}
+
 }  // namespace
 
 extern "C" {
 
 errno_t strcpy_s(char* dest, rsize_t destsz, const char* src) {
-  constexpr const char* kFunc = "strcpy_s";
-  constexpr int kLine = bivista::bc::kLineStrcpyS;
-  const errno_t e = DestChecks(kFunc, kLine, dest, destsz, src, 0);
-  if (e != 0) return e;
-  const size_t len = BoundedLen(src, destsz);
-  if (len >= destsz) return FailEmpty(kFunc, kLine, Violation::kNoSpace, dest, destsz);
-  return Append(kFunc, kLine, dest, destsz, 0, src, len, true);
+  return CopyBounded("strcpy_s", bivista::bc::kLineStrcpyS, dest, destsz, src, RSIZE_MAX, false);
 }
 
 errno_t strncpy_s(char* dest, rsize_t destsz, const char* src, rsize_t count) {
-  constexpr const char* kFunc = "strncpy_s";
-  constexpr int kLine = bivista::bc::kLineStrncpyS;
-  const errno_t e = DestChecks(kFunc, kLine, dest, destsz, src, count);
-  if (e != 0) return e;
-  size_t len;
-  if (count >= destsz) {
-    len = BoundedLen(src, destsz);
-    if (len >= destsz) return FailEmpty(kFunc, kLine, Violation::kNoSpace, dest, destsz);
-  } else {
-    len = BoundedLen(src, count);
-  }
-  return Append(kFunc, kLine, dest, destsz, 0, src, len, len < count);
+  return CopyBounded("strncpy_s", bivista::bc::kLineStrncpyS, dest, destsz, src, count, false);
 }
 
 errno_t strcat_s(char* dest, rsize_t destsz, const char* src) {
-  constexpr const char* kFunc = "strcat_s";
-  constexpr int kLine = bivista::bc::kLineStrcatS;
-  const errno_t e = DestChecks(kFunc, kLine, dest, destsz, src, 0);
-  if (e != 0) return e;
-  const size_t used = BoundedLen(dest, destsz);
-  const size_t room = destsz - used;
-  if (room == 0) return FailEmpty(kFunc, kLine, Violation::kUnterminated, dest, destsz);
-  const size_t len = BoundedLen(src, room);
-  if (len >= room) return FailEmpty(kFunc, kLine, Violation::kNoSpace, dest, destsz);
-  return Append(kFunc, kLine, dest, destsz, used, src, len, true);
+  return CopyBounded("strcat_s", bivista::bc::kLineStrcatS, dest, destsz, src, RSIZE_MAX, true);
 }
 
 errno_t strncat_s(char* dest, rsize_t destsz, const char* src, rsize_t count) {
-  constexpr const char* kFunc = "strncat_s";
-  constexpr int kLine = bivista::bc::kLineStrncatS;
-  const errno_t e = DestChecks(kFunc, kLine, dest, destsz, src, count);
-  if (e != 0) return e;
-  const size_t used = BoundedLen(dest, destsz);
-  const size_t room = destsz - used;
-  if (room == 0) return FailEmpty(kFunc, kLine, Violation::kUnterminated, dest, destsz);
-  size_t len;
-  if (count >= room) {
-    len = BoundedLen(src, room);
-    if (len >= room) return FailEmpty(kFunc, kLine, Violation::kNoSpace, dest, destsz);
-  } else {
-    len = BoundedLen(src, count);
-  }
-  return Append(kFunc, kLine, dest, destsz, used, src, len, len < count);
+  return CopyBounded("strncat_s", bivista::bc::kLineStrncatS, dest, destsz, src, count, true);
 }
 
 char* strtok_s(char* str, rsize_t* strmax, const char* delim, char** ptr) {

@@ -104,9 +104,9 @@ TEST(PrintfS, ArgumentWalkFindsTheNullString) {
   bvtest::LogCapture log;
   char buf[128];
   const char* null = nullptr;
-  EXPECT_EQ(sprintf_s(buf, sizeof buf, "%*.*f %lld %Lf %c %p %zu %s %s", 5, 2, 1.5, 1LL,
-                      static_cast<long double>(2), 'c', static_cast<void*>(buf), size_t{3}, "ok",
-                      null),
+  EXPECT_EQ(sprintf_s(buf, sizeof buf, "%*.*f %lld %Lf %c %p %zu %Ld %s %s", 5, 2, 1.5, 1LL,
+                      static_cast<long double>(2), 'c', static_cast<void*>(buf), size_t{3},
+                      1LL << 40, "ok", null),
             0);
   EXPECT_TRUE(OneViolation(log, "sprintf_s", bc::kLineSprintfS, "null %s argument"));
   EXPECT_GT(sprintf_s(buf, sizeof buf, "%*.*f %lld %Lf %c %p %zu %s %%", 5, 2, 1.5, 1LL,
