@@ -11,9 +11,9 @@ using bivista::bc::Violation;
 
 namespace {
 
-constexpr size_t kMaxSpec = 24;  // longest numeric conversion handed to sscanf
+constexpr size_t kMaxNumericFormat = 24;  // longest numeric conversion handed to sscanf
 
-struct Spec {
+struct Conversion {
   bool suppress = false;
   size_t width = 0;  // 0: no width given
   char conv = 0;
@@ -30,17 +30,17 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool TakesSize(char conv) { return conv == 's' || conv == 'c' || conv == '['; }
 
 // Parses the conversion starting just after '%'. False for anything we do not convert:
-// %n, positional or zero widths, wide-character conversions, unknown specifiers.
-bool ParseSpec(const char* p, Spec* spec, Violation* why) {
+// %n, positional or zero widths, wide-character conversions, unknown conversion letters.
+bool ParseConversion(const char* p, Conversion* cv, Violation* why) {
   *why = Violation::kBadConversion;
-  spec->text = p;
+  cv->text = p;
   if (*p == '%') {
-    spec->conv = '%';
-    spec->next = p + 1;
+    cv->conv = '%';
+    cv->next = p + 1;
     return true;
   }
   if (*p == '*') {
-    spec->suppress = true;
+    cv->suppress = true;
     ++p;
   }
   if (IsDigit(*p)) {
@@ -52,7 +52,7 @@ bool ParseSpec(const char* p, Spec* spec, Violation* why) {
       ++p;
     }
     if (*p == '$') return false;
-    spec->width = w;
+    cv->width = w;
   }
   bool wide = false;
   if (p[0] == 'h' && p[1] == 'h') {
@@ -72,38 +72,38 @@ bool ParseSpec(const char* p, Spec* spec, Violation* why) {
   }
   if (c == '\0' || strchr("diouxXaAeEfFgGpsc[", c) == nullptr) return false;
   if (wide && TakesSize(c)) return false;
-  spec->conv = c;
+  cv->conv = c;
   ++p;
   if (c == '[') {
     if (*p == '^') {
-      spec->setNegate = true;
+      cv->setNegate = true;
       ++p;
     }
-    spec->setBegin = p;
+    cv->setBegin = p;
     if (*p == ']') ++p;  // a leading ']' is a member
     while (*p != '\0' && *p != ']') ++p;
     if (*p != ']') return false;
-    spec->setEnd = p;
+    cv->setEnd = p;
     ++p;
   }
-  spec->textLen = static_cast<size_t>(p - spec->text);
-  if (c != '[' && spec->textLen + 4 > kMaxSpec) return false;
-  spec->next = p;
+  cv->textLen = static_cast<size_t>(p - cv->text);
+  if (c != '[' && cv->textLen + 4 > kMaxNumericFormat) return false;
+  cv->next = p;
   return true;
 }
 
-bool InSet(const Spec& spec, unsigned char ch) {
+bool InSet(const Conversion& cv, unsigned char ch) {
   bool found = false;
-  for (const char* q = spec.setBegin; q < spec.setEnd && !found; ++q) {
+  for (const char* q = cv.setBegin; q < cv.setEnd && !found; ++q) {
     // "a-z" is a range unless '-' is first or last.
-    if (q[1] == '-' && q + 2 < spec.setEnd && q != spec.setEnd - 1) {
+    if (q[1] == '-' && q + 2 < cv.setEnd && q != cv.setEnd - 1) {
       found = ch >= static_cast<unsigned char>(q[0]) && ch <= static_cast<unsigned char>(q[2]);
       q += 2;
     } else {
       found = ch == static_cast<unsigned char>(*q);
     }
   }
-  return found != spec.setNegate;
+  return found != cv.setNegate;
 }
 
 // Checks the whole format and every receiving argument before anything is stored.
@@ -116,17 +116,17 @@ bool CheckArguments(const char* format, va_list args, Violation* why) {
       ++p;
       continue;
     }
-    Spec spec;
-    if (!ParseSpec(p + 1, &spec, why)) {
+    Conversion cv;
+    if (!ParseConversion(p + 1, &cv, why)) {
       ok = false;
       break;
     }
-    p = spec.next;
-    if (spec.conv == '%' || spec.suppress) continue;
+    p = cv.next;
+    if (cv.conv == '%' || cv.suppress) continue;
     if (va_arg(ap, void*) == nullptr) {
       *why = Violation::kNullTarget;
       ok = false;
-    } else if (TakesSize(spec.conv)) {
+    } else if (TakesSize(cv.conv)) {
       (void)va_arg(ap, rsize_t);
     }
   }
@@ -135,15 +135,15 @@ bool CheckArguments(const char* format, va_list args, Violation* why) {
 }
 
 // Characters of a %s, %c or %[ field starting at in; 0 means the field does not match.
-size_t FieldLength(const Spec& spec, const char* in) {
-  const size_t limit = spec.width != 0 ? spec.width : (spec.conv == 'c' ? 1 : RSIZE_MAX);
+size_t FieldLength(const Conversion& cv, const char* in) {
+  const size_t limit = cv.width != 0 ? cv.width : (cv.conv == 'c' ? 1 : RSIZE_MAX);
   size_t n = 0;
-  if (spec.conv == 'c') {
+  if (cv.conv == 'c') {
     n = bivista::bc::BoundedLen(in, limit);
     return n == limit ? n : 0;  // fewer characters than the width: an input failure
   }
   while (n < limit && in[n] != '\0' &&
-         (spec.conv == 's' ? !IsSpace(in[n]) : InSet(spec, static_cast<unsigned char>(in[n])))) {
+         (cv.conv == 's' ? !IsSpace(in[n]) : InSet(cv, static_cast<unsigned char>(in[n])))) {
     ++n;
   }
   return n;
@@ -170,30 +170,30 @@ int Scan(const char* input, const char* format, va_list args) {
       ++p;
       continue;
     }
-    Spec spec;
+    Conversion cv;
     Violation unused;
-    ParseSpec(p + 1, &spec, &unused);  // already validated
-    p = spec.next;
-    if (spec.conv != 'c' && spec.conv != '[') {
+    ParseConversion(p + 1, &cv, &unused);  // already validated
+    p = cv.next;
+    if (cv.conv != 'c' && cv.conv != '[') {
       while (IsSpace(*in)) ++in;
     }
     if (*in == '\0') {
       inputFailure = true;
       break;
     }
-    if (spec.conv == '%') {
+    if (cv.conv == '%') {
       if (*in != '%') break;
       ++in;
       continue;
     }
-    void* dest = spec.suppress ? nullptr : va_arg(ap, void*);
-    if (!TakesSize(spec.conv)) {
-      char sub[kMaxSpec];
+    void* dest = cv.suppress ? nullptr : va_arg(ap, void*);
+    if (!TakesSize(cv.conv)) {
+      char sub[kMaxNumericFormat];
       sub[0] = '%';
-      memcpy(sub + 1, spec.text, spec.textLen);
-      memcpy(sub + 1 + spec.textLen, "%n", 3);
+      memcpy(sub + 1, cv.text, cv.textLen);
+      memcpy(sub + 1 + cv.textLen, "%n", 3);
       int used = -1;
-      if (spec.suppress) {
+      if (cv.suppress) {
         sscanf(in, sub, &used);
       } else {
         sscanf(in, sub, dest, &used);
@@ -201,27 +201,27 @@ int Scan(const char* input, const char* format, va_list args) {
       if (used < 0) break;
       in += used;
     } else {
-      const rsize_t size = spec.suppress ? 0 : va_arg(ap, rsize_t);
-      const size_t n = FieldLength(spec, in);
+      const rsize_t size = cv.suppress ? 0 : va_arg(ap, rsize_t);
+      const size_t n = FieldLength(cv, in);
       if (n == 0) {
-        inputFailure = spec.conv == 'c';
+        inputFailure = cv.conv == 'c';
         break;
       }
-      if (!spec.suppress) {
+      if (!cv.suppress) {
         char* out = static_cast<char*>(dest);
-        const size_t need = spec.conv == 'c' ? n : n + 1;
+        const size_t need = cv.conv == 'c' ? n : n + 1;
         if (size < need) {
           // Too small a receiving array is a matching failure that leaves it empty.
           if (size != 0) out[0] = '\0';
           break;
         }
         memcpy(out, in, n);
-        if (spec.conv != 'c') out[n] = '\0';
+        if (cv.conv != 'c') out[n] = '\0';
       }
       in += n;
     }
     converted = true;
-    if (!spec.suppress) ++assigned;
+    if (!cv.suppress) ++assigned;
   }
   va_end(ap);
   return inputFailure && !converted ? EOF : assigned;
