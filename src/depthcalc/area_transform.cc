@@ -1,0 +1,260 @@
+// Shift of the focus area into the other camera's image: disparity plus the warp's displacement.
+#include <math.h>
+#include <string.h>
+
+#include "bivista/mem_services.h"
+#include "common/log_internal.h"
+#include "depthcalc/depthcalc_internal.h"
+
+namespace bivista {
+namespace {
+
+constexpr int kLineCalcWarpingMatrix = 401;
+constexpr int kLineCalcVxVyInverse = 452;
+constexpr int kLineCalcVxVyFailed = 461;
+constexpr int kLineCalcAreaVxVy = 489;
+constexpr int kLineTransMalloc = 517;
+constexpr int kLineTransCalcVxVy = 548;
+
+constexpr double kEpsilon = 2.220446e-16;
+
+enum class Form { kForward, kInverse, kNone };
+
+// Which way the warp is stored relative to what the shift needs.
+Form ShiftForm(int mode, int form) {
+  if ((mode == 1 && form == 0) || (mode == 0 && form == 1)) return Form::kForward;
+  if ((mode == 1 && form == 1) || (mode == 0 && form == 0)) return Form::kInverse;
+  return Form::kNone;
+}
+
+inline int RoundPos(double v) { return ToInt32Sat(v + 0.5); }
+
+// Disparity of the area in pixels; negative samples count as 0.
+void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h, float* out) {
+  for (int y = 0; y < h; ++y) {
+    const size_t base = static_cast<size_t>(r.top + y) * rec.stride + r.left;
+    float* o = out + static_cast<size_t>(y) * w;
+    for (int x = 0; x < w; ++x) {
+      const int v = RawSample(rec, base + x) + rec.dispOffset;
+      o[x] = v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
+    }
+  }
+}
+
+struct Sums {
+  float x = 0.0f;
+  float y = 0.0f;
+  int count = 0;
+};
+
+Sums ForwardSums(const float* disp, const float* vx, const float* vy, int w, int h, int dir) {
+  Sums s;
+  s.count = w * h;
+  for (int r = 0; r < h; ++r) {
+    for (int c = 0; c < w; ++c) {
+      const float d = disp[static_cast<size_t>(r) * w + c];
+      int r2 = r, c2 = c;
+      if (dir <= 1) {
+        r2 = RoundPos(static_cast<double>(d) + r);
+      } else {
+        c2 = RoundPos(static_cast<double>(c) + d);
+      }
+      if (r2 < 0 || r2 >= h || c2 < 0 || c2 >= w) {
+        --s.count;
+        continue;
+      }
+      const size_t t = static_cast<size_t>(r2) * w + c2;
+      switch (dir) {
+        case 0: s.x += vx[t]; s.y += vy[t] - d; break;
+        case 1: s.x += vx[t]; s.y += vy[t] + d; break;
+        case 2: s.x += vx[t] - d; s.y += vy[t]; break;
+        default: s.x += vx[t] + d; s.y += vy[t]; break;
+      }
+    }
+  }
+  return s;
+}
+
+Sums InverseSums(const float* disp, const float* vx, const float* vy, int w, int h, int dir) {
+  Sums s;
+  s.count = w * h;
+  for (int r = 0; r < h; ++r) {
+    for (int c = 0; c < w; ++c) {
+      const size_t i = static_cast<size_t>(r) * w + c;
+      const float fx = vx[i];
+      const float fy = vy[i];
+      const int r2 = RoundPos(static_cast<double>(r) + fy);
+      const int c2 = RoundPos(static_cast<double>(c) + fx);
+      if (r2 < 0 || r2 >= h || c2 < 0 || c2 >= w) {
+        --s.count;
+        continue;
+      }
+      const float D = disp[static_cast<size_t>(r2) * w + c2];
+      switch (dir) {
+        case 0: s.x += fx; s.y = D + fy + static_cast<float>(r); break;  // set, not added
+        case 1: s.x += fx; s.y += fy - D; break;
+        case 2: s.x += fx + D; s.y += fy; break;
+        default: s.x += fx - D; s.y += fy; break;
+      }
+    }
+  }
+  return s;
+}
+
+}  // namespace
+
+int InvertMatrix3x3(const float* m, float* inv) {
+  const float a = m[0], b = m[1], c = m[2];
+  const float d = m[3], e = m[4], f = m[5];
+  const float g = m[6], h = m[7], i = m[8];
+  const float c00 = e * i - f * h;
+  const float c01 = f * g - d * i;
+  const float c02 = d * h - e * g;
+  const float det = a * c00 + b * c01 + c * c02;
+  if (!(fabs(static_cast<double>(det)) > kEpsilon)) return -1;
+  inv[0] = c00 / det;
+  inv[1] = (c * h - b * i) / det;
+  inv[2] = (b * f - c * e) / det;
+  inv[3] = c01 / det;
+  inv[4] = (a * i - c * g) / det;
+  inv[5] = (c * d - a * f) / det;
+  inv[6] = c02 / det;
+  inv[7] = (b * g - a * h) / det;
+  inv[8] = (a * e - b * d) / det;
+  return 0;
+}
+
+void MulMatrix3x3(const float* a, const float* b, float* c) {
+  float out[9];
+  for (int r = 0; r < 3; ++r) {
+    for (int col = 0; col < 3; ++col) {
+      float acc = 0.0f;
+      for (int k = 0; k < 3; ++k) acc = fmaf(a[r * 3 + k], b[k * 3 + col], acc);
+      out[r * 3 + col] = acc;
+    }
+  }
+  memcpy(c, out, sizeof out);
+}
+
+int CalcWarpingMatrix(const float* warp, int rectifyW, int rectifyH, int fixW, int fixH,
+                      float* homography) {
+  float winv[9];
+  if (InvertMatrix3x3(warp, winv) != 0) {
+    BV_LOGE(kTagAlgo, "CalcWarpingMatrix", kLineCalcWarpingMatrix, "Input warp image matrix is wrong");
+    return -1;
+  }
+  const float hw = static_cast<float>(rectifyW) * 0.5f;
+  const float hh = static_cast<float>(rectifyH) * 0.5f;
+  const float t1[9] = {1, 0, -hw, 0, 1, -hh, 0, 0, 1};
+  const float t2[9] = {1, 0, hw, 0, 1, hh, 0, 0, 1};
+  float m[9];
+  MulMatrix3x3(winv, t1, m);
+  MulMatrix3x3(t2, m, m);
+  // The rectified frame is scaled to the fixed frame by one factor on both axes.
+  const float s = static_cast<float>(fixW) / static_cast<float>(rectifyW);
+  const float scale[9] = {s, 0, 0, 0, s, 0, 0, 0, 1};
+  float sinv[9];
+  if (InvertMatrix3x3(scale, sinv) != 0) {
+    BV_LOGE(kTagAlgo, "CalcWarpingMatrix", kLineCalcWarpingMatrix, "Input warp image matrix is wrong");
+    return -1;
+  }
+  MulMatrix3x3(m, sinv, m);
+  MulMatrix3x3(scale, m, homography);
+  (void)fixH;
+  return 0;
+}
+
+int CalcVxVy(int mode, const BIVISTA_CalibParam& calib, int fixW, int fixH, float* homography) {
+  float warp[9];
+  memcpy(warp, calib.warpMatrix, sizeof warp);
+  if (ShiftForm(mode, calib.warpMatrixForm) == Form::kInverse) {
+    if (InvertMatrix3x3(calib.warpMatrix, warp) != 0) {
+      BV_LOGE(kTagAlgo, "CalcVxVy", kLineCalcVxVyInverse, "Input warp image matrix is wrong");
+      return -1;
+    }
+  }
+  if (CalcWarpingMatrix(warp, calib.rectifiedWidth, calib.rectifiedHeight, fixW, fixH,
+                        homography) != 0) {
+    BV_LOGE(kTagAlgo, "CalcVxVy", kLineCalcVxVyFailed,
+            "CalcWarpingMatrix failed rectifyW: %d rectifyH: %d fixW: %d fixH: %d",
+            calib.rectifiedWidth, calib.rectifiedHeight, fixW, fixH);
+    return -1;
+  }
+  return 0;
+}
+
+void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
+                  float* vy) {
+  size_t i = 0;
+  for (int y = rect.top; y <= rect.bottom; ++y) {
+    const float Y = static_cast<float>(y + yoff);
+    for (int x = rect.left; x <= rect.right; ++x, ++i) {
+      const float X = static_cast<float>(x + xoff);
+      float z = H[6] * X + H[7] * Y + H[8];
+      if (fabsf(z) < kEpsilon) {
+        BV_LOGW(kTagAlgo, "calcAreaVxVy", kLineCalcAreaVxVy, "find exception z valu");
+        z = 1.0f;
+      }
+      vx[i] = (H[0] * X + H[1] * Y + H[2]) / z - X;
+      vy[i] = (H[3] * X + H[4] * Y + H[5]) / z - Y;
+    }
+  }
+}
+
+int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
+                      const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
+  const int w = rect.right - rect.left + 1;
+  const int h = rect.bottom - rect.top + 1;
+  const int bytes = w * h * static_cast<int>(sizeof(float));
+  float* disp = static_cast<float*>(safeNew(bytes));
+  float* vx = disp ? static_cast<float*>(safeNew(bytes)) : nullptr;
+  float* vy = vx ? static_cast<float*>(safeNew(bytes)) : nullptr;
+  if (vy == nullptr) {
+    BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
+    safeDelete(vx);
+    safeDelete(disp);
+    return -1;
+  }
+  FillDisparity(rec, rect, w, h, disp);
+
+  // Square and wide maps are centred in a 4:3 frame.
+  const int W = rec.width;
+  const int Hd = rec.height;
+  const int fixW = (W == Hd) ? Hd * 4 / 3 : W;
+  int fixH = Hd;
+  if (9 * fixW == 16 * Hd) fixH = fixW * 3 / 4;
+  if (9 * fixW == 18 * fixH) fixH = fixW * 3 / 4;
+
+  float H[9];
+  if (CalcVxVy(rec.mode, calib, fixW, fixH, H) != 0) {
+    BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransCalcVxVy, "CalcVxVy failed in TransDispariyArea");
+    safeDelete(vy);
+    safeDelete(vx);
+    safeDelete(disp);
+    return -1;
+  }
+  calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
+
+  Sums s;
+  const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
+  const int dir = rec.shiftDirection;
+  s.count = w * h;
+  if (dir >= 0 && dir <= 3) {
+    if (form == Form::kForward) s = ForwardSums(disp, vx, vy, w, h, dir);
+    if (form == Form::kInverse) s = InverseSums(disp, vx, vy, w, h, dir);
+  }
+  safeDelete(vy);
+  safeDelete(vx);
+  safeDelete(disp);
+  if (s.count == 0) {
+    // Nothing landed inside the area: no measured shift rather than a not-a-number.
+    *averShiftX = 0.0f;
+    *averShiftY = 0.0f;
+    return 0;
+  }
+  *averShiftX = s.x / static_cast<float>(s.count);
+  *averShiftY = s.y / static_cast<float>(s.count);
+  return 0;
+}
+
+}  // namespace bivista
