@@ -30,14 +30,25 @@ Form ShiftForm(int mode, int form) {
 inline int RoundPos(double v) { return ToInt32Sat(v + 0.5); }
 
 // Disparity of the area in pixels; negative samples count as 0.
-void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h, float* out) {
+template <typename T>
+void FillDisparityT(const T* data, int dispOffset, int stride, const BIVISTA_Rect& r, int w, int h,
+                    float* out) {
   for (int y = 0; y < h; ++y) {
-    const size_t base = static_cast<size_t>(r.top + y) * rec.stride + r.left;
+    const T* row = data + static_cast<size_t>(r.top + y) * stride + r.left;
     float* o = out + static_cast<size_t>(y) * w;
     for (int x = 0; x < w; ++x) {
-      const int v = RawSample(rec, base + x) + rec.dispOffset;
+      const int v = row[x] + dispOffset;
       o[x] = v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
     }
+  }
+}
+
+void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h, float* out) {
+  if (rec.format == 0) {
+    FillDisparityT(static_cast<const uint8_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h, out);
+  } else {
+    FillDisparityT(static_cast<const uint16_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h,
+                   out);
   }
 }
 
@@ -47,14 +58,17 @@ struct Sums {
   int count = 0;
 };
 
-Sums ForwardSums(const float* disp, const float* vx, const float* vy, int w, int h, int dir) {
+// Each sample's disparity carries it along the pair's axis; the field is read where it lands.
+template <int Dir>
+Sums ForwardSums(const float* disp, const float* vx, const float* vy, int w, int h) {
   Sums s;
   s.count = w * h;
   for (int r = 0; r < h; ++r) {
+    const float* drow = disp + static_cast<size_t>(r) * w;
     for (int c = 0; c < w; ++c) {
-      const float d = disp[static_cast<size_t>(r) * w + c];
+      const float d = drow[c];
       int r2 = r, c2 = c;
-      if (dir <= 1) {
+      if (Dir <= 1) {
         r2 = RoundPos(static_cast<double>(d) + r);
       } else {
         c2 = RoundPos(static_cast<double>(c) + d);
@@ -64,18 +78,18 @@ Sums ForwardSums(const float* disp, const float* vx, const float* vy, int w, int
         continue;
       }
       const size_t t = static_cast<size_t>(r2) * w + c2;
-      switch (dir) {
-        case 0: s.x += vx[t]; s.y += vy[t] - d; break;
-        case 1: s.x += vx[t]; s.y += vy[t] + d; break;
-        case 2: s.x += vx[t] - d; s.y += vy[t]; break;
-        default: s.x += vx[t] + d; s.y += vy[t]; break;
-      }
+      if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
+      if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
+      if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
+      if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
     }
   }
   return s;
 }
 
-Sums InverseSums(const float* disp, const float* vx, const float* vy, int w, int h, int dir) {
+// Each sample moves by its own field; the disparity is read where it lands.
+template <int Dir>
+Sums InverseSums(const float* disp, const float* vx, const float* vy, int w, int h) {
   Sums s;
   s.count = w * h;
   for (int r = 0; r < h; ++r) {
@@ -90,15 +104,35 @@ Sums InverseSums(const float* disp, const float* vx, const float* vy, int w, int
         continue;
       }
       const float D = disp[static_cast<size_t>(r2) * w + c2];
-      switch (dir) {
-        case 0: s.x += fx; s.y = D + fy + static_cast<float>(r); break;  // set, not added
-        case 1: s.x += fx; s.y += fy - D; break;
-        case 2: s.x += fx + D; s.y += fy; break;
-        default: s.x += fx - D; s.y += fy; break;
-      }
+      if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(r); }  // set, not added
+      if (Dir == 1) { s.x += fx; s.y += fy - D; }
+      if (Dir == 2) { s.x += fx + D; s.y += fy; }
+      if (Dir == 3) { s.x += fx - D; s.y += fy; }
     }
   }
   return s;
+}
+
+Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy, int w,
+               int h) {
+  if (form == Form::kForward) {
+    switch (dir) {
+      case 0: return ForwardSums<0>(disp, vx, vy, w, h);
+      case 1: return ForwardSums<1>(disp, vx, vy, w, h);
+      case 2: return ForwardSums<2>(disp, vx, vy, w, h);
+      case 3: return ForwardSums<3>(disp, vx, vy, w, h);
+    }
+  } else if (form == Form::kInverse) {
+    switch (dir) {
+      case 0: return InverseSums<0>(disp, vx, vy, w, h);
+      case 1: return InverseSums<1>(disp, vx, vy, w, h);
+      case 2: return InverseSums<2>(disp, vx, vy, w, h);
+      case 3: return InverseSums<3>(disp, vx, vy, w, h);
+    }
+  }
+  Sums none;
+  none.count = w * h;
+  return none;
 }
 
 }  // namespace
@@ -183,20 +217,42 @@ int CalcVxVy(int mode, const BIVISTA_CalibParam& calib, int fixW, int fixH, floa
   return 0;
 }
 
+// Smallest float not below the double epsilon: |z| < it exactly when |z| < the epsilon.
+float EpsilonAsFloat() {
+  const float e = static_cast<float>(kEpsilon);
+  return static_cast<double>(e) < kEpsilon ? nextafterf(e, 1.0f) : e;
+}
+
 void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
                   float* vy) {
-  size_t i = 0;
+  const int w = rect.right - rect.left + 1;
+  const float h0 = H[0], h1 = H[1], h2 = H[2], h3 = H[3], h4 = H[4], h5 = H[5];
+  const float h6 = H[6], h7 = H[7], h8 = H[8];
+  const float eps = EpsilonAsFloat();
   for (int y = rect.top; y <= rect.bottom; ++y) {
     const float Y = static_cast<float>(y + yoff);
-    for (int x = rect.left; x <= rect.right; ++x, ++i) {
-      const float X = static_cast<float>(x + xoff);
-      float z = H[6] * X + H[7] * Y + H[8];
-      if (fabsf(z) < kEpsilon) {
+    float* __restrict rx = vx + static_cast<size_t>(y - rect.top) * w;
+    float* __restrict ry = vy + static_cast<size_t>(y - rect.top) * w;
+    const int x0 = rect.left + xoff;
+    // Straight pass first (it vectorises); a row holding a degenerate z is redone with the guard.
+    int degenerate = 0;
+    for (int i = 0; i < w; ++i) {
+      const float X = static_cast<float>(x0 + i);
+      const float z = h6 * X + h7 * Y + h8;
+      degenerate |= fabsf(z) < eps;
+      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
+      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
+    }
+    if (!degenerate) continue;
+    for (int i = 0; i < w; ++i) {
+      const float X = static_cast<float>(x0 + i);
+      float z = h6 * X + h7 * Y + h8;
+      if (fabsf(z) < eps) {
         BV_LOGW(kTagAlgo, "calcAreaVxVy", kLineCalcAreaVxVy, "find exception z valu");
         z = 1.0f;
       }
-      vx[i] = (H[0] * X + H[1] * Y + H[2]) / z - X;
-      vy[i] = (H[3] * X + H[4] * Y + H[5]) / z - Y;
+      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
+      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
     }
   }
 }
@@ -205,16 +261,15 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
   const int w = rect.right - rect.left + 1;
   const int h = rect.bottom - rect.top + 1;
-  const int bytes = w * h * static_cast<int>(sizeof(float));
-  float* disp = static_cast<float*>(safeNew(bytes));
-  float* vx = disp ? static_cast<float*>(safeNew(bytes)) : nullptr;
-  float* vy = vx ? static_cast<float*>(safeNew(bytes)) : nullptr;
-  if (vy == nullptr) {
+  // One block for the three planes: one allocation to fail or free.
+  const int plane = w * h;
+  float* disp = static_cast<float*>(safeNew(plane * 3 * static_cast<int>(sizeof(float))));
+  if (disp == nullptr) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
-    safeDelete(vx);
-    safeDelete(disp);
     return -1;
   }
+  float* vx = disp + plane;
+  float* vy = vx + plane;
   FillDisparity(rec, rect, w, h, disp);
 
   // Square and wide maps are centred in a 4:3 frame.
@@ -228,23 +283,13 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   float H[9];
   if (CalcVxVy(rec.mode, calib, fixW, fixH, H) != 0) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransCalcVxVy, "CalcVxVy failed in TransDispariyArea");
-    safeDelete(vy);
-    safeDelete(vx);
     safeDelete(disp);
     return -1;
   }
   calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
 
-  Sums s;
-  const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
-  const int dir = rec.shiftDirection;
-  s.count = w * h;
-  if (dir >= 0 && dir <= 3) {
-    if (form == Form::kForward) s = ForwardSums(disp, vx, vy, w, h, dir);
-    if (form == Form::kInverse) s = InverseSums(disp, vx, vy, w, h, dir);
-  }
-  safeDelete(vy);
-  safeDelete(vx);
+  const Sums s = ShiftSums(ShiftForm(rec.mode, calib.warpMatrixForm), rec.shiftDirection, disp,
+                           vx, vy, w, h);
   safeDelete(disp);
   if (s.count == 0) {
     // Nothing landed inside the area: no measured shift rather than a not-a-number.

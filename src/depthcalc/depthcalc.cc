@@ -3,6 +3,7 @@
 
 #include <math.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "android_platform.h"
 #include "common/log_internal.h"
@@ -123,8 +124,10 @@ int ValidateCalcInputs(const DisparityType* disparity, const uint8_t* inputConfi
   return BIVISTA_OK;
 }
 
-// Mode-1 scratch: the corrected planes, zeroed (calloc of a large block maps fresh zero pages,
-// so only the pages the area touches are ever faulted in).
+// Mode-1 scratch. The corrected planes only ever hold the focus area, so the analysis works on
+// packed copies (rows w samples apart) and the map-sized zeroed planes are made only for a dump.
+// Map-sized planes cost a page fault per area row and, once the allocator keeps them on its heap,
+// a clear of every byte on each call.
 struct CorrectedPlanes {
   uint8_t* confidence = nullptr;
   void* disparity = nullptr;
@@ -134,14 +137,13 @@ struct CorrectedPlanes {
   }
 };
 
-int AllocCorrected(const DisparityType& rec, CorrectedPlanes* planes) {
-  const size_t samples = static_cast<size_t>(rec.stride) * rec.height;
+int AllocCorrected(int format, size_t samples, CorrectedPlanes* planes) {
   planes->confidence = static_cast<uint8_t*>(calloc(samples, 1));
   if (planes->confidence == nullptr) {
     BV_LOGE(kTagAlgo, kCalc, kLineMallocConf, "Malloc CorrectedConfidence memory error!");
     return -1;
   }
-  if (rec.format != 0) {
+  if (format != 0) {
     planes->disparity = calloc(samples, sizeof(uint16_t));
     if (planes->disparity == nullptr) {
       BV_LOGE(kTagAlgo, kCalc, kLineMallocUshort, "Malloc CorrectedDisp_ushort memory error!");
@@ -153,6 +155,37 @@ int AllocCorrected(const DisparityType& rec, CorrectedPlanes* planes) {
       BV_LOGE(kTagAlgo, kCalc, kLineMallocUchar, "Malloc CorrectedDisp_uchar memory error!");
       return -1;
     }
+  }
+  return 0;
+}
+
+// Copies h rows of w bytes between planes with their own strides.
+void CopyRows(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride, int w,
+              int h) {
+  for (int y = 0; y < h; ++y) memcpy(dst + y * dstStride, src + y * srcStride, w);
+}
+
+// The dump sees map-sized zeroed planes holding the corrected area; the frame it paints is
+// carried back into the packed disparity that the analysis reads next.
+int DumpCorrected(const DisparityType& rec, const BIVISTA_Rect& area, int w, int h,
+                  CorrectedPlanes* packed) {
+  CorrectedPlanes full;
+  if (AllocCorrected(rec.format, static_cast<size_t>(rec.stride) * rec.height, &full) != 0) {
+    return -1;
+  }
+  const size_t corner = static_cast<size_t>(area.top) * rec.stride + area.left;
+  if (w > 0 && h > 0) {
+    CopyRows(packed->confidence, w, full.confidence + corner, rec.stride, w, h);
+    if (rec.format == 0) {
+      CopyRows(static_cast<uint8_t*>(packed->disparity), w,
+               static_cast<uint8_t*>(full.disparity) + corner, rec.stride, w, h);
+    }
+  }
+  bivista::SaveDispTransImage(rec.format == 0 ? static_cast<uint8_t*>(full.disparity) : nullptr,
+                              full.confidence, rec.width, rec.height, rec.stride, area);
+  if (rec.format == 0 && w > 0 && h > 0) {
+    CopyRows(static_cast<uint8_t*>(full.disparity) + corner, rec.stride,
+             static_cast<uint8_t*>(packed->disparity), w, w, h);
   }
   return 0;
 }
@@ -265,24 +298,27 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
     const double focal = cam[1] < cam[2] ? cam[1] : cam[2];
     const float K = static_cast<float>(static_cast<double>(f) * focal * baseline);
 
-    DisparityType analysed = rec;
-    const uint8_t* confidence = inputConfidence;
-    CorrectedPlanes planes;
-    if (rec.mode == 1) {
-      if (AllocCorrected(rec, &planes) != 0) return BIVISTA_ERR_FAILED;
-      bivista::CorrectFocusArea(rec, inputConfidence, area, planes.disparity, planes.confidence);
-      if (DumpEnabled()) {
-        // The dump paints its frame into the plane the analysis reads next.
-        bivista::SaveDispTransImage(
-            rec.format == 0 ? static_cast<uint8_t*>(planes.disparity) : nullptr,
-            planes.confidence, rec.width, rec.height, stride, area);
-      }
-      analysed.data = planes.disparity;
-      confidence = planes.confidence;
-    }
     float result[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-    bivista::analysisAFDepth(analysed, stride, w, h, offset, result, K, confidence);
-    const int multi = bivista::D2AnalysisAFMultiDepth(analysed, stride, w, h, offset);
+    int multi = 0;
+    if (rec.mode == 1) {
+      CorrectedPlanes packed;
+      const size_t samples = static_cast<size_t>(w > 0 ? w : 0) * (h > 0 ? h : 0);
+      if (AllocCorrected(rec.format, samples > 0 ? samples : 1, &packed) != 0) {
+        return BIVISTA_ERR_FAILED;
+      }
+      bivista::CorrectFocusAreaPacked(rec, inputConfidence, area, packed.disparity,
+                                      packed.confidence, w);
+      if (DumpEnabled() && DumpCorrected(rec, area, w, h, &packed) != 0) {
+        return BIVISTA_ERR_FAILED;
+      }
+      DisparityType analysed = rec;
+      analysed.data = packed.disparity;
+      bivista::analysisAFDepth(analysed, w, w, h, 0, result, K, packed.confidence);
+      multi = bivista::MultiDepthRows(analysed, w, w, h, 0, static_cast<int16_t>(stride));
+    } else {
+      bivista::analysisAFDepth(rec, stride, w, h, offset, result, K, inputConfidence);
+      multi = bivista::D2AnalysisAFMultiDepth(rec, stride, w, h, offset);
+    }
     *beMultiDepth = multi;
     float D = result[0];
     if (D > kMaxDisparity || D < kMinDisparity) D = kMinDisparity;

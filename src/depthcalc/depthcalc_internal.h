@@ -12,7 +12,12 @@ namespace bivista {
 constexpr int kHistBins = 160;
 
 // Float to int as AArch64 converts: truncation, saturation, not-a-number gives 0.
-int32_t ToInt32Sat(double v);
+inline int32_t ToInt32Sat(double v) {
+  if (v != v) return 0;
+  if (v >= 2147483647.0) return INT32_MAX;
+  if (v <= -2147483648.0) return INT32_MIN;
+  return static_cast<int32_t>(v);
+}
 
 // Sample i of the plane, by the record's format.
 inline int32_t RawSample(const DisparityType& rec, size_t i) {
@@ -30,9 +35,16 @@ int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, i
 int analysisAFDepth(DisparityType rec, int stride, int w, int h, int offset, float* result,
                     float K, const uint8_t* confidence);
 int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offset);
+// The same on rows rowStride apart, with the running minimum starting at minStart.
+int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset, int minStart);
 // outDisp has the record's sample format; both outputs share the input's stride.
 void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
                       void* outDisp, uint8_t* outConf);
+// The same into planes that hold only the rectangle: (row, x) lands at
+// (row - top) * outStride + (x - left).
+void CorrectFocusAreaPacked(const DisparityType& rec, const uint8_t* confidence,
+                            const BIVISTA_Rect& rect, void* outDisp, uint8_t* outConf,
+                            int outStride);
 
 // ---- focus-area transform ----
 int InvertMatrix3x3(const float* m, float* inv);

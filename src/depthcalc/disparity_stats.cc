@@ -67,7 +67,7 @@ void CopyShiftedRun(const T* in, T* out, const uint8_t* inConf, uint8_t* outConf
 
 template <typename T>
 void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const BIVISTA_Rect& r,
-                 T* out, uint8_t* outConf) {
+                 T* out, uint8_t* outConf, int outStride) {
   // The best cost and its k carry over from pixel to pixel: a pixel whose search finds nothing
   // better reuses the previous k. Once a cost of 0 has been found nothing can beat it, so the
   // rest of the area is a plain shifted copy.
@@ -77,8 +77,10 @@ void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const 
     const size_t base = static_cast<size_t>(row) * stride;
     const T* inRow = in + base;
     const uint8_t* confRow = conf + base;
-    T* outRow = out + base;
-    uint8_t* outConfRow = outConf + base;
+    // Output rows are addressed from the rectangle's corner so that x indexes them directly.
+    const ptrdiff_t outBase = static_cast<ptrdiff_t>(row - r.top) * outStride - r.left;
+    T* outRow = out + outBase;
+    uint8_t* outConfRow = outConf + outBase;
     int x = r.left;
     for (; x <= r.right && bestCost != 0; ++x) {
       for (int k = 0; k < kCorrectSearch; ++k) {
@@ -98,14 +100,39 @@ void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const 
   }
 }
 
-}  // namespace
-
-int32_t ToInt32Sat(double v) {
-  if (v != v) return 0;
-  if (v >= 2147483647.0) return INT32_MAX;
-  if (v <= -2147483648.0) return INT32_MIN;
-  return static_cast<int32_t>(v);
+template <typename T>
+void CorrectInto(const DisparityType& rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
+                 void* outDisp, uint8_t* outConf, int outStride) {
+  CorrectArea(static_cast<const T*>(rec.data), confidence, rec.width, rec.stride, rect,
+              static_cast<T*>(outDisp), outConf, outStride);
 }
+
+// Histogram of |raw + offset| >> 2 over the area; values outside 1..62 land in bins 0 and 63,
+// which the caller ignores. Four interleaved tables keep repeated values from serialising.
+template <typename T>
+void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h, int offset,
+                     uint32_t* hist) {
+  constexpr int kBins = kMultiMax + 2;
+  uint32_t part[4][kBins] = {{0}};
+  for (int j = 0; j < h; ++j) {
+    const T* row = data + static_cast<size_t>(offset) + static_cast<size_t>(j) * rowStride;
+    int i = 0;
+    auto bin = [&](int k) {
+      const unsigned d = static_cast<unsigned>(abs(row[k] + dispOffset)) >> 2;
+      return d > static_cast<unsigned>(kMultiMax) ? kMultiMax + 1 : static_cast<int>(d);
+    };
+    for (; i + 4 <= w; i += 4) {
+      ++part[0][bin(i)];
+      ++part[1][bin(i + 1)];
+      ++part[2][bin(i + 2)];
+      ++part[3][bin(i + 3)];
+    }
+    for (; i < w; ++i) ++part[0][bin(i)];
+  }
+  for (int v = kMultiMin; v <= kMultiMax; ++v) hist[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
+}
+
+}  // namespace
 
 float getResizeFac(int width, int height) {
   const int w = width;
@@ -197,20 +224,28 @@ int analysisAFDepth(DisparityType rec, int stride, int w, int h, int offset, flo
 }
 
 int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offset) {
+  return MultiDepthRows(rec, stride, w, h, offset, static_cast<int16_t>(stride));
+}
+
+int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset,
+                   int minStart) {
   uint32_t hist[kHistBins] = {0};
+  if (rec.format == 0) {
+    CountMultiDepth(static_cast<const uint8_t*>(rec.data), rec.dispOffset, rowStride, w, h, offset,
+                    hist);
+  } else {
+    CountMultiDepth(static_cast<const uint16_t*>(rec.data), rec.dispOffset, rowStride, w, h,
+                    offset, hist);
+  }
+  // Count, minimum and maximum of the kept samples follow from the bins.
   int64_t n = 0;
   int maxD = 0;
-  int minD = static_cast<int16_t>(stride);
-  for (int j = 0; j < h; ++j) {
-    const size_t rowStart = static_cast<size_t>(offset) + static_cast<size_t>(j) * stride;
-    for (int i = 0; i < w; ++i) {
-      const int d = abs(RawSample(rec, rowStart + i) + rec.dispOffset) >> 2;
-      if (d < kMultiMin || d > kMultiMax) continue;
-      ++hist[d];
-      ++n;
-      maxD = std::max(maxD, d);
-      minD = std::min(minD, d);
-    }
+  int minD = minStart;
+  for (int v = kMultiMin; v <= kMultiMax; ++v) {
+    if (hist[v] == 0) continue;
+    n += hist[v];
+    maxD = v;
+    minD = std::min(minD, v);
   }
   const int m = std::min(maxD, kHistBins - 1);
   if (n == 0 || m - minD < 5) return 0;
@@ -225,12 +260,23 @@ int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offs
 
 void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
                       void* outDisp, uint8_t* outConf) {
+  const size_t corner = static_cast<size_t>(rect.top) * rec.stride + rect.left;
   if (rec.format == 0) {
-    CorrectArea(static_cast<const uint8_t*>(rec.data), confidence, rec.width, rec.stride, rect,
-                static_cast<uint8_t*>(outDisp), outConf);
+    CorrectInto<uint8_t>(rec, confidence, rect, static_cast<uint8_t*>(outDisp) + corner,
+                         outConf + corner, rec.stride);
   } else {
-    CorrectArea(static_cast<const uint16_t*>(rec.data), confidence, rec.width, rec.stride, rect,
-                static_cast<uint16_t*>(outDisp), outConf);
+    CorrectInto<uint16_t>(rec, confidence, rect, static_cast<uint16_t*>(outDisp) + corner,
+                          outConf + corner, rec.stride);
+  }
+}
+
+void CorrectFocusAreaPacked(const DisparityType& rec, const uint8_t* confidence,
+                            const BIVISTA_Rect& rect, void* outDisp, uint8_t* outConf,
+                            int outStride) {
+  if (rec.format == 0) {
+    CorrectInto<uint8_t>(rec, confidence, rect, outDisp, outConf, outStride);
+  } else {
+    CorrectInto<uint16_t>(rec, confidence, rect, outDisp, outConf, outStride);
   }
 }
 
