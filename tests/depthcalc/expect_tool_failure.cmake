@@ -1,7 +1,8 @@
-# Runs the tool with ARGS ("|"-separated) and requires exit code 1 (not a crash) and one
+# Runs the tool (through EMULATOR when cross-built) with ARGS ("|"-separated) and requires exit code 1 (not a crash) and one
 # message on stderr matching EXPECT.
 string(REPLACE "|" ";" args "${ARGS}")
-execute_process(COMMAND ${TOOL} ${args} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${TOOL} ${args} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc STREQUAL "1")
   message(FATAL_ERROR "expected exit code 1, got '${rc}'\nstdout: ${out}\nstderr: ${err}")
 endif()

@@ -126,15 +126,7 @@ TEST(CalcShiftValidation, MessagesCodesAndUntouchedOutputs) {
   const BIVISTA_Rect good = dctest::ImageRect(f, 10, 10, 50, 40);
   const int all = 2 | 16 | 4;
   uint16_t map[4] = {0};
-  struct Case {
-    const char* what;
-    int code;
-    std::string text;
-    int (*call)(Frame&, BIVISTA_Rect, Outputs*, uint16_t*);
-  };
   char buf[256];
-  const uint8_t* conf = f.conf.data();
-  (void)conf;
   auto expectRejected = [&](int rc, int code, const std::string& text, const Outputs& o) {
     EXPECT_EQ(rc, code) << text;
     EXPECT_EQ(o.depth, 0xBEEF);
