@@ -309,7 +309,9 @@ int RunFiles(const Options& o) {
   if (o.dumpDir != nullptr) {
     bvtool::SetRunProperty("disptrans.saveEnable", "1");
     bvtool::SetRunProperty("imagepath", o.dumpDir);
-    mkdir((std::string(o.dumpDir) + "/disptrans").c_str(), 0777);  // the library makes one level
+    // The library makes only the last level of DIR/disptrans/00/.
+    mkdir(o.dumpDir, 0777);
+    mkdir((std::string(o.dumpDir) + "/disptrans").c_str(), 0777);
   }
   const Results r =
       Run(in, o.dumpDir ? 0 : o.repeat, o.verbose ? bvtool::LogMode::kAll : bvtool::LogMode::kWarnings);
@@ -341,6 +343,7 @@ int RunFiles(const Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  setvbuf(stdout, nullptr, _IOLBF, 0);  // keep results and library messages in order
   Options o;
   bool files = false;
   for (int i = 1; i < argc; ++i) {
