@@ -27,8 +27,6 @@ Form ShiftForm(int mode, int form) {
   return Form::kNone;
 }
 
-inline int RoundPos(double v) { return ToInt32Sat(v + 0.5); }
-
 // Disparity of the area in pixels; negative samples count as 0.
 template <typename T>
 void FillDisparityT(const T* data, int dispOffset, int stride, const BIVISTA_Rect& r, int w, int h,
@@ -58,76 +56,107 @@ struct Sums {
   int count = 0;
 };
 
-// Each sample's disparity carries it along the pair's axis; the field is read where it lands.
-template <int Dir>
-Sums ForwardSums(const float* disp, const float* vx, const float* vy, int w, int h) {
-  Sums s;
-  s.count = w * h;
+// Where a position lands on an axis of n samples once rounded (add a half, truncate toward zero,
+// not-a-number as 0): the index, or -1 outside. Branch-free: clamped to [-1, n] before the
+// conversion, and -1 and n both read as outside.
+inline int Land(double v, int n) {
+  v = v + 0.5;
+  v = v != v ? 0.0 : v;
+  v = v < -1.0 ? -1.0 : v;
+  v = v > n ? static_cast<double>(n) : v;
+  const int i = static_cast<int>(v);
+  return i < n ? i : -1;
+}
+
+// Target of every sample as an index into the area, -1 when it falls outside. A separate pass
+// so that the sums below are a plain walk.
+template <bool Forward, int Dir>
+void Targets(const float* disp, const float* vx, const float* vy, int w, int h, int32_t* target) {
   for (int r = 0; r < h; ++r) {
-    const float* drow = disp + static_cast<size_t>(r) * w;
+    const size_t row = static_cast<size_t>(r) * w;
     for (int c = 0; c < w; ++c) {
-      const float d = drow[c];
-      int r2 = r, c2 = c;
-      if (Dir <= 1) {
-        r2 = RoundPos(static_cast<double>(d) + r);
+      int r2, c2;
+      if (Forward) {
+        // The sample's disparity carries it along the pair's axis.
+        const float d = disp[row + c];
+        r2 = Dir <= 1 ? Land(static_cast<double>(d) + r, h) : r;
+        c2 = Dir <= 1 ? c : Land(static_cast<double>(c) + d, w);
       } else {
-        c2 = RoundPos(static_cast<double>(c) + d);
+        // The sample moves by its own field.
+        r2 = Land(static_cast<double>(r) + vy[row + c], h);
+        c2 = Land(static_cast<double>(c) + vx[row + c], w);
       }
-      if (r2 < 0 || r2 >= h || c2 < 0 || c2 >= w) {
-        --s.count;
-        continue;
-      }
-      const size_t t = static_cast<size_t>(r2) * w + c2;
-      if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
-      if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
-      if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
-      if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
+      target[row + c] = (r2 | c2) < 0 ? -1 : r2 * w + c2;
     }
   }
-  return s;
 }
 
-// Each sample moves by its own field; the disparity is read where it lands.
+// Forward form: the field is read where the sample lands.
 template <int Dir>
-Sums InverseSums(const float* disp, const float* vx, const float* vy, int w, int h) {
+Sums ForwardSums(const float* disp, const float* vx, const float* vy, const int32_t* target,
+                 int n) {
   Sums s;
-  s.count = w * h;
-  for (int r = 0; r < h; ++r) {
-    for (int c = 0; c < w; ++c) {
-      const size_t i = static_cast<size_t>(r) * w + c;
-      const float fx = vx[i];
-      const float fy = vy[i];
-      const int r2 = RoundPos(static_cast<double>(r) + fy);
-      const int c2 = RoundPos(static_cast<double>(c) + fx);
-      if (r2 < 0 || r2 >= h || c2 < 0 || c2 >= w) {
-        --s.count;
-        continue;
-      }
-      const float D = disp[static_cast<size_t>(r2) * w + c2];
-      if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(r); }  // set, not added
-      if (Dir == 1) { s.x += fx; s.y += fy - D; }
-      if (Dir == 2) { s.x += fx + D; s.y += fy; }
-      if (Dir == 3) { s.x += fx - D; s.y += fy; }
+  s.count = n;
+  for (int i = 0; i < n; ++i) {
+    const int t = target[i];
+    if (t < 0) {
+      --s.count;
+      continue;
     }
+    const float d = disp[i];
+    if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
+    if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
+    if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
+    if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
   }
   return s;
 }
 
-Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy, int w,
-               int h) {
+// Inverse form: the disparity is read where the sample lands.
+template <int Dir>
+Sums InverseSums(const float* disp, const float* vx, const float* vy, const int32_t* target,
+                 int w, int n) {
+  Sums s;
+  s.count = n;
+  for (int i = 0; i < n; ++i) {
+    const int t = target[i];
+    if (t < 0) {
+      --s.count;
+      continue;
+    }
+    const float fx = vx[i];
+    const float fy = vy[i];
+    const float D = disp[t];
+    if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(i / w); }  // set, not added
+    if (Dir == 1) { s.x += fx; s.y += fy - D; }
+    if (Dir == 2) { s.x += fx + D; s.y += fy; }
+    if (Dir == 3) { s.x += fx - D; s.y += fy; }
+  }
+  return s;
+}
+
+template <bool Forward, int Dir>
+Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target, int w, int h) {
+  Targets<Forward, Dir>(disp, vx, vy, w, h, target);
+  return Forward ? ForwardSums<Dir>(disp, vx, vy, target, w * h)
+                 : InverseSums<Dir>(disp, vx, vy, target, w, w * h);
+}
+
+Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy,
+               int32_t* target, int w, int h) {
   if (form == Form::kForward) {
     switch (dir) {
-      case 0: return ForwardSums<0>(disp, vx, vy, w, h);
-      case 1: return ForwardSums<1>(disp, vx, vy, w, h);
-      case 2: return ForwardSums<2>(disp, vx, vy, w, h);
-      case 3: return ForwardSums<3>(disp, vx, vy, w, h);
+      case 0: return SumsOf<true, 0>(disp, vx, vy, target, w, h);
+      case 1: return SumsOf<true, 1>(disp, vx, vy, target, w, h);
+      case 2: return SumsOf<true, 2>(disp, vx, vy, target, w, h);
+      case 3: return SumsOf<true, 3>(disp, vx, vy, target, w, h);
     }
   } else if (form == Form::kInverse) {
     switch (dir) {
-      case 0: return InverseSums<0>(disp, vx, vy, w, h);
-      case 1: return InverseSums<1>(disp, vx, vy, w, h);
-      case 2: return InverseSums<2>(disp, vx, vy, w, h);
-      case 3: return InverseSums<3>(disp, vx, vy, w, h);
+      case 0: return SumsOf<false, 0>(disp, vx, vy, target, w, h);
+      case 1: return SumsOf<false, 1>(disp, vx, vy, target, w, h);
+      case 2: return SumsOf<false, 2>(disp, vx, vy, target, w, h);
+      case 3: return SumsOf<false, 3>(disp, vx, vy, target, w, h);
     }
   }
   Sums none;
@@ -261,15 +290,17 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
   const int w = rect.right - rect.left + 1;
   const int h = rect.bottom - rect.top + 1;
-  // One block for the three planes: one allocation to fail or free.
+  // One block for the three planes and the landing index of every sample: one allocation to
+  // fail or free.
   const int plane = w * h;
-  float* disp = static_cast<float*>(safeNew(plane * 3 * static_cast<int>(sizeof(float))));
+  float* disp = static_cast<float*>(safeNew(plane * 4 * static_cast<int>(sizeof(float))));
   if (disp == nullptr) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
     return -1;
   }
   float* vx = disp + plane;
   float* vy = vx + plane;
+  int32_t* target = reinterpret_cast<int32_t*>(vy + plane);
   FillDisparity(rec, rect, w, h, disp);
 
   // Square and wide maps are centred in a 4:3 frame.
@@ -289,7 +320,7 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
 
   const Sums s = ShiftSums(ShiftForm(rec.mode, calib.warpMatrixForm), rec.shiftDirection, disp,
-                           vx, vy, w, h);
+                           vx, vy, target, w, h);
   safeDelete(disp);
   if (s.count == 0) {
     // Nothing landed inside the area: no measured shift rather than a not-a-number.
