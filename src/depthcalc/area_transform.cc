@@ -91,10 +91,11 @@ void Targets(const float* disp, const float* vx, const float* vy, int w, int h, 
   }
 }
 
-// Forward form: the field is read where the sample lands.
-template <int Dir>
-Sums ForwardSums(const float* disp, const float* vx, const float* vy, const int32_t* target,
-                 int n) {
+// Forward form: the field is read where the sample lands. Inverse form: the sample's own field
+// is used and the disparity is read where it lands.
+template <bool Forward, int Dir>
+Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t* target, int w,
+              int n) {
   Sums s;
   s.count = n;
   for (int i = 0; i < n; ++i) {
@@ -103,34 +104,21 @@ Sums ForwardSums(const float* disp, const float* vx, const float* vy, const int3
       --s.count;
       continue;
     }
-    const float d = disp[i];
-    if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
-    if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
-    if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
-    if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
-  }
-  return s;
-}
-
-// Inverse form: the disparity is read where the sample lands.
-template <int Dir>
-Sums InverseSums(const float* disp, const float* vx, const float* vy, const int32_t* target,
-                 int w, int n) {
-  Sums s;
-  s.count = n;
-  for (int i = 0; i < n; ++i) {
-    const int t = target[i];
-    if (t < 0) {
-      --s.count;
-      continue;
+    if (Forward) {
+      const float d = disp[i];
+      if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
+      if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
+      if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
+      if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
+    } else {
+      const float fx = vx[i];
+      const float fy = vy[i];
+      const float D = disp[t];
+      if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(i / w); }  // set, not added
+      if (Dir == 1) { s.x += fx; s.y += fy - D; }
+      if (Dir == 2) { s.x += fx + D; s.y += fy; }
+      if (Dir == 3) { s.x += fx - D; s.y += fy; }
     }
-    const float fx = vx[i];
-    const float fy = vy[i];
-    const float D = disp[t];
-    if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(i / w); }  // set, not added
-    if (Dir == 1) { s.x += fx; s.y += fy - D; }
-    if (Dir == 2) { s.x += fx + D; s.y += fy; }
-    if (Dir == 3) { s.x += fx - D; s.y += fy; }
   }
   return s;
 }
@@ -138,8 +126,7 @@ Sums InverseSums(const float* disp, const float* vx, const float* vy, const int3
 template <bool Forward, int Dir>
 Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target, int w, int h) {
   Targets<Forward, Dir>(disp, vx, vy, w, h, target);
-  return Forward ? ForwardSums<Dir>(disp, vx, vy, target, w * h)
-                 : InverseSums<Dir>(disp, vx, vy, target, w, w * h);
+  return WalkSums<Forward, Dir>(disp, vx, vy, target, w, w * h);
 }
 
 Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy,

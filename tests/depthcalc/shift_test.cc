@@ -209,30 +209,23 @@ TEST(Shift, InverseDirectionZeroKeepsOnlyTheLastSample) {
   EXPECT_FLOAT_EQ(o.sy, (10.0f + 2.25f + 7.0f) / count);
 }
 
-TEST(Shift, OtherModesAndDirectionsGiveZero) {
-  Frame f(80, 60, 80, false, 2);
-  f.Fill(30);
-  for (auto [mode, form, dir] : {std::tuple{2, 1, 2}, std::tuple{0, 2, 2}, std::tuple{0, 1, 4}}) {
-    f.rec.mode = mode;
-    f.calib.warpMatrixForm = form;
-    f.rec.shiftDirection = dir;
-    Outputs o;
-    ASSERT_EQ(Calc(f, ImageRect(f, 10, 10, 40, 40), 4, &o), 0);
-    EXPECT_EQ(o.sx, 0.0f);
-    EXPECT_EQ(o.sy, 0.0f);
-  }
-}
-
-TEST(Shift, NothingLandsInsideGivesZeroShift) {
-  Frame f(80, 60, 80, true, 2);
-  f.Fill(400);  // 100 pixels: every forward target leaves a 20-wide area
-  f.rec.mode = 0;
-  f.calib.warpMatrixForm = 1;
-  for (int dir = 0; dir < 4; ++dir) {
-    f.rec.shiftDirection = dir;
+// Zero shift: other modes or forms, directions above 3, and (by choice) no target inside the
+// area, where the division would give not-a-number.
+TEST(Shift, ZeroShiftCases) {
+  struct Case {
+    int raw, mode, form, dir;
+  };
+  const Case cases[] = {{30, 2, 1, 2},  {30, 0, 2, 2},  {30, 0, 1, 4},
+                        {400, 0, 1, 0}, {400, 0, 1, 1}, {400, 0, 1, 2}, {400, 0, 1, 3}};
+  for (const Case& k : cases) {
+    Frame f(80, 60, 80, true, 2);
+    f.Fill(k.raw);  // 400: 100 pixels, every forward target leaves the 20-wide area
+    f.rec.mode = k.mode;
+    f.calib.warpMatrixForm = k.form;
+    f.rec.shiftDirection = k.dir;
     Outputs o;
     ASSERT_EQ(Calc(f, ImageRect(f, 10, 10, 29, 29), 4, &o), 0);
-    EXPECT_EQ(o.sx, 0.0f);
+    EXPECT_EQ(o.sx, 0.0f) << k.raw << " " << k.mode << " " << k.form << " " << k.dir;
     EXPECT_EQ(o.sy, 0.0f);
   }
 }

@@ -1,6 +1,8 @@
 // Create/destroy and the input checks of Bivista_CalcShift: codes, exact messages, untouched outputs.
 #include <gtest/gtest.h>
 
+#include <stdarg.h>
+
 #include <string>
 
 #include "bivista/depthcalc.h"
@@ -118,138 +120,133 @@ TEST(DepthCalcDestroy, ClearsOrWarns) {
   EXPECT_EQ(CountMsg(log, kWarn, kAlgo, "BIVISTA_DepthCalc_Destroy", "NULL Pointer of Handle"), 1);
 }
 
+// One call with good arguments unless a case changes them; outputs start as markers.
+struct CalcArgs {
+  Frame f;
+  DisparityType rec;
+  const uint8_t* conf;
+  const BIVISTA_CalibParam* calib;
+  BIVISTA_Rect rect;
+  int imageW = 640, imageH = 480, depthRequest = 0, readMaps = 0, flags = 2 | 16 | 4;
+  uint16_t map[4] = {0};
+  const uint16_t *xMap = nullptr, *yMap = nullptr;
+  Outputs o;
+  uint16_t* depthOut = &o.depth;
+  int32_t* multiOut = &o.multi;
+  uint8_t* confOut = &o.conf;
+  float *sxOut = &o.sx, *syOut = &o.sy;
+  CalcArgs() {
+    f.Fill(80);
+    rec = f.rec;
+    conf = f.conf.data();
+    calib = &f.calib;
+    rect = dctest::ImageRect(f, 10, 10, 50, 40);
+  }
+  int Run() {
+    return Bivista_CalcShift(&rec, conf, calib, rect, imageW, imageH, depthRequest, nullptr,
+                             readMaps, xMap, yMap, flags, depthOut, multiOut, confOut, sxOut,
+                             syOut);
+  }
+};
+
+std::string Format(const char* fmt, ...) {
+  char buf[256];
+  va_list ap;
+  va_start(ap, fmt);
+  vsnprintf(buf, sizeof buf, fmt, ap);
+  va_end(ap);
+  return buf;
+}
+
+// Runs the changed call: the code, one exact message, and every output left as it was.
+void ExpectRejected(CalcArgs& a, int code, const std::string& text) {
+  LogCapture log;
+  EXPECT_EQ(a.Run(), code) << text;
+  EXPECT_EQ(OnlyLine(log, kErr, text, "Bivista_CalcShift"), 1) << text;
+  EXPECT_EQ(a.o.depth, 0xBEEF);
+  EXPECT_EQ(a.o.multi, -7);
+  EXPECT_EQ(a.o.conf, 0xAB);
+  EXPECT_EQ(a.o.sx, -99.0f);
+  EXPECT_EQ(a.o.sy, -99.0f);
+}
+
 // Every rejection of Bivista_CalcShift, in the order the checks run.
 TEST(CalcShiftValidation, MessagesCodesAndUntouchedOutputs) {
-  const char* fn = "Bivista_CalcShift";
-  Frame f;
-  f.Fill(80);
-  const BIVISTA_Rect good = dctest::ImageRect(f, 10, 10, 50, 40);
-  const int all = 2 | 16 | 4;
-  uint16_t map[4] = {0};
-  char buf[256];
-  auto expectRejected = [&](int rc, int code, const std::string& text, const Outputs& o) {
-    EXPECT_EQ(rc, code) << text;
-    EXPECT_EQ(o.depth, 0xBEEF);
-    EXPECT_EQ(o.multi, -7);
-    EXPECT_EQ(o.conf, 0xAB);
-    EXPECT_EQ(o.sx, -99.0f);
-    EXPECT_EQ(o.sy, -99.0f);
-  };
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, nullptr, &f.calib, good, 640, 480, 0, nullptr, 0, nullptr,
-                               nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "Input calibParameterin(%p) or inputConfidence(%p) is NULL!",
-             (void*)&f.calib, (void*)nullptr);
-    expectRejected(rc, 256, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.conf = nullptr;
+    ExpectRejected(a, 256, Format("Input calibParameterin(%p) or inputConfidence(%p) is NULL!",
+                                  (const void*)a.calib, (void*)nullptr));
   }
   {
-    LogCapture log;
-    Outputs o;
-    DisparityType rec = f.rec;
-    rec.data = nullptr;
-    int rc = Bivista_CalcShift(&rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    expectRejected(rc, 256, "dispdata", o);
-    EXPECT_EQ(OnlyLine(log, kErr, "dispdata is NULL", fn), 1);
+    CalcArgs a;
+    a.rec.data = nullptr;
+    ExpectRejected(a, 256, "dispdata is NULL");
   }
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, 2, &o.depth, &o.multi, nullptr, &o.sx, &o.sy);
-    expectRejected(rc, 256, "conf", o);
-    EXPECT_EQ(OnlyLine(log, kErr, "averConfidence is NULL", fn), 1);
+    CalcArgs a;
+    a.flags = 2;
+    a.confOut = nullptr;
+    ExpectRejected(a, 256, "averConfidence is NULL");
   }
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, 16, &o.depth, nullptr, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "averDepth(%p) or beMultiDepth(%p) is NULL", (void*)&o.depth,
-             (void*)nullptr);
-    expectRejected(rc, 256, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.flags = 16;
+    a.multiOut = nullptr;
+    ExpectRejected(a, 256, Format("averDepth(%p) or beMultiDepth(%p) is NULL",
+                                  (void*)&a.o.depth, (void*)nullptr));
   }
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 480, 1, nullptr, 0,
-                               nullptr, nullptr, 16, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    expectRejected(rc, 256, "depth", o);
-    EXPECT_EQ(OnlyLine(log, kErr, "depth is NULL", fn), 1);
+    CalcArgs a;
+    a.flags = 16;
+    a.depthRequest = 1;
+    ExpectRejected(a, 256, "depth is NULL");
   }
   for (int shiftFlag : {4, 8}) {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, shiftFlag, nullptr, &o.multi, &o.conf, &o.sx,
-                               &o.sy);
-    snprintf(buf, sizeof buf, "averShiftX(%p) or averShiftY(%p) or averDepth(%p) is NULL",
-             (void*)&o.sx, (void*)&o.sy, (void*)nullptr);
-    expectRejected(rc, 256, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.flags = shiftFlag;
+    a.depthOut = nullptr;
+    ExpectRejected(a, 256, Format("averShiftX(%p) or averShiftY(%p) or averDepth(%p) is NULL",
+                                  (void*)&a.o.sx, (void*)&a.o.sy, (void*)nullptr));
   }
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 1,
-                               map, nullptr, 4, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "xMap(%p) or yMap(%p) is NULL", (void*)map, (void*)nullptr);
-    expectRejected(rc, 256, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.flags = 4;
+    a.readMaps = 1;
+    a.xMap = a.map;
+    ExpectRejected(a, 256, Format("xMap(%p) or yMap(%p) is NULL", (void*)a.map, (void*)nullptr));
   }
-  // Sizes of the map.
   const int dispSizes[][3] = {{0, 120, 176}, {3969, 120, 4000}, {160, 0, 176}, {160, 2977, 176},
                               {160, 120, 159}};
   for (const auto& s : dispSizes) {
-    LogCapture log;
-    Outputs o;
-    DisparityType rec = f.rec;
-    rec.width = s[0];
-    rec.height = s[1];
-    rec.stride = s[2];
-    int rc = Bivista_CalcShift(&rec, f.conf.data(), &f.calib, good, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "dispwidth(%d) or dispheight(%d) or dispstride(%d) is not support",
-             s[0], s[1], s[2]);
-    expectRejected(rc, 257, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.rec.width = s[0];
+    a.rec.height = s[1];
+    a.rec.stride = s[2];
+    ExpectRejected(a, 257, Format("dispwidth(%d) or dispheight(%d) or dispstride(%d) is not support",
+                                  s[0], s[1], s[2]));
   }
   const int imageSizes[][2] = {{0, 480}, {4000, 3000}, {640, 0}, {3968, 2977}};
   for (const auto& s : imageSizes) {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, s[0], s[1], 0, nullptr, 0,
-                               nullptr, nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "imageWidth(%d) or imageHeight(%d) is not support", s[0], s[1]);
-    expectRejected(rc, 257, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+    CalcArgs a;
+    a.imageW = s[0];
+    a.imageH = s[1];
+    ExpectRejected(a, 257,
+                   Format("imageWidth(%d) or imageHeight(%d) is not support", s[0], s[1]));
   }
   const BIVISTA_Rect badAreas[] = {{10, 10, 50, 480}, {10, 20, 50, 20}, {30, 10, 30, 40},
                                    {-1, 10, 50, 40},  {10, -2, 50, 40}, {10, 10, 640, 40}};
-  for (const BIVISTA_Rect& a : badAreas) {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, a, 640, 480, 0, nullptr, 0,
-                               nullptr, nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    snprintf(buf, sizeof buf, "invaild orifocusArea: left:%d right:%d top:%d bottom:%d ", a.left,
-             a.right, a.top, a.bottom);
-    expectRejected(rc, 257, buf, o);
-    EXPECT_EQ(OnlyLine(log, kErr, buf, fn), 1);
+  for (const BIVISTA_Rect& r : badAreas) {
+    CalcArgs a;
+    a.rect = r;
+    ExpectRejected(a, 257, Format("invaild orifocusArea: left:%d right:%d top:%d bottom:%d ",
+                                  r.left, r.right, r.top, r.bottom));
   }
   {
-    LogCapture log;
-    Outputs o;
-    int rc = Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, good, 640, 484, 0, nullptr, 0,
-                               nullptr, nullptr, all, &o.depth, &o.multi, &o.conf, &o.sx, &o.sy);
-    expectRejected(rc, 257, "scale", o);
-    EXPECT_EQ(OnlyLine(log, kErr,
-                       "scale of imageWidth/dispwidth and imageHeight/dispheight should be the same",
-                       fn),
-              1);
+    CalcArgs a;
+    a.imageH = 484;
+    ExpectRejected(a, 257,
+                   "scale of imageWidth/dispwidth and imageHeight/dispheight should be the same");
   }
 }
 
