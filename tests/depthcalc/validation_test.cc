@@ -265,12 +265,23 @@ TEST(CalcShiftValidation, LargestSizesPassAndInvertedAreaIsEmpty) {
             0);
   EXPECT_TRUE(log.Lines().empty());
 
-  // left > right passes the checks; the confidence over the empty area is 0.
-  Frame f;
-  f.Fill(80);
-  Outputs o;
-  EXPECT_EQ(Calc(f, dctest::ImageRect(f, 50, 10, 10, 40), 2, &o), 0);
-  EXPECT_EQ(o.conf, 0);
+  // left > right passes the checks; the area is empty: confidence 0, a not-a-number average
+  // (depth 0), and the shift planes cannot be sized.
+  for (int mode : {0, 1}) {
+    for (bool wide : {false, true}) {
+      Frame f(160, 120, 176, wide);
+      f.Fill(80);
+      f.rec.mode = mode;
+      Outputs o;
+      EXPECT_EQ(Calc(f, dctest::ImageRect(f, 50, 10, 10, 40), 2 | 16, &o), 0);
+      EXPECT_EQ(o.conf, 0);
+      EXPECT_EQ(o.depth, 0);
+      EXPECT_EQ(o.multi, 0);
+      LogCapture log2;
+      EXPECT_EQ(Calc(f, dctest::ImageRect(f, 50, 10, 10, 40), 4, &o), -1);
+      EXPECT_EQ(CountMsg(log2, kErr, kAlgo, "TransDispariyArea", "malloc failed"), 1);
+    }
+  }
 }
 
 }  // namespace
