@@ -51,6 +51,33 @@ void BM_CalcShift(benchmark::State& state) {
 BENCHMARK(BM_CalcShift)->ArgsProduct({{0, 1}, {0, 1}})->ArgNames({"wide", "mode"})
     ->Unit(benchmark::kMicrosecond);
 
+// Mode 1 when no pixel of the area finds an exact match (every disparity above 51 pixels):
+// every pixel runs the whole 50-step search.
+void BM_CalcShiftMode1FarScene(benchmark::State& state) {
+  static std::unique_ptr<bvtool::SampleScene> far;
+  if (!far) {
+    far.reset(new bvtool::SampleScene(Scene(true)));
+    for (uint16_t& v : far->disp16) v = static_cast<uint16_t>(v + 4 * 45);
+    far->rec.data = far->disp16.data();
+  }
+  DisparityType rec = far->rec;
+  rec.mode = 1;
+  rec.dispOffset = -4 * 45;
+  const BIVISTA_Rect area = FocusArea(*far);
+  uint16_t depth = 0;
+  int32_t multi = 0;
+  uint8_t conf = 0;
+  float sx = 0, sy = 0;
+  for (auto _ : state) {
+    const int rc = Bivista_CalcShift(&rec, far->conf.data(), &far->calib, area, kW, kH, 0, nullptr,
+                                     0, nullptr, nullptr, 2 | 16 | 4, &depth, &multi, &conf, &sx,
+                                     &sy);
+    if (rc != 0) state.SkipWithError("Bivista_CalcShift failed");
+    benchmark::DoNotOptimize(sx);
+  }
+}
+BENCHMARK(BM_CalcShiftMode1FarScene)->Unit(benchmark::kMicrosecond);
+
 // Peer: sum of the area's confidence bytes, row by row.
 void BM_PeerOnePassOverArea(benchmark::State& state) {
   const bvtool::SampleScene& s = Scene(false);

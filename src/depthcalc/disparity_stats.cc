@@ -65,14 +65,40 @@ void CopyShiftedRun(const T* in, T* out, const uint8_t* inConf, uint8_t* outConf
   }
 }
 
+// Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row:
+// the smallest cost |k + 2 - (in[x + k] >> 2)| and the first k reaching it. Lanes are pixels, so
+// the inner loop vectorises.
+constexpr int kSearchChunk = 64;
+
+template <typename T>
+void SearchChunk(const T* in, int n, int16_t* least, int16_t* firstK) {
+  for (int i = 0; i < n; ++i) {
+    least[i] = INT16_MAX;
+    firstK[i] = 0;
+  }
+  for (int k = 0; k < kCorrectSearch; ++k) {
+    const T* src = in + k;
+    const int16_t target = static_cast<int16_t>(k + 2);
+    for (int i = 0; i < n; ++i) {
+      const int16_t d = static_cast<int16_t>(src[i] >> 2);
+      const int16_t c = static_cast<int16_t>(target > d ? target - d : d - target);
+      const bool better = c < least[i];
+      least[i] = better ? c : least[i];
+      firstK[i] = better ? static_cast<int16_t>(k) : firstK[i];
+    }
+  }
+}
+
 template <typename T>
 void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const BIVISTA_Rect& r,
                  T* out, uint8_t* outConf, int outStride) {
   // The best cost and its k carry over from pixel to pixel: a pixel whose search finds nothing
-  // better reuses the previous k. Once a cost of 0 has been found nothing can beat it, so the
-  // rest of the area is a plain shifted copy.
+  // better reuses the previous k (a pixel's new best, if any, is the first k of its smallest
+  // cost). Once a cost of 0 has been found nothing can beat it, so the rest of the area is a
+  // plain shifted copy.
   int bestCost = INT_MAX;
   int bestK = 0;
+  int16_t least[kSearchChunk], firstK[kSearchChunk];
   for (int row = r.top; row <= r.bottom; ++row) {
     const size_t base = static_cast<size_t>(row) * stride;
     const T* inRow = in + base;
@@ -82,14 +108,30 @@ void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const 
     T* outRow = out + outBase;
     uint8_t* outConfRow = outConf + outBase;
     int x = r.left;
+    // Pixels whose whole search lies inside the row, a chunk at a time.
+    const int lastFull = std::min(r.right, width - kCorrectSearch);
+    while (x <= lastFull && bestCost != 0) {
+      const int n = std::min(kSearchChunk, lastFull - x + 1);
+      SearchChunk(inRow + x, n, least, firstK);
+      for (int i = 0; i < n && bestCost != 0; ++i, ++x) {
+        if (least[i] < bestCost) {
+          bestCost = least[i];
+          bestK = firstK[i];
+        }
+        const int k = std::max(std::min(bestK, width - 1 - x), 0);
+        outRow[x] = inRow[x + k];
+        outConfRow[x] = confRow[x + k];
+      }
+    }
+    // Pixels near the row's end search against the last column.
     for (; x <= r.right && bestCost != 0; ++x) {
       for (int k = 0; k < kCorrectSearch; ++k) {
         const int d = SampleAt(inRow, std::min(x + k, width - 1)) >> 2;
-        const int cost = abs(k + 2 - d);
-        if (cost < bestCost) {
-          bestCost = cost;
+        const int c = abs(k + 2 - d);
+        if (c < bestCost) {
+          bestCost = c;
           bestK = k;
-          if (cost == 0) break;
+          if (c == 0) break;
         }
       }
       const int k = std::max(std::min(bestK, width - 1 - x), 0);

@@ -261,12 +261,12 @@ void ReferenceCorrect(const std::vector<T>& in, const std::vector<uint8_t>& conf
 }
 
 template <typename T>
-void CheckCorrection(int seed, int maxValue) {
+void CheckCorrection(int seed, int maxValue, int minValue = 0) {
   std::mt19937 rng(seed);
   const int width = 70 + rng() % 40, height = 20, stride = width + rng() % 9;
   std::vector<T> in(stride * height);
   std::vector<uint8_t> conf(in.size());
-  for (auto& v : in) v = static_cast<T>(rng() % maxValue);
+  for (auto& v : in) v = static_cast<T>(minValue + rng() % (maxValue - minValue));
   for (auto& c : conf) c = rng() & 255;
   BIVISTA_Rect r{static_cast<int>(rng() % 30), static_cast<int>(rng() % 5), 0, 0};
   r.right = width - 1 - static_cast<int>(rng() % 3);
@@ -291,6 +291,8 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnRandomMaps) {
     CheckCorrection<uint8_t>(seed + 100, 12);  // small disparities: long searches, carried k
     CheckCorrection<uint16_t>(seed + 200, 1024);
     CheckCorrection<uint16_t>(seed + 300, 400);
+    CheckCorrection<uint8_t>(seed + 400, 256, 208);  // never a cost of 0: every pixel searches
+    CheckCorrection<uint16_t>(seed + 500, 1024, 208);
   }
 }
 
