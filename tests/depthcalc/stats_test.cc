@@ -179,6 +179,38 @@ TEST(AverageDisparity, GuardsOutsideTheBins) {
   EXPECT_EQ(score, 14);
 }
 
+// The running minima start at the area width (average) and at the stride (multi-depth), not at
+// a large value, so a small start lets the scans begin below the smallest kept disparity.
+TEST(RunningMinimum, StartsAtWidthAndStride) {
+  float r[4];
+  Window narrow(std::vector<int>(10, 20));  // w = 10: smoothed bins 18..22 tie, scan from 10
+  narrow.Run(r);
+  EXPECT_EQ(r[1], 18.0f);
+  Window wide(std::vector<int>(30, 20));  // w = 30: scan from 20
+  wide.Run(r);
+  EXPECT_EQ(r[1], 20.0f);
+  EXPECT_FLOAT_EQ(r[0], 20.0f);
+
+  // Disparities 20 and 23 span less than 5, which alone gives 0; a stride of 12 starts the
+  // minimum at 12, the span passes, and the window around 20 holds half the samples.
+  std::vector<uint8_t> d(12 * 2, 0);
+  for (int i = 0; i < 10; ++i) {
+    d[i] = 20 * 4;
+    d[12 + i] = 23 * 4;
+  }
+  DisparityType rec{};
+  rec.data = d.data();
+  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 2, 0), 128);
+  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0);  // one depth: above 90%
+  std::vector<uint8_t> big(400 * 2, 0);
+  for (int i = 0; i < 10; ++i) {
+    big[i] = 20 * 4;
+    big[400 + i] = 23 * 4;
+  }
+  rec.data = big.data();
+  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 400, 10, 2, 0), 0);  // minimum from the samples
+}
+
 TEST(WindowGrowth, StopsAtTheFirstConfidentWindow) {
   // Confident samples only on a ring outside the 50.6% window: the growth must reach 75.9%.
   Frame f(160, 120, 160, false, 1);
@@ -336,6 +368,48 @@ TEST(DepthMode1, ScratchFailuresAreReportedAndFreed) {
       }
     });
     EXPECT_EQ(runs, 3);
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Mode 1 works on packed copies of the corrected area; the results must be those of the
+// map-sized corrected planes read with the map's stride.
+TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
+  std::mt19937 rng(21);
+  for (int t = 0; t < 40; ++t) {
+    const bool wide = t % 2;
+    const int w = 40 + rng() % 40, h = 30, stride = w + rng() % 5;  // small strides matter
+    Frame f(w, h, stride, wide, 1);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) f.Set(x, y, (x < w / 2 ? 40 : 70) + rng() % (t % 3 ? 9 : 60));
+    for (uint8_t& c : f.conf) c = 20 + rng() % 200;
+    f.rec.mode = 1;
+    f.rec.dispOffset = static_cast<int>(rng() % 9) - 4;
+    const BIVISTA_Rect a{static_cast<int>(rng() % 10), static_cast<int>(rng() % 8),
+                         w - 1 - static_cast<int>(rng() % 10), h - 1 - static_cast<int>(rng() % 8)};
+    Outputs o;
+    ASSERT_EQ(Calc(f, a, 16, &o), 0);
+
+    const size_t n = static_cast<size_t>(stride) * h;
+    std::vector<uint16_t> disp(n, 0);  // wide enough for either format
+    std::vector<uint8_t> conf(n, 0);
+    bivista::CorrectFocusArea(f.rec, f.conf.data(), a, disp.data(), conf.data());
+    DisparityType corrected = f.rec;
+    corrected.data = disp.data();
+    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1;
+    const int offset = a.left + a.top * stride;
+    float r[4];
+    bivista::analysisAFDepth(corrected, stride, aw, ah, offset, r, 0.0f, conf.data());
+    float D = r[0];
+    if (D > 63.0f || D < 0.2f) D = 0.2f;
+    // Not 4:3: factor 1, camera 2's smaller focal length, baseline 13.
+    const float K = static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 *
+                                       13.0);
+    EXPECT_EQ(o.depth, static_cast<uint16_t>(bivista::ToInt32Sat(K / D))) << t;
+    EXPECT_EQ(o.multi, bivista::D2AnalysisAFMultiDepth(corrected, stride, aw, ah, offset)) << t;
   }
 }
 
