@@ -1,0 +1,323 @@
+// Shift of the focus area into the other camera's image: disparity plus the warp's displacement.
+#include <math.h>
+#include <string.h>
+
+#include "bivista/mem_services.h"
+#include "common/log_internal.h"
+#include "depthcalc/depthcalc_internal.h"
+
+namespace bivista {
+namespace {
+
+constexpr int kLineCalcWarpingMatrix = 401;
+constexpr int kLineCalcVxVyInverse = 452;
+constexpr int kLineCalcVxVyFailed = 461;
+constexpr int kLineCalcAreaVxVy = 489;
+constexpr int kLineTransMalloc = 517;
+constexpr int kLineTransCalcVxVy = 548;
+
+constexpr double kEpsilon = 2.220446e-16;
+
+enum class Form { kForward, kInverse, kNone };
+
+// Which way the warp is stored relative to what the shift needs.
+Form ShiftForm(int mode, int form) {
+  if ((mode == 1 && form == 0) || (mode == 0 && form == 1)) return Form::kForward;
+  if ((mode == 1 && form == 1) || (mode == 0 && form == 0)) return Form::kInverse;
+  return Form::kNone;
+}
+
+// Disparity of the area in pixels; negative samples count as 0.
+template <typename T>
+void FillDisparityT(const T* data, int dispOffset, int stride, const BIVISTA_Rect& r, int w, int h,
+                    float* out) {
+  for (int y = 0; y < h; ++y) {
+    const T* row = data + static_cast<size_t>(r.top + y) * stride + r.left;
+    float* o = out + static_cast<size_t>(y) * w;
+    for (int x = 0; x < w; ++x) {
+      const int v = row[x] + dispOffset;
+      o[x] = v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
+    }
+  }
+}
+
+void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h, float* out) {
+  if (rec.format == 0) {
+    FillDisparityT(static_cast<const uint8_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h, out);
+  } else {
+    FillDisparityT(static_cast<const uint16_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h,
+                   out);
+  }
+}
+
+struct Sums {
+  float x = 0.0f;
+  float y = 0.0f;
+  int count = 0;
+};
+
+// Where a position lands on an axis of n samples once rounded (add a half, truncate toward zero,
+// not-a-number as 0): the index, or -1 outside. Branch-free: clamped to [-1, n] before the
+// conversion, and -1 and n both read as outside.
+inline int Land(double v, int n) {
+  v = v + 0.5;
+  v = v != v ? 0.0 : v;
+  v = v < -1.0 ? -1.0 : v;
+  v = v > n ? static_cast<double>(n) : v;
+  const int i = static_cast<int>(v);
+  return i < n ? i : -1;
+}
+
+// Target of every sample as an index into the area, -1 when it falls outside. A separate pass
+// so that the sums below are a plain walk.
+template <bool Forward, int Dir>
+void Targets(const float* disp, const float* vx, const float* vy, int w, int h, int32_t* target) {
+  for (int r = 0; r < h; ++r) {
+    const size_t row = static_cast<size_t>(r) * w;
+    for (int c = 0; c < w; ++c) {
+      int r2, c2;
+      if (Forward) {
+        // The sample's disparity carries it along the pair's axis.
+        const float d = disp[row + c];
+        r2 = Dir <= 1 ? Land(static_cast<double>(d) + r, h) : r;
+        c2 = Dir <= 1 ? c : Land(static_cast<double>(c) + d, w);
+      } else {
+        // The sample moves by its own field.
+        r2 = Land(static_cast<double>(r) + vy[row + c], h);
+        c2 = Land(static_cast<double>(c) + vx[row + c], w);
+      }
+      target[row + c] = (r2 | c2) < 0 ? -1 : r2 * w + c2;
+    }
+  }
+}
+
+// Forward form: the field is read where the sample lands. Inverse form: the sample's own field
+// is used and the disparity is read where it lands.
+template <bool Forward, int Dir>
+Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t* target, int w,
+              int n) {
+  Sums s;
+  s.count = n;
+  for (int i = 0; i < n; ++i) {
+    const int t = target[i];
+    if (t < 0) {
+      --s.count;
+      continue;
+    }
+    if (Forward) {
+      const float d = disp[i];
+      if (Dir == 0) { s.x += vx[t]; s.y += vy[t] - d; }
+      if (Dir == 1) { s.x += vx[t]; s.y += vy[t] + d; }
+      if (Dir == 2) { s.x += vx[t] - d; s.y += vy[t]; }
+      if (Dir == 3) { s.x += vx[t] + d; s.y += vy[t]; }
+    } else {
+      const float fx = vx[i];
+      const float fy = vy[i];
+      const float D = disp[t];
+      if (Dir == 0) { s.x += fx; s.y = D + fy + static_cast<float>(i / w); }  // set, not added
+      if (Dir == 1) { s.x += fx; s.y += fy - D; }
+      if (Dir == 2) { s.x += fx + D; s.y += fy; }
+      if (Dir == 3) { s.x += fx - D; s.y += fy; }
+    }
+  }
+  return s;
+}
+
+template <bool Forward, int Dir>
+Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target, int w, int h) {
+  Targets<Forward, Dir>(disp, vx, vy, w, h, target);
+  return WalkSums<Forward, Dir>(disp, vx, vy, target, w, w * h);
+}
+
+Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy,
+               int32_t* target, int w, int h) {
+  if (form == Form::kForward) {
+    switch (dir) {
+      case 0: return SumsOf<true, 0>(disp, vx, vy, target, w, h);
+      case 1: return SumsOf<true, 1>(disp, vx, vy, target, w, h);
+      case 2: return SumsOf<true, 2>(disp, vx, vy, target, w, h);
+      case 3: return SumsOf<true, 3>(disp, vx, vy, target, w, h);
+    }
+  } else if (form == Form::kInverse) {
+    switch (dir) {
+      case 0: return SumsOf<false, 0>(disp, vx, vy, target, w, h);
+      case 1: return SumsOf<false, 1>(disp, vx, vy, target, w, h);
+      case 2: return SumsOf<false, 2>(disp, vx, vy, target, w, h);
+      case 3: return SumsOf<false, 3>(disp, vx, vy, target, w, h);
+    }
+  }
+  Sums none;
+  none.count = w * h;
+  return none;
+}
+
+}  // namespace
+
+int InvertMatrix3x3(const float* m, float* inv) {
+  const float a = m[0], b = m[1], c = m[2];
+  const float d = m[3], e = m[4], f = m[5];
+  const float g = m[6], h = m[7], i = m[8];
+  const float c00 = e * i - f * h;
+  const float c01 = f * g - d * i;
+  const float c02 = d * h - e * g;
+  const float det = a * c00 + b * c01 + c * c02;
+  if (!(fabs(static_cast<double>(det)) > kEpsilon)) return -1;
+  inv[0] = c00 / det;
+  inv[1] = (c * h - b * i) / det;
+  inv[2] = (b * f - c * e) / det;
+  inv[3] = c01 / det;
+  inv[4] = (a * i - c * g) / det;
+  inv[5] = (c * d - a * f) / det;
+  inv[6] = c02 / det;
+  inv[7] = (b * g - a * h) / det;
+  inv[8] = (a * e - b * d) / det;
+  return 0;
+}
+
+void MulMatrix3x3(const float* a, const float* b, float* c) {
+  float out[9];
+  for (int r = 0; r < 3; ++r) {
+    for (int col = 0; col < 3; ++col) {
+      float acc = 0.0f;
+      for (int k = 0; k < 3; ++k) acc = fmaf(a[r * 3 + k], b[k * 3 + col], acc);
+      out[r * 3 + col] = acc;
+    }
+  }
+  memcpy(c, out, sizeof out);
+}
+
+int CalcWarpingMatrix(const float* warp, int rectifyW, int rectifyH, int fixW, int fixH,
+                      float* homography) {
+  float winv[9];
+  if (InvertMatrix3x3(warp, winv) != 0) {
+    BV_LOGE(kTagAlgo, "CalcWarpingMatrix", kLineCalcWarpingMatrix, "Input warp image matrix is wrong");
+    return -1;
+  }
+  const float hw = static_cast<float>(rectifyW) * 0.5f;
+  const float hh = static_cast<float>(rectifyH) * 0.5f;
+  const float t1[9] = {1, 0, -hw, 0, 1, -hh, 0, 0, 1};
+  const float t2[9] = {1, 0, hw, 0, 1, hh, 0, 0, 1};
+  float m[9];
+  MulMatrix3x3(winv, t1, m);
+  MulMatrix3x3(t2, m, m);
+  // The rectified frame is scaled to the fixed frame by one factor on both axes.
+  const float s = static_cast<float>(fixW) / static_cast<float>(rectifyW);
+  const float scale[9] = {s, 0, 0, 0, s, 0, 0, 0, 1};
+  float sinv[9];
+  if (InvertMatrix3x3(scale, sinv) != 0) {
+    BV_LOGE(kTagAlgo, "CalcWarpingMatrix", kLineCalcWarpingMatrix, "Input warp image matrix is wrong");
+    return -1;
+  }
+  MulMatrix3x3(m, sinv, m);
+  MulMatrix3x3(scale, m, homography);
+  (void)fixH;
+  return 0;
+}
+
+int CalcVxVy(int mode, const BIVISTA_CalibParam& calib, int fixW, int fixH, float* homography) {
+  float warp[9];
+  memcpy(warp, calib.warpMatrix, sizeof warp);
+  if (ShiftForm(mode, calib.warpMatrixForm) == Form::kInverse) {
+    if (InvertMatrix3x3(calib.warpMatrix, warp) != 0) {
+      BV_LOGE(kTagAlgo, "CalcVxVy", kLineCalcVxVyInverse, "Input warp image matrix is wrong");
+      return -1;
+    }
+  }
+  if (CalcWarpingMatrix(warp, calib.rectifiedWidth, calib.rectifiedHeight, fixW, fixH,
+                        homography) != 0) {
+    BV_LOGE(kTagAlgo, "CalcVxVy", kLineCalcVxVyFailed,
+            "CalcWarpingMatrix failed rectifyW: %d rectifyH: %d fixW: %d fixH: %d",
+            calib.rectifiedWidth, calib.rectifiedHeight, fixW, fixH);
+    return -1;
+  }
+  return 0;
+}
+
+// Smallest float not below the double epsilon: |z| < it exactly when |z| < the epsilon.
+float EpsilonAsFloat() {
+  const float e = static_cast<float>(kEpsilon);
+  return static_cast<double>(e) < kEpsilon ? nextafterf(e, 1.0f) : e;
+}
+
+void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
+                  float* vy) {
+  const int w = rect.right - rect.left + 1;
+  const float h0 = H[0], h1 = H[1], h2 = H[2], h3 = H[3], h4 = H[4], h5 = H[5];
+  const float h6 = H[6], h7 = H[7], h8 = H[8];
+  const float eps = EpsilonAsFloat();
+  for (int y = rect.top; y <= rect.bottom; ++y) {
+    const float Y = static_cast<float>(y + yoff);
+    float* __restrict rx = vx + static_cast<size_t>(y - rect.top) * w;
+    float* __restrict ry = vy + static_cast<size_t>(y - rect.top) * w;
+    const int x0 = rect.left + xoff;
+    // Straight pass first (it vectorises); a row holding a degenerate z is redone with the guard.
+    int degenerate = 0;
+    for (int i = 0; i < w; ++i) {
+      const float X = static_cast<float>(x0 + i);
+      const float z = h6 * X + h7 * Y + h8;
+      degenerate |= fabsf(z) < eps;
+      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
+      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
+    }
+    if (!degenerate) continue;
+    for (int i = 0; i < w; ++i) {
+      const float X = static_cast<float>(x0 + i);
+      float z = h6 * X + h7 * Y + h8;
+      if (fabsf(z) < eps) {
+        BV_LOGW(kTagAlgo, "calcAreaVxVy", kLineCalcAreaVxVy, "find exception z valu");
+        z = 1.0f;
+      }
+      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
+      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
+    }
+  }
+}
+
+int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
+                      const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
+  const int w = rect.right - rect.left + 1;
+  const int h = rect.bottom - rect.top + 1;
+  // One block for the three planes and the landing index of every sample: one allocation to
+  // fail or free.
+  const int plane = w * h;
+  float* disp = static_cast<float*>(safeNew(plane * 4 * static_cast<int>(sizeof(float))));
+  if (disp == nullptr) {
+    BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
+    return -1;
+  }
+  float* vx = disp + plane;
+  float* vy = vx + plane;
+  int32_t* target = reinterpret_cast<int32_t*>(vy + plane);
+  FillDisparity(rec, rect, w, h, disp);
+
+  // Square and wide maps are centred in a 4:3 frame.
+  const int W = rec.width;
+  const int Hd = rec.height;
+  const int fixW = (W == Hd) ? Hd * 4 / 3 : W;
+  int fixH = Hd;
+  if (9 * fixW == 16 * Hd) fixH = fixW * 3 / 4;
+  if (9 * fixW == 18 * fixH) fixH = fixW * 3 / 4;
+
+  float H[9];
+  if (CalcVxVy(rec.mode, calib, fixW, fixH, H) != 0) {
+    BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransCalcVxVy, "CalcVxVy failed in TransDispariyArea");
+    safeDelete(disp);
+    return -1;
+  }
+  calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
+
+  const Sums s = ShiftSums(ShiftForm(rec.mode, calib.warpMatrixForm), rec.shiftDirection, disp,
+                           vx, vy, target, w, h);
+  safeDelete(disp);
+  if (s.count == 0) {
+    // Nothing landed inside the area: no measured shift rather than a not-a-number.
+    *averShiftX = 0.0f;
+    *averShiftY = 0.0f;
+    return 0;
+  }
+  *averShiftX = s.x / static_cast<float>(s.count);
+  *averShiftY = s.y / static_cast<float>(s.count);
+  return 0;
+}
+
+}  // namespace bivista

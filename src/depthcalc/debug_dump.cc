@@ -1,0 +1,109 @@
+// Raw dumps of the corrected planes, enabled by the "disptrans.saveEnable" property.
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "android_platform.h"
+#include "bivista/mem_services.h"
+#include "common/log_internal.h"
+#include "depthcalc/depthcalc_internal.h"
+
+namespace bivista {
+namespace {
+
+constexpr int kLineWriteRelative = 612;
+constexpr int kLineWriteOpen = 618;
+constexpr int kLineWriteShort = 625;
+constexpr int kLineSaveNoPath = 646;
+constexpr int kLineSaveDefault = 647;
+constexpr int kLineSavePath = 650;
+constexpr int kLineSaveMkdirFailed = 657;
+constexpr int kLineSaveMkdirDone = 659;
+
+constexpr size_t kNameSize = 256;
+constexpr mode_t kDirMode = 0777;
+
+// Whole plane, then the focus area, both appended.
+void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int stride,
+               const BIVISTA_Rect& r, int aw, int ah, const char* kind) {
+  char name[kNameSize];
+  memset(name, 0, sizeof name);
+  snprintf(name, sizeof name, "%s%ld%ld_dis_%dx%d_%s.yuv", dir, 0L, 0L, width, height, kind);
+  writeFile(name, plane, width, height, stride);
+  memset(name, 0, sizeof name);
+  snprintf(name, sizeof name, "%s%ld%ld_dis_l%d_t%d_r%d_b%d_%dx%d_%s_focus.yuv", dir, 0L, 0L,
+           r.left, r.top, r.right, r.bottom, aw, ah, kind);
+  writeFile(name, plane + r.left + static_cast<ptrdiff_t>(stride) * r.top, aw, ah, stride);
+}
+
+}  // namespace
+
+int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int stride) {
+  if (IsRelativePath(path) != 0) {
+    return BV_LOGW(kTagAlgo, "writeFile", kLineWriteRelative,
+                   "your input filenmae contains relative signs!file: %s", path);
+  }
+  FILE* f = fopen(path, "a+");
+  if (f == nullptr) {
+    return BV_LOGE(kTagAlgo, "writeFile", kLineWriteOpen, "Debug open file Error:%s!", path);
+  }
+  // An inverted area has a negative width: its rows are written as empty (short) rows.
+  const size_t bytes = rowBytes > 0 ? static_cast<size_t>(rowBytes) : 0;
+  for (int i = 0; i < rows; ++i) {
+    if (fwrite(data + static_cast<ptrdiff_t>(i) * stride, bytes, 1, f) != 1) {
+      BV_LOGW(kTagAlgo, "writeFile", kLineWriteShort, "write end");
+    }
+  }
+  return fclose(f);
+}
+
+void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
+  const int aw = r.right - r.left + 1;
+  const int ah = r.bottom - r.top + 1;
+  if (aw <= 0) return;
+  for (int i = 0; i < ah; ++i) {
+    uint8_t* row = plane + r.left + static_cast<ptrdiff_t>(stride) * (r.top + i);
+    // The bottom edge is tested against the width: tall areas end in solid rows, wide areas
+    // get no bottom edge. The host's tooling expects exactly this picture.
+    if (i < 2 || i > aw - 3) {
+      memset(row, 255, aw);
+      continue;
+    }
+    for (int j = 0; j < aw && j < 2; ++j) row[j] = 255;
+    for (int j = aw - 2 > 2 ? aw - 2 : 2; j < aw; ++j) row[j] = 255;
+  }
+}
+
+void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width, int height,
+                        int stride, BIVISTA_Rect rect) {
+  char root[kNameSize];
+  memset(root, 0, sizeof root);
+  if (__system_property_get("imagepath", root) <= 0 || root[0] == '\0') {
+    BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSaveNoPath, "can't find the property(imagepath)\n");
+    BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSaveDefault, "use default imagepath:/data/\n");
+    snprintf(root, sizeof root, "%s", "/data");
+  } else {
+    BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSavePath, "imagepath is:%s/disptrans\n", root);
+  }
+  char dir[kNameSize];
+  memset(dir, 0, sizeof dir);
+  if (snprintf(dir, sizeof dir, "%s/disptrans/%ld%ld/", root, 0L, 0L) >= static_cast<int>(sizeof dir)) {
+    dir[sizeof dir - 1] = '\0';  // truncated to the buffer, as every name is
+  }
+  if (mkdir(dir, kDirMode) != 0) {
+    BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSaveMkdirFailed, "create path(%s) failed.\n", dir);
+  } else {
+    BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSaveMkdirDone, "create path(%s) sucessed.\n", dir);
+  }
+  const int aw = rect.right - rect.left + 1;
+  const int ah = rect.bottom - rect.top + 1;
+  // A 16-bit map arrives as a null plane: nothing to paint.
+  if (disparity != nullptr) {
+    PaintDumpFrame(disparity, stride, rect);
+    DumpPlane(dir, disparity, width, height, stride, rect, aw, ah, "disp");
+  }
+  if (confidence != nullptr) DumpPlane(dir, confidence, width, height, stride, rect, aw, ah, "conf");
+}
+
+}  // namespace bivista

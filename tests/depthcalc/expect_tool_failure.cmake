@@ -1,0 +1,16 @@
+# Runs the tool (through EMULATOR when cross-built) with ARGS ("|"-separated) and requires exit code 1 (not a crash) and one
+# message on stderr matching EXPECT.
+string(REPLACE "|" ";" args "${ARGS}")
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${TOOL} ${args} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc STREQUAL "1")
+  message(FATAL_ERROR "expected exit code 1, got '${rc}'\nstdout: ${out}\nstderr: ${err}")
+endif()
+if(NOT err MATCHES "${EXPECT}")
+  message(FATAL_ERROR "stderr does not match '${EXPECT}':\n${err}")
+endif()
+string(REGEX MATCHALL "bivista_depthcalc_tool: " lines "${err}")
+list(LENGTH lines n)
+if(NOT n EQUAL 1)
+  message(FATAL_ERROR "expected one message from the tool, got ${n}:\n${err}")
+endif()
