@@ -7,5 +7,6 @@ bash "$here/scripts/setup.sh" base
 build="$here/build/main"
 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
       -DBIVISTA_BUILD_TESTS=OFF -DBIVISTA_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j "$(nproc)" --target bivista_depthcalc_tool
+log="$build/build.log"
+cmake --build "$build" -j "$(nproc)" --target bivista_depthcalc_tool >"$log" 2>&1 || { cat "$log"; exit 1; }
 exec "$build/tools/bivista_depthcalc_tool" "$@"
