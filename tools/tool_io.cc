@@ -7,7 +7,7 @@
 
 #include <sstream>
 
-#include "tinyxml2.h"
+#include "bivista/xml_helper.h"
 #include "tools/tool_support.h"
 
 namespace bvtool {
@@ -15,9 +15,10 @@ namespace {
 
 std::string Errno() { return strerror(errno); }
 
-// The one place the calibration document is read from disk.
+// The one place the calibration document is read from disk: through the library, so a failure
+// is also in the log.
 int LoadDocument(tinyxml2::XMLDocument* doc, const std::string& path) {
-  return doc->LoadFile(path.c_str());
+  return Bivista_XmlLoadFile(doc, path.c_str());
 }
 
 // Whitespace-separated numbers of an attribute; exactly `count` of them.
