@@ -1,0 +1,140 @@
+// Two-pass connected-component labelling with a caller-provided equivalence table. Labels are
+// left as the root of each class (not renumbered); 0 is background, 1 marks unlabelled pixels.
+#include <stddef.h>
+
+#include "bivista/morphology.h"
+
+namespace bivista {
+namespace {
+
+inline int NewLabel(int* table, int* next) {
+  const int n = (*next)++;
+  table[n] = n;
+  return n;
+}
+
+inline int Root(const int* table, int label) {
+  while (table[label] != label) label = table[label];
+  return label;
+}
+
+// Marks, then labels row 0 from the left and column 0 from above (column 0 never looks at the
+// upper-right diagonal, in either connectivity).
+int FirstPassEdges(const unsigned char* src, int* labels, int width, int height, int* table,
+                   unsigned char value) {
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+  for (size_t i = 0; i < count; ++i) labels[i] = src[i] == value ? 1 : 0;
+  table[0] = 0;
+  table[1] = 1;
+  int next = 2;
+  if (labels[0] != 0) labels[0] = NewLabel(table, &next);
+  for (int x = 1; x < width; ++x) {
+    if (labels[x] == 0) continue;
+    labels[x] = labels[x - 1] != 0 ? labels[x - 1] : NewLabel(table, &next);
+  }
+  for (int y = 1; y < height; ++y) {
+    int* p = labels + static_cast<size_t>(y) * width;
+    if (*p == 0) continue;
+    *p = p[-width] != 0 ? p[-width] : NewLabel(table, &next);
+  }
+  return next;
+}
+
+void Resolve(int* labels, int width, int height, int* labelCount, int* table, int next) {
+  for (int l = 2; l < next; ++l) table[l] = Root(table, l);
+  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
+  for (size_t i = 0; i < count; ++i) labels[i] = table[labels[i]];
+  *labelCount = next;
+}
+
+// Merge of two classes meeting at a 4-connected pixel; every pointer goes to a smaller label.
+inline void Merge4(int* table, int m, int big) {
+  int a;
+  const int r = table[m];
+  if (r > m) {
+    table[r] = m;
+    table[m] = m;
+    a = m;
+  } else {
+    a = r;
+  }
+  const int s = table[big];
+  if (a < s) {
+    table[s] = a;
+    table[big] = a;
+  } else if (a > s) {
+    table[a] = s;
+  }
+}
+
+bool EmptyImage(int width, int height, int* labelCount, int* table) {
+  if (width > 0 && height > 0) return false;
+  table[0] = 0;
+  table[1] = 1;
+  *labelCount = 2;
+  return true;
+}
+
+}  // namespace
+}  // namespace bivista
+
+using namespace bivista;
+
+void connectTwoPass(const unsigned char* src, int* labels, int width, int height,
+                    int* labelCount, int* table, unsigned char value) {
+  if (EmptyImage(width, height, labelCount, table)) return;
+  int next = FirstPassEdges(src, labels, width, height, table, value);
+  for (int y = 1; y < height; ++y) {
+    int* row = labels + static_cast<size_t>(y) * width;
+    const int* up = row - width;
+    for (int x = 1; x < width; ++x) {
+      if (row[x] == 0) continue;
+      const int l = row[x - 1];
+      const int u = up[x];
+      if (l <= 1) {
+        row[x] = u < 2 ? NewLabel(table, &next) : u;
+      } else if (u <= 1) {
+        row[x] = l;
+      } else {
+        const int m = l < u ? l : u;
+        row[x] = m;
+        Merge4(table, m, l < u ? u : l);
+      }
+    }
+  }
+  Resolve(labels, width, height, labelCount, table, next);
+}
+
+void connectTwoPass_8(const unsigned char* src, int* labels, int width, int height,
+                      int* labelCount, int* table, unsigned char value) {
+  if (EmptyImage(width, height, labelCount, table)) return;
+  int next = FirstPassEdges(src, labels, width, height, table, value);
+  for (int y = 1; y < height; ++y) {
+    int* row = labels + static_cast<size_t>(y) * width;
+    const int* up = row - width;
+    for (int x = 1; x < width; ++x) {
+      if (row[x] == 0) continue;
+      int found[4];
+      int c = 0;
+      if (row[x - 1] >= 2) found[c++] = row[x - 1];
+      if (up[x] >= 2) found[c++] = up[x];
+      if (up[x - 1] >= 2) found[c++] = up[x - 1];
+      if (x + 1 < width && up[x + 1] >= 2) found[c++] = up[x + 1];
+      if (c == 0) {
+        row[x] = NewLabel(table, &next);
+      } else if (c == 1) {
+        row[x] = found[0];
+      } else {
+        int m = Root(table, found[0]);
+        found[0] = m;
+        for (int i = 1; i < c; ++i) {
+          found[i] = Root(table, found[i]);
+          if (found[i] < m) m = found[i];
+        }
+        row[x] = m;
+        for (int i = 0; i < c; ++i) table[found[i]] = m;
+      }
+    }
+  }
+  Resolve(labels, width, height, labelCount, table, next);
+}
