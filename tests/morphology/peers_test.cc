@@ -56,7 +56,7 @@ TEST(MorphologyPeers, BoxEnginesMatchOpenCvRectangles) {
       const int r = k / 2;
       const cv::Mat square = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(2 * r + 1, 2 * r + 1));
       // Row 0 and column 0 take no part: compare with the peer on the rest of the image.
-      cv::Mat inner = View(m, w, h)(cv::Rect(1, 1, w - 1, h - 1)), e, d;
+      cv::Mat inner = View(m, w, h)(cv::Rect(1, 1, w - 1, h - 1)).clone(), e, d;
       cv::erode(inner, e, square);
       cv::dilate(inner, d, square);
       Bytes oe(w * h), od(w * h);
