@@ -114,6 +114,24 @@ void connectTwoPass_8(const unsigned char* src, int* labels, int width, int heig
     const int* up = row - width;
     for (int x = 1; x < width; ++x) {
       if (row[x] == 0) continue;
+      // Shortcuts where every labelled neighbour is already in one class (each of them looked at
+      // the others when it was labelled), so taking any one of them ends in the same root.
+      const int u = up[x];
+      const int ur = x + 1 < width ? up[x + 1] : 0;
+      if (x >= 2 && u >= 2) {
+        row[x] = u;
+        continue;
+      }
+      if (u < 2 && ur < 2) {
+        if (row[x - 1] >= 2) {
+          row[x] = row[x - 1];
+          continue;
+        }
+        if (up[x - 1] >= 2) {
+          row[x] = up[x - 1];
+          continue;
+        }
+      }
       int found[4];
       int c = 0;
       if (row[x - 1] >= 2) found[c++] = row[x - 1];

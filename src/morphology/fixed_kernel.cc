@@ -9,20 +9,31 @@
 namespace bivista {
 namespace {
 
+void CopyRow(const unsigned char* src, unsigned char* dst, int y, int width, int stride);
+
 void CopyRows(const unsigned char* src, unsigned char* dst, int width, int height, int stride) {
-  for (int y = 0; y < height; ++y) {
-    memcpy(dst + static_cast<size_t>(y) * stride, src + static_cast<size_t>(y) * stride,
-           static_cast<size_t>(width));
-  }
+  for (int y = 0; y < height; ++y) CopyRow(src, dst, y, width, stride);
 }
 
+void CopyRow(const unsigned char* src, unsigned char* dst, int y, int width, int stride) {
+  const size_t at = static_cast<size_t>(y) * stride;
+  memcpy(dst + at, src + at, static_cast<size_t>(width));
+}
+
+// Each row is copied to the scratch just before the output row above it needs it, so the three
+// source rows are still in cache when combined.
 void Fixed3x3(unsigned char* image, unsigned char* scratch, int width, int height, int stride,
               int iterations, int cross, int useOr) {
   if (iterations < 1) return;
   for (int it = 0; it < iterations; ++it) {
-    CopyRows(image, scratch, width, height, stride);
-    if (height <= 2 || width <= 2) continue;
+    if (height <= 2 || width <= 2) {
+      CopyRows(image, scratch, width, height, stride);
+      continue;
+    }
+    CopyRow(image, scratch, 0, width, stride);
+    CopyRow(image, scratch, 1, width, stride);
     for (int y = 1; y < height - 1; ++y) {
+      CopyRow(image, scratch, y + 1, width, stride);
       const unsigned char* mid = scratch + static_cast<size_t>(y) * stride + 1;
       Combine3x3(mid - stride, mid, mid + stride, image + static_cast<size_t>(y) * stride + 1,
                  width - 2, cross, useOr);

@@ -18,7 +18,23 @@ constexpr int kLineCloseFirst = 627;
 constexpr int kLineCloseSecond = 633;
 constexpr const char kMemTag[] = "MORPHOLOGIC";
 
+// One integral row: above + running sum of the source row (above is null for row 0). In 32-bit
+// modular arithmetic this equals left + above - above-left + pixel.
+void IntegralRow(const unsigned char* src, const uint32_t* above, uint32_t* dst, int width) {
+  uint32_t run = 0;
+  if (above == nullptr) {
+    for (int x = 0; x < width; ++x) dst[x] = run += src[x];
+    return;
+  }
+  for (int x = 0; x < width; ++x) {
+    run += src[x];
+    dst[x] = above[x] + run;
+  }
+}
+
 // Row 0 and column 0 are outside every window: the exclusive lower bounds clamp to index 0.
+// Only the last 2r + 2 integral rows are ever read, so the table's block is used as a ring of
+// rows that stays in cache.
 int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsigned char* dst,
              int width, int height, int k, int erode) {
   const int r = static_cast<int>(static_cast<double>(static_cast<float>(k - 1) * 0.5f) + 0.5);
@@ -26,15 +42,21 @@ int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsi
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* integral = static_cast<uint32_t*>(mem->malloc(count * 4, VTA_MEM_TAG(kMemTag), 0));
   if (integral == nullptr) return -1;
-  ImIntegral(src, integral, width, height);
+  const int ring = height < 2 * r + 2 ? height : 2 * r + 2;
+  const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
+  int built = 0;  // integral rows computed so far
   // Columns whose window is not clipped at either side go through the row kernel.
   const int x0 = r + 1;
   const int x1 = width - 1 - r;
   for (int y = 0; y < height; ++y) {
     const int top = y - r >= 1 ? y - r - 1 : 0;
     const int bottom = y + r < height - 1 ? y + r : height - 1;
-    const uint32_t* rowT = integral + static_cast<size_t>(top) * width;
-    const uint32_t* rowB = integral + static_cast<size_t>(bottom) * width;
+    for (; built <= bottom; ++built) {
+      IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
+                  slot(built), width);
+    }
+    const uint32_t* rowT = slot(top);
+    const uint32_t* rowB = slot(bottom);
     unsigned char* out = dst + static_cast<size_t>(y) * width;
     const auto decide = [&](int x) {
       const int left = x - r >= 1 ? x - r - 1 : 0;
@@ -84,21 +106,9 @@ using namespace bivista;
 
 void ImIntegral(const unsigned char* src, unsigned int* dst, int width, int height) {
   if (width < 1 || height < 1) return;
-  uint32_t run = 0;
-  for (int x = 0; x < width; ++x) {
-    run += src[x];
-    dst[x] = run;
-  }
-  // above + row prefix equals left + above - above-left + pixel in 32-bit modular arithmetic.
-  for (int y = 1; y < height; ++y) {
-    const unsigned char* s = src + static_cast<size_t>(y) * width;
-    const uint32_t* above = dst + static_cast<size_t>(y - 1) * width;
-    uint32_t* d = dst + static_cast<size_t>(y) * width;
-    run = 0;
-    for (int x = 0; x < width; ++x) {
-      run += s[x];
-      d[x] = above[x] + run;
-    }
+  for (int y = 0; y < height; ++y) {
+    const size_t at = static_cast<size_t>(y) * width;
+    IntegralRow(src + at, y ? dst + at - width : nullptr, dst + at, width);
   }
 }
 

@@ -66,10 +66,11 @@ static void SelectDesc(const uint8_t* a, int s, const uint8_t* copy, uint8_t* ou
   for (--i; i >= 0; --i) out[i] = (a[i] | a[i + s]) ? v : copy[i];
 }
 
-// Window OR by doubling: after k steps a[i] holds the OR of cnt[i..i+2^k-1]; two overlapping
-// power-of-two spans cover each full window, the clipped border windows are done plainly.
-void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
-               uint8_t v) {
+// Window OR by doubling over bytes: after k steps a[i] holds the OR of cnt[i..i+2^k-1]; two
+// overlapping power-of-two spans cover each full window, the clipped border windows are done
+// plainly. Used where the bit-set path below does not apply.
+static void SpreadRowBytes(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
+                           int kW, uint8_t v) {
   const int span = 2 * kW + 1;
   int p = 1;
   while (p * 2 <= span) p *= 2;
@@ -92,6 +93,67 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
     any |= cnt[x - kW];
     dst[x] = any ? v : copy[x];
   }
+}
+
+constexpr int kBitWords = 512;
+
+// Multi-word bit sets, bit i at word i / 64, bit i % 64; words past n read as zero.
+// OrDown: w bit i |= w bit i + s, ascending, so every read sees the value before this step.
+static void OrDown(uint64_t* w, int n, int s) {
+  const int ws = s / 64, bs = s % 64;
+  for (int j = 0; j < n; ++j) {
+    const uint64_t lo = j + ws < n ? w[j + ws] : 0;
+    const uint64_t hi = j + ws + 1 < n ? w[j + ws + 1] : 0;
+    w[j] |= bs ? (lo >> bs) | (hi << (64 - bs)) : lo;
+  }
+}
+
+// BitsUp: out bit i = in bit i - s.
+static void BitsUp(const uint64_t* in, uint64_t* out, int n, int s) {
+  const int ws = s / 64, bs = s % 64;
+  for (int j = 0; j < n; ++j) {
+    const uint64_t lo = j - ws >= 0 ? in[j - ws] : 0;
+    const uint64_t below = j - ws - 1 >= 0 ? in[j - ws - 1] : 0;
+    out[j] = bs ? (lo << bs) | (below >> (64 - bs)) : lo;
+  }
+}
+
+// Window OR on a bit set of "counter non-zero", shifted right by kW so the clipped windows need
+// no special case; the per-pixel work is one compare and one select whatever the radius.
+void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+               uint8_t v) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const int words = (width + 2 * kW + 63) / 64 + 1;
+  if (N < 8 || words > kBitWords) {
+    SpreadRowBytes(cnt, copy, dst, width, kW, v);
+    return;
+  }
+  uint64_t nz[kBitWords];
+  uint64_t win[kBitWords];
+  for (int j = 0; j < words; ++j) nz[j] = 0;
+  auto* bytes = reinterpret_cast<uint8_t*>(nz);
+  const auto zero = hn::Zero(d);
+  int x = 0;
+  for (; x + N <= width; x += N) {
+    hn::StoreMaskBits(d, hn::Not(hn::Eq(hn::LoadU(d, cnt + x), zero)), bytes + x / 8);
+  }
+  for (; x < width; ++x) {
+    if (cnt[x]) nz[x / 64] |= uint64_t{1} << (x % 64);
+  }
+  // Bit kW + x stands for column x; the span [x - kW, x + kW] is bits x .. x + 2kW.
+  BitsUp(nz, win, words, kW);
+  const int span = 2 * kW + 1;
+  int p = 1;
+  for (; p * 2 <= span; p *= 2) OrDown(win, words, p);
+  OrDown(win, words, span - p);
+  const auto* hit = reinterpret_cast<const uint8_t*>(win);
+  const auto vv = hn::Set(d, v);
+  for (x = 0; x + N <= width; x += N) {
+    const auto m = hn::LoadMaskBits(d, hit + x / 8);
+    hn::StoreU(hn::IfThenElse(m, vv, hn::LoadU(d, copy + x)), d, dst + x);
+  }
+  for (; x < width; ++x) dst[x] = (win[x / 64] >> (x % 64)) & 1 ? v : copy[x];
 }
 
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
