@@ -75,6 +75,61 @@ bool EmptyImage(int width, int height, int* labelCount, int* table) {
   return true;
 }
 
+// 4-connectivity: left and above.
+int Label4(const int* row, const int* up, int x, int /*width*/, int* table, int* next) {
+  const int l = row[x - 1];
+  const int u = up[x];
+  if (l <= 1) return u < 2 ? NewLabel(table, next) : u;
+  if (u <= 1) return l;
+  const int m = l < u ? l : u;
+  Merge4(table, m, l < u ? u : l);
+  return m;
+}
+
+// 8-connectivity: left, above, above-left and above-right.
+int Label8(const int* row, const int* up, int x, int width, int* table, int* next) {
+  // Shortcuts where every labelled neighbour is already in one class (each of them looked at
+  // the others when it was labelled), so taking any one of them ends in the same root.
+  const int u = up[x];
+  const int ur = x + 1 < width ? up[x + 1] : 0;
+  if (x >= 2 && u >= 2) return u;
+  if (u < 2 && ur < 2) {
+    if (row[x - 1] >= 2) return row[x - 1];
+    if (up[x - 1] >= 2) return up[x - 1];
+  }
+  int found[4];
+  int c = 0;
+  if (row[x - 1] >= 2) found[c++] = row[x - 1];
+  if (u >= 2) found[c++] = u;
+  if (up[x - 1] >= 2) found[c++] = up[x - 1];
+  if (ur >= 2) found[c++] = ur;
+  if (c == 0) return NewLabel(table, next);
+  if (c == 1) return found[0];
+  int m = Root(table, found[0]);
+  found[0] = m;
+  for (int i = 1; i < c; ++i) {
+    found[i] = Root(table, found[i]);
+    if (found[i] < m) m = found[i];
+  }
+  for (int i = 0; i < c; ++i) table[found[i]] = m;
+  return m;
+}
+
+template <class Rule>
+void TwoPass(const unsigned char* src, int* labels, int width, int height, int* labelCount,
+             int* table, unsigned char value, Rule rule) {
+  if (EmptyImage(width, height, labelCount, table)) return;
+  int next = FirstPassEdges(src, labels, width, height, table, value);
+  for (int y = 1; y < height; ++y) {
+    int* row = labels + static_cast<size_t>(y) * width;
+    const int* up = row - width;
+    for (int x = 1; x < width; ++x) {
+      if (row[x] != 0) row[x] = rule(row, up, x, width, table, &next);
+    }
+  }
+  Resolve(labels, width, height, labelCount, table, next);
+}
+
 }  // namespace
 }  // namespace bivista
 
@@ -82,77 +137,10 @@ using namespace bivista;
 
 void connectTwoPass(const unsigned char* src, int* labels, int width, int height,
                     int* labelCount, int* table, unsigned char value) {
-  if (EmptyImage(width, height, labelCount, table)) return;
-  int next = FirstPassEdges(src, labels, width, height, table, value);
-  for (int y = 1; y < height; ++y) {
-    int* row = labels + static_cast<size_t>(y) * width;
-    const int* up = row - width;
-    for (int x = 1; x < width; ++x) {
-      if (row[x] == 0) continue;
-      const int l = row[x - 1];
-      const int u = up[x];
-      if (l <= 1) {
-        row[x] = u < 2 ? NewLabel(table, &next) : u;
-      } else if (u <= 1) {
-        row[x] = l;
-      } else {
-        const int m = l < u ? l : u;
-        row[x] = m;
-        Merge4(table, m, l < u ? u : l);
-      }
-    }
-  }
-  Resolve(labels, width, height, labelCount, table, next);
+  TwoPass(src, labels, width, height, labelCount, table, value, Label4);
 }
 
 void connectTwoPass_8(const unsigned char* src, int* labels, int width, int height,
                       int* labelCount, int* table, unsigned char value) {
-  if (EmptyImage(width, height, labelCount, table)) return;
-  int next = FirstPassEdges(src, labels, width, height, table, value);
-  for (int y = 1; y < height; ++y) {
-    int* row = labels + static_cast<size_t>(y) * width;
-    const int* up = row - width;
-    for (int x = 1; x < width; ++x) {
-      if (row[x] == 0) continue;
-      // Shortcuts where every labelled neighbour is already in one class (each of them looked at
-      // the others when it was labelled), so taking any one of them ends in the same root.
-      const int u = up[x];
-      const int ur = x + 1 < width ? up[x + 1] : 0;
-      if (x >= 2 && u >= 2) {
-        row[x] = u;
-        continue;
-      }
-      if (u < 2 && ur < 2) {
-        if (row[x - 1] >= 2) {
-          row[x] = row[x - 1];
-          continue;
-        }
-        if (up[x - 1] >= 2) {
-          row[x] = up[x - 1];
-          continue;
-        }
-      }
-      int found[4];
-      int c = 0;
-      if (row[x - 1] >= 2) found[c++] = row[x - 1];
-      if (up[x] >= 2) found[c++] = up[x];
-      if (up[x - 1] >= 2) found[c++] = up[x - 1];
-      if (x + 1 < width && up[x + 1] >= 2) found[c++] = up[x + 1];
-      if (c == 0) {
-        row[x] = NewLabel(table, &next);
-      } else if (c == 1) {
-        row[x] = found[0];
-      } else {
-        int m = Root(table, found[0]);
-        found[0] = m;
-        for (int i = 1; i < c; ++i) {
-          found[i] = Root(table, found[i]);
-          if (found[i] < m) m = found[i];
-        }
-        row[x] = m;
-        for (int i = 0; i < c; ++i) table[found[i]] = m;
-      }
-    }
-  }
-  Resolve(labels, width, height, labelCount, table, next);
+  TwoPass(src, labels, width, height, labelCount, table, value, Label8);
 }

@@ -13,29 +13,27 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+// A match is 0xFF (-1): subtracting it adds one, adding it subtracts one.
+template <bool kAdd>
+static void CounterUpdate(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
   const hn::ScalableTag<uint8_t> d;
   const int N = static_cast<int>(hn::Lanes(d));
   const auto vv = hn::Set(d, v);
   int i = 0;
-  // A match is 0xFF, so subtracting it adds one.
   for (; i + N <= n; i += N) {
     const auto m = hn::VecFromMask(d, hn::Eq(hn::LoadU(d, row + i), vv));
-    hn::StoreU(hn::Sub(hn::LoadU(d, cnt + i), m), d, cnt + i);
+    const auto c = hn::LoadU(d, cnt + i);
+    hn::StoreU(kAdd ? hn::Sub(c, m) : hn::Add(c, m), d, cnt + i);
   }
-  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] + (row[i] == v));
+  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(kAdd ? cnt[i] + (row[i] == v) : cnt[i] - (row[i] == v));
+}
+
+void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  CounterUpdate<true>(row, cnt, n, v);
 }
 
 void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
-  const hn::ScalableTag<uint8_t> d;
-  const int N = static_cast<int>(hn::Lanes(d));
-  const auto vv = hn::Set(d, v);
-  int i = 0;
-  for (; i + N <= n; i += N) {
-    const auto m = hn::VecFromMask(d, hn::Eq(hn::LoadU(d, row + i), vv));
-    hn::StoreU(hn::Add(hn::LoadU(d, cnt + i), m), d, cnt + i);
-  }
-  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] - (row[i] == v));
+  CounterUpdate<false>(row, cnt, n, v);
 }
 
 // out[i] = a[i] | a[i + q], ascending; out may equal a (each store lands behind every later load).
