@@ -9,19 +9,15 @@
 namespace bivista {
 namespace {
 
-void CopyRow(const unsigned char* src, unsigned char* dst, int y, int width, int stride);
-
 void CopyRows(const unsigned char* src, unsigned char* dst, int width, int height, int stride) {
-  for (int y = 0; y < height; ++y) CopyRow(src, dst, y, width, stride);
+  for (int y = 0; y < height; ++y) {
+    memcpy(dst + static_cast<size_t>(y) * stride, src + static_cast<size_t>(y) * stride,
+           static_cast<size_t>(width));
+  }
 }
 
-void CopyRow(const unsigned char* src, unsigned char* dst, int y, int width, int stride) {
-  const size_t at = static_cast<size_t>(y) * stride;
-  memcpy(dst + at, src + at, static_cast<size_t>(width));
-}
-
-// Each row is copied to the scratch just before the output row above it needs it, so the three
-// source rows are still in cache when combined.
+// Each source row is copied to the scratch by the pass that first reads it (as the row below the
+// output row), so the image is read once per iteration.
 void Fixed3x3(unsigned char* image, unsigned char* scratch, int width, int height, int stride,
               int iterations, int cross, int useOr) {
   if (iterations < 1) return;
@@ -30,13 +26,12 @@ void Fixed3x3(unsigned char* image, unsigned char* scratch, int width, int heigh
       CopyRows(image, scratch, width, height, stride);
       continue;
     }
-    CopyRow(image, scratch, 0, width, stride);
-    CopyRow(image, scratch, 1, width, stride);
+    CopyRows(image, scratch, width, 2, stride);
     for (int y = 1; y < height - 1; ++y) {
-      CopyRow(image, scratch, y + 1, width, stride);
-      const unsigned char* mid = scratch + static_cast<size_t>(y) * stride + 1;
-      Combine3x3(mid - stride, mid, mid + stride, image + static_cast<size_t>(y) * stride + 1,
-                 width - 2, cross, useOr);
+      const size_t at = static_cast<size_t>(y) * stride + 1;
+      const unsigned char* mid = scratch + at;
+      Combine3x3(mid - stride, mid, image + at + stride, image + at, width - 2, cross, useOr,
+                 scratch + at + stride);
     }
   }
 }

@@ -1,6 +1,7 @@
 // Vector row kernels of the morphology routines, compiled once per target.
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "morphology/morph_kernels.cc"
@@ -185,12 +186,18 @@ HWY_INLINE V Comb(D, V a, V b) {
   return kOr ? hn::Or(a, b) : hn::And(a, b);
 }
 
+constexpr int kVerticalRow = 8192;
+
 template <bool kOr>
 static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* down,
-                        uint8_t* out, int n, int cross) {
-  const hn::ScalableTag<uint8_t> d;
+                        uint8_t* out, int n, int cross, uint8_t* downCopy) {
+  // 32-byte vectors: wider ones split a cache line on nearly every shifted load.
+  const hn::CappedTag<uint8_t, 32> d;
   const int N = static_cast<int>(hn::Lanes(d));
   int i = 0;
+  if (downCopy && (cross || n + 2 > kVerticalRow)) {
+    memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
+  }
   if (cross) {
     for (; i + N <= n; i += N) {
       auto r = Comb<kOr>(d, hn::LoadU(d, mid + i - 1), hn::LoadU(d, mid + i));
@@ -202,6 +209,28 @@ static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* do
       out[i] = kOr ? (mid[i - 1] | mid[i] | mid[i + 1] | up[i] | down[i])
                    : (mid[i - 1] & mid[i] & mid[i + 1] & up[i] & down[i]);
     }
+    return;
+  }
+  if (!cross && n + 2 <= kVerticalRow) {
+    // Vertical combination once per column, then the horizontal one: six loads instead of nine.
+    HWY_ALIGN uint8_t v[kVerticalRow];
+    const int m = n + 2;  // v[j] stands for column j - 1
+    int j = 0;
+    for (; j + N <= m; j += N) {
+      const auto c = Comb<kOr>(d, hn::LoadU(d, up + j - 1), hn::LoadU(d, mid + j - 1));
+      const auto b = hn::LoadU(d, down + j - 1);
+      if (downCopy) hn::StoreU(b, d, downCopy + j - 1);
+      hn::Store(Comb<kOr>(d, c, b), d, v + j);
+    }
+    for (; j < m; ++j) {
+      if (downCopy) downCopy[j - 1] = down[j - 1];
+      v[j] = kOr ? (up[j - 1] | mid[j - 1] | down[j - 1]) : (up[j - 1] & mid[j - 1] & down[j - 1]);
+    }
+    for (; i + N <= n; i += N) {
+      const auto c = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 1));
+      hn::StoreU(Comb<kOr>(d, c, hn::LoadU(d, v + i + 2)), d, out + i);
+    }
+    for (; i < n; ++i) out[i] = kOr ? (v[i] | v[i + 1] | v[i + 2]) : (v[i] & v[i + 1] & v[i + 2]);
     return;
   }
   for (; i + N <= n; i += N) {
@@ -223,17 +252,17 @@ static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* do
 }
 
 void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr) {
+                int cross, int useOr, uint8_t* downCopy) {
   if (useOr) {
-    Combine3x3T<true>(up, mid, down, out, n, cross);
+    Combine3x3T<true>(up, mid, down, out, n, cross, downCopy);
   } else {
-    Combine3x3T<false>(up, mid, down, out, n, cross);
+    Combine3x3T<false>(up, mid, down, out, n, cross, downCopy);
   }
 }
 
 template <bool kOr>
 static void Combine5x5T(const uint8_t* const* rows, uint8_t* out, int n) {
-  const hn::ScalableTag<uint8_t> d;
+  const hn::CappedTag<uint8_t, 32> d;
   const int N = static_cast<int>(hn::Lanes(d));
   int i = 0;
   for (; i + N <= n; i += N) {
@@ -346,8 +375,8 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, co
   HWY_DYNAMIC_DISPATCH(BoxDecideRow)(bR, tL, tR, bL, out, n, area, erode);
 }
 void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr) {
-  HWY_DYNAMIC_DISPATCH(Combine3x3)(up, mid, down, out, n, cross, useOr);
+                int cross, int useOr, uint8_t* downCopy) {
+  HWY_DYNAMIC_DISPATCH(Combine3x3)(up, mid, down, out, n, cross, useOr, downCopy);
 }
 void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
   HWY_DYNAMIC_DISPATCH(Combine5x5)(rows, out, n, useOr);
@@ -361,6 +390,7 @@ void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
 void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
   HWY_DYNAMIC_DISPATCH(ThresholdRow)(p, n, N, above, notAbove);
 }
+
 
 namespace scalar {
 
@@ -398,7 +428,8 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, co
 }
 
 void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr) {
+                int cross, int useOr, uint8_t* downCopy) {
+  if (downCopy) memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
   for (int i = 0; i < n; ++i) {
     uint8_t r = useOr ? 0 : 0xFF;
     for (int dy = -1; dy <= 1; ++dy) {

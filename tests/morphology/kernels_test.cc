@@ -99,10 +99,12 @@ TEST(MorphKernels, FixedCombinationsMatchScalar) {
       for (int i = 0; i < 5; ++i) p[i] = rows[i].data() + 2;
       for (int useOr = 0; useOr <= 1; ++useOr) {
         for (int cross = 0; cross <= 1; ++cross) {
-          Bytes a(n), b(n);
-          bivista::Combine3x3(p[1], p[2], p[3], a.data(), n, cross, useOr);
-          bivista::scalar::Combine3x3(p[1], p[2], p[3], b.data(), n, cross, useOr);
+          Bytes a(n), b(n), ca(n + 2, 0x5C), cb(n + 2, 0xC5);
+          bivista::Combine3x3(p[1], p[2], p[3], a.data(), n, cross, useOr, ca.data() + 1);
+          bivista::scalar::Combine3x3(p[1], p[2], p[3], b.data(), n, cross, useOr, cb.data() + 1);
           EXPECT_EQ(a, b) << "3x3 n=" << n << " or=" << useOr << " cross=" << cross;
+          EXPECT_EQ(ca, Bytes(rows[3].begin() + 1, rows[3].begin() + n + 3));
+          EXPECT_EQ(ca, cb);
         }
         Bytes a(n), b(n);
         bivista::Combine5x5(p, a.data(), n, useOr);
