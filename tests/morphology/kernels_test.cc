@@ -61,6 +61,35 @@ TEST(MorphKernels, SpreadRowMatchesRunningSum) {
   });
 }
 
+// Rows too wide for the on-stack buffers take the other vector paths.
+TEST(MorphKernels, VeryWideRowsMatchScalar) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(6);
+    const int n = 33001;
+    const Bytes cnt = SparseBytes(n, rng, 0.001);
+    const Bytes copy = RandomBytes(n, rng, 0, 3);
+    for (int kW : {0, 3, 40}) {
+      Bytes a(n), b(n);
+      bivista::SpreadRow(cnt.data(), copy.data(), a.data(), n, kW, 9);
+      bivista::scalar::SpreadRow(cnt.data(), copy.data(), b.data(), n, kW, 9);
+      EXPECT_EQ(a, b) << "kW=" << kW;
+    }
+    std::vector<Bytes> rows(3, Bytes(n + 2));
+    for (auto& r : rows) {
+      for (auto& v : r) v = rng() % 8 ? 255 : 0;
+    }
+    for (int useOr = 0; useOr <= 1; ++useOr) {
+      Bytes a(n), b(n), ca(n + 2), cb(n + 2);
+      bivista::Combine3x3(&rows[0][1], &rows[1][1], &rows[2][1], a.data(), n, 0, useOr, &ca[1]);
+      bivista::scalar::Combine3x3(&rows[0][1], &rows[1][1], &rows[2][1], b.data(), n, 0, useOr,
+                                  &cb[1]);
+      EXPECT_EQ(a, b);
+      EXPECT_EQ(ca, rows[2]);
+      EXPECT_EQ(ca, cb);
+    }
+  });
+}
+
 TEST(MorphKernels, BoxDecisionMatchesScalar) {
   bvtest::ForEachHwyTarget([](const char*) {
     std::mt19937 rng(3);
