@@ -88,6 +88,11 @@ void BM_ErosionDilationOpt(benchmark::State& state) {
   const int r = static_cast<int>(state.range(0));
   InPlace(state, Blobby(1), [&](uint8_t* p) { Erosion_Dilation_Function_opt(p, kW, kH, r, r, 0); });
 }
+void BM_ErosionDilationOptXY(benchmark::State& state) {
+  const int rx = static_cast<int>(state.range(0)), ry = static_cast<int>(state.range(1));
+  InPlace(state, Blobby(1), [&](uint8_t* p) { Erosion_Dilation_Function_opt(p, kW, kH, rx, ry, 0); });
+}
+BENCHMARK(BM_ErosionDilationOptXY)->Args({5, 5})->Args({255, 5})->Args({5, 255})->Unit(benchmark::kMillisecond);
 
 void BM_ImErode41(benchmark::State& state) {
   const cv::Mat& src = Blobby(1);

@@ -96,15 +96,17 @@ static void SpreadRowBytes(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst
 
 constexpr int kBitWords = 512;
 
-// Multi-word bit sets, bit i at word i / 64, bit i % 64; words past n read as zero.
-// OrDown: w bit i |= w bit i + s, ascending, so every read sees the value before this step.
+// Multi-word bit sets, bit i at word i / 64, bit i % 64.
+// OrDown: w bit i |= w bit i + s for the n words, ascending, so every read sees the value before
+// this step; the words from n on are zero and s < 64 * kBitPad.
+constexpr int kBitPad = 10;
 static void OrDown(uint64_t* w, int n, int s) {
   const int ws = s / 64, bs = s % 64;
-  for (int j = 0; j < n; ++j) {
-    const uint64_t lo = j + ws < n ? w[j + ws] : 0;
-    const uint64_t hi = j + ws + 1 < n ? w[j + ws + 1] : 0;
-    w[j] |= bs ? (lo >> bs) | (hi << (64 - bs)) : lo;
+  if (bs == 0) {
+    for (int j = 0; j < n; ++j) w[j] |= w[j + ws];
+    return;
   }
+  for (int j = 0; j < n; ++j) w[j] |= (w[j + ws] >> bs) | (w[j + ws + 1] << (64 - bs));
 }
 
 // BitsUp: out bit i = in bit i - s.
@@ -124,13 +126,14 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
   const hn::ScalableTag<uint8_t> d;
   const int N = static_cast<int>(hn::Lanes(d));
   const int words = (width + 2 * kW + 63) / 64 + 1;
-  if (N < 8 || words > kBitWords) {
+  if (N < 8 || words > kBitWords || 2 * kW + 1 >= 64 * kBitPad) {
     SpreadRowBytes(cnt, copy, dst, width, kW, v);
     return;
   }
   uint64_t nz[kBitWords];
-  uint64_t win[kBitWords];
+  uint64_t win[kBitWords + kBitPad];
   for (int j = 0; j < words; ++j) nz[j] = 0;
+  for (int j = words; j < words + kBitPad; ++j) win[j] = 0;
   auto* bytes = reinterpret_cast<uint8_t*>(nz);
   const auto zero = hn::Zero(d);
   int x = 0;
