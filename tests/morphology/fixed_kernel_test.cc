@@ -106,27 +106,4 @@ TEST(FixedKernels, NoIterationsTouchesNothing) {
   EXPECT_EQ(scratch, Bytes(8 * 6, 3));
 }
 
-TEST(FixedKernels, ShapesOfASingleDilatedPixel) {
-  const int w = 7, h = 7;
-  Bytes img(w * h, 0), scratch(w * h);
-  img[3 * w + 3] = 255;
-  const Bytes dot = img;
-  DilateWith3x3Cross(img.data(), scratch.data(), w, h, w, 1);
-  int count = 0;
-  for (int i = 0; i < w * h; ++i) count += img[i] == 255;
-  EXPECT_EQ(count, 5);
-  EXPECT_EQ(img[2 * w + 3], 255);
-  EXPECT_EQ(img[2 * w + 2], 0);
-  img = dot;
-  DilateWith3x3Rect(img.data(), scratch.data(), w, h, w, 1);
-  count = 0;
-  for (int i = 0; i < w * h; ++i) count += img[i] == 255;
-  EXPECT_EQ(count, 9);
-  // Bitwise, not min/max: 1 AND 2 is 0.
-  Bytes mixed(3 * 3, 1);
-  mixed[0] = 2;
-  ErodeWith3x3Rect(mixed.data(), scratch.data(), 3, 3, 3, 1);
-  EXPECT_EQ(mixed[4], 0);
-}
-
 }  // namespace

@@ -82,8 +82,9 @@ TEST(ImErodeDilate, MatchDirectWindowsWithRowAndColumnZeroLeftOut) {
   bvtest::AllocTable host;
   for (const auto& s : kSizes) {
     const int w = s[0], h = s[1];
-    for (auto kind : kKinds) {
-      const Bytes m = MakeMask(w, h, kind, rng);
+    for (int kind = 0; kind < 4; ++kind) {
+      // Kind 3: 255 as foreground, which only an empty window keeps as "all set".
+      const Bytes m = MakeMask(w, h, kKinds[kind % 3], rng, kind == 3 ? 255 : 1);
       for (int k : {1, 2, 3, 4, 5, 7, 9, 41}) {
         Bytes e(w * h, 9), d(w * h, 9);
         ASSERT_EQ(ImErode(host.table(), m.data(), e.data(), w, h, k), 0);
@@ -94,30 +95,6 @@ TEST(ImErodeDilate, MatchDirectWindowsWithRowAndColumnZeroLeftOut) {
     }
   }
   EXPECT_EQ(host.live(), 0);
-}
-
-TEST(ImErodeDilate, EdgeRules) {
-  bvtest::AllocTable host;
-  const int w = 6, h = 5;
-  Bytes m(w * h, 0), out(w * h);
-  // k = 1: row 0 and column 0 erode to 1 and dilate to 0, the rest is copied.
-  m[0] = 1;
-  m[2 * w + 3] = 1;
-  ASSERT_EQ(ImErode(host.table(), m.data(), out.data(), w, h, 1), 0);
-  for (int i = 0; i < w * h; ++i) {
-    EXPECT_EQ(out[i], (i < w || i % w == 0) ? 1 : m[i]) << i;
-  }
-  ASSERT_EQ(ImDilate(host.table(), m.data(), out.data(), w, h, 1), 0);
-  for (int i = 0; i < w * h; ++i) EXPECT_EQ(out[i], (i < w || i % w == 0) ? 0 : m[i]) << i;
-  // Foreground in row 0 / column 0 never dilates; 255 is not foreground for erosion.
-  Bytes edge(w * h, 0);
-  for (int x = 0; x < w; ++x) edge[x] = 1;
-  for (int y = 0; y < h; ++y) edge[y * w] = 1;
-  ASSERT_EQ(ImDilate(host.table(), edge.data(), out.data(), w, h, 3), 0);
-  EXPECT_EQ(out, Bytes(w * h, 0));
-  Bytes full(w * h, 255);
-  ASSERT_EQ(ImErode(host.table(), full.data(), out.data(), w, h, 3), 0);
-  for (int i = 0; i < w * h; ++i) EXPECT_EQ(out[i], 0) << i;
 }
 
 TEST(ImErodeDilate, UseTheCallersTableAndFailCleanly) {
