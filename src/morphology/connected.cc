@@ -1,5 +1,5 @@
 // Two-pass connected-component labelling with a caller-provided equivalence table. Labels are
-// left as the root of each class (not renumbered); 0 is background, 1 marks unlabelled pixels.
+// left as the root of each class (not renumbered); 0 is background, real labels start at 2.
 #include <stddef.h>
 
 #include "bivista/morphology.h"
@@ -18,24 +18,29 @@ inline int Root(const int* table, int label) {
   return label;
 }
 
-// Marks, then labels row 0 from the left and column 0 from above (column 0 never looks at the
-// upper-right diagonal, in either connectivity).
+// Labels row 0 from the left, then column 0 from above (column 0 never looks at the upper-right
+// diagonal, in either connectivity). Marking and labelling are one pass: no rule ever reads a
+// pixel that is marked but not yet labelled.
 int FirstPassEdges(const unsigned char* src, int* labels, int width, int height, int* table,
                    unsigned char value) {
-  const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
-  for (size_t i = 0; i < count; ++i) labels[i] = src[i] == value ? 1 : 0;
   table[0] = 0;
   table[1] = 1;
   int next = 2;
-  if (labels[0] != 0) labels[0] = NewLabel(table, &next);
+  labels[0] = src[0] == value ? NewLabel(table, &next) : 0;
   for (int x = 1; x < width; ++x) {
-    if (labels[x] == 0) continue;
-    labels[x] = labels[x - 1] != 0 ? labels[x - 1] : NewLabel(table, &next);
+    if (src[x] != value) {
+      labels[x] = 0;
+    } else {
+      labels[x] = labels[x - 1] != 0 ? labels[x - 1] : NewLabel(table, &next);
+    }
   }
   for (int y = 1; y < height; ++y) {
-    int* p = labels + static_cast<size_t>(y) * width;
-    if (*p == 0) continue;
-    *p = p[-width] != 0 ? p[-width] : NewLabel(table, &next);
+    const size_t at = static_cast<size_t>(y) * width;
+    if (src[at] != value) {
+      labels[at] = 0;
+    } else {
+      labels[at] = labels[at - width] != 0 ? labels[at - width] : NewLabel(table, &next);
+    }
   }
   return next;
 }
@@ -122,9 +127,10 @@ void TwoPass(const unsigned char* src, int* labels, int width, int height, int* 
   int next = FirstPassEdges(src, labels, width, height, table, value);
   for (int y = 1; y < height; ++y) {
     int* row = labels + static_cast<size_t>(y) * width;
+    const unsigned char* s = src + static_cast<size_t>(y) * width;
     const int* up = row - width;
     for (int x = 1; x < width; ++x) {
-      if (row[x] != 0) row[x] = rule(row, up, x, width, table, &next);
+      row[x] = s[x] == value ? rule(row, up, x, width, table, &next) : 0;
     }
   }
   Resolve(labels, width, height, labelCount, table, next);
