@@ -119,7 +119,7 @@ static void BitsUp(const uint64_t* in, uint64_t* out, int n, int s) {
   }
 }
 
-// Window OR on a bit set of "counter non-zero", shifted right by kW so the clipped windows need
+// Window OR on a bit set of "counter non-zero", moved kW bits up so that the clipped windows need
 // no special case; the per-pixel work is one compare and one select whatever the radius.
 void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
                uint8_t v) {
