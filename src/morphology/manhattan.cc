@@ -1,0 +1,123 @@
+// City-block distance transforms of 8-bit masks (two sequential passes, saturating at 255) and the
+// dilation/erosion thresholds built on them. The row-internal minimum chains stay scalar; the
+// contributions of the row above/below and the thresholds go through the row kernels.
+#include <stddef.h>
+
+#include "bivista/morphology.h"
+#include "morphology/morph_kernels.h"
+
+namespace bivista {
+namespace {
+
+// Backward pass over the interior: min with below + 1, then the chain from the right.
+void InteriorBackward(unsigned char* image, int width, int height) {
+  for (int y = height - 2; y >= 1; --y) {
+    unsigned char* row = image + static_cast<size_t>(y) * width;
+    DistBelowRow(row + width + 1, row + 1, width - 2);
+    for (int x = width - 2; x >= 1; --x) {
+      if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
+    }
+  }
+}
+
+inline void ChainFromLeft(unsigned char* row, int from, int to) {
+  for (int x = from; x < to; ++x) {
+    if (row[x - 1] < row[x]) row[x] = static_cast<unsigned char>(row[x - 1] + 1);
+  }
+}
+
+inline void ChainFromRight(unsigned char* row, int from) {
+  for (int x = from; x >= 0; --x) {
+    if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
+  }
+}
+
+}  // namespace
+}  // namespace bivista
+
+using namespace bivista;
+
+void bivista_manhattan(unsigned char* image, int width, int height) {
+  if (height < 3 || width < 3) return;
+  for (int y = 1; y <= height - 2; ++y) {
+    unsigned char* row = image + static_cast<size_t>(y) * width;
+    DistSeedRow(row - width + 1, row + 1, width - 2, 255, 255);
+    ChainFromLeft(row, 1, width - 1);
+  }
+  InteriorBackward(image, width, height);
+}
+
+void Dilate_quick_timesN(unsigned char* image, int width, int height, int N) {
+  bivista_manhattan(image, width, height);
+  if (height < 3 || width < 3) return;
+  for (int y = 1; y <= height - 2; ++y) {
+    ThresholdRow(image + static_cast<size_t>(y) * width + 1, width - 2, N, 0, 255);
+  }
+}
+
+unsigned char* Erode_quick_timesN(unsigned char* image, int width, int height, unsigned char N) {
+  if (width < 1 || height < 1) return image;
+  if (height >= 3 && width >= 3) {
+    // Only 255-pixels are measured; every other pixel is a seed at its own value.
+    for (int y = 1; y <= height - 2; ++y) {
+      unsigned char* row = image + static_cast<size_t>(y) * width;
+      const unsigned char* above = row - width;
+      for (int x = 1; x <= width - 2; ++x) {
+        if (row[x] != 255) continue;
+        const int up = above[x] == 255 ? 255 : above[x] + 1;
+        row[x] = static_cast<unsigned char>(row[x - 1] < up ? row[x - 1] + 1 : up);
+      }
+    }
+    InteriorBackward(image, width, height);
+  }
+  ThresholdRow(image, width * height, N, 255, 0);
+  return image;
+}
+
+unsigned char* manhattan(unsigned char* image, int width, int height, unsigned char value) {
+  if (width < 1 || height < 1) return image;
+  // Row 0 and column 0 use the far value wrapped to 8 bits, the rest the capped one.
+  const unsigned char far8 = static_cast<unsigned char>(width + height);
+  const unsigned char cap = static_cast<unsigned char>(width + height < 255 ? width + height : 255);
+  unsigned char* p = image;
+  p[0] = p[0] == value ? 0 : far8;
+  for (int x = 1; x < width; ++x) {
+    if (p[x] == value) {
+      p[x] = 0;
+    } else {
+      p[x] = p[x - 1] < far8 ? static_cast<unsigned char>(p[x - 1] + 1) : far8;
+    }
+  }
+  for (int y = 1; y < height; ++y) {
+    unsigned char* row = image + static_cast<size_t>(y) * width;
+    const unsigned char up0 = row[-width];
+    if (row[0] == value) {
+      row[0] = 0;
+    } else {
+      row[0] = up0 < far8 ? static_cast<unsigned char>(up0 + 1) : far8;
+    }
+    DistSeedRow(row - width + 1, row + 1, width - 1, value, cap);
+    ChainFromLeft(row, 1, width);
+  }
+  ChainFromRight(image + static_cast<size_t>(height - 1) * width, width - 2);
+  for (int y = height - 2; y >= 0; --y) {
+    unsigned char* row = image + static_cast<size_t>(y) * width;
+    DistBelowRow(row + width, row, width);
+    ChainFromRight(row, width - 2);
+  }
+  return image;
+}
+
+unsigned char* dilate_manh(unsigned char* image, int width, int height, unsigned char N) {
+  if (width < 1 || height < 1) return image;
+  manhattan(image, width, height, 255);
+  ThresholdRow(image, width * height, N, 0, 255);
+  return image;
+}
+
+unsigned char* erode_manh(unsigned char* image, int width, int height, unsigned char N) {
+  if (width < 1 || height < 1) return image;
+  manhattan(image, width, height, 0);
+  ThresholdRow(image, width * height, N, 255, 0);
+  return image;
+}

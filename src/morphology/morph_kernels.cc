@@ -1,0 +1,479 @@
+// Vector row kernels of the morphology routines, compiled once per target.
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "morphology/morph_kernels.cc"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+#include "morphology/morph_kernels.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace bivista {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// A match is 0xFF (-1): subtracting it adds one, adding it subtracts one.
+template <bool kAdd>
+static void CounterUpdate(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const auto vv = hn::Set(d, v);
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto m = hn::VecFromMask(d, hn::Eq(hn::LoadU(d, row + i), vv));
+    const auto c = hn::LoadU(d, cnt + i);
+    hn::StoreU(kAdd ? hn::Sub(c, m) : hn::Add(c, m), d, cnt + i);
+  }
+  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(kAdd ? cnt[i] + (row[i] == v) : cnt[i] - (row[i] == v));
+}
+
+void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  CounterUpdate<true>(row, cnt, n, v);
+}
+
+void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  CounterUpdate<false>(row, cnt, n, v);
+}
+
+// out[i] = a[i] | a[i + q], ascending; out may equal a (each store lands behind every later load).
+static void OrShift(const uint8_t* a, uint8_t* out, int n, int q) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto r = hn::Or(hn::LoadU(d, a + i), hn::LoadU(d, a + i + q));
+    hn::StoreU(r, d, out + i);
+  }
+  for (; i < n; ++i) out[i] = static_cast<uint8_t>(a[i] | a[i + q]);
+}
+
+// out[i] = (a[i] | a[i + s]) ? v : copy[i], descending, so out may sit above a in one buffer.
+static void SelectDesc(const uint8_t* a, int s, const uint8_t* copy, uint8_t* out, int n,
+                       uint8_t v) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const auto vv = hn::Set(d, v);
+  const auto zero = hn::Zero(d);
+  int i = n;
+  for (; i >= N; i -= N) {
+    const int b = i - N;
+    const auto any = hn::Or(hn::LoadU(d, a + b), hn::LoadU(d, a + b + s));
+    hn::StoreU(hn::IfThenElse(hn::Eq(any, zero), hn::LoadU(d, copy + b), vv), d, out + b);
+  }
+  for (--i; i >= 0; --i) out[i] = (a[i] | a[i + s]) ? v : copy[i];
+}
+
+// Window OR by doubling over bytes: after k steps a[i] holds the OR of cnt[i..i+2^k-1]; two
+// overlapping power-of-two spans cover each full window, the clipped border windows are done
+// plainly. Used where the bit-set path below does not apply.
+static void SpreadRowBytes(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
+                           int kW, uint8_t v) {
+  const int span = 2 * kW + 1;
+  int p = 1;
+  while (p * 2 <= span) p *= 2;
+  const uint8_t* a = cnt;
+  if (p > 1) {
+    OrShift(cnt, dst, width - 1, 1);
+    for (int q = 2; q < p; q *= 2) OrShift(dst, dst, width - 2 * q + 1, q);
+    a = dst;
+  }
+  SelectDesc(a, span - p, copy + kW, dst + kW, width - 2 * kW, v);
+  uint8_t any = 0;
+  for (int j = 0; j < kW; ++j) any |= cnt[j];
+  for (int x = 0; x < kW; ++x) {
+    any |= cnt[x + kW];
+    dst[x] = any ? v : copy[x];
+  }
+  any = 0;
+  for (int j = width - kW; j < width; ++j) any |= cnt[j];
+  for (int x = width - 1; x > width - 1 - kW; --x) {
+    any |= cnt[x - kW];
+    dst[x] = any ? v : copy[x];
+  }
+}
+
+constexpr int kBitWords = 512;
+
+// Multi-word bit sets, bit i at word i / 64, bit i % 64.
+// OrDown: w bit i |= w bit i + s for the n words, ascending, so every read sees the value before
+// this step; the words from n on are zero and s < 64 * kBitPad.
+constexpr int kBitPad = 10;
+static void OrDown(uint64_t* w, int n, int s) {
+  const int ws = s / 64, bs = s % 64;
+  if (bs == 0) {
+    for (int j = 0; j < n; ++j) w[j] |= w[j + ws];
+    return;
+  }
+  for (int j = 0; j < n; ++j) w[j] |= (w[j + ws] >> bs) | (w[j + ws + 1] << (64 - bs));
+}
+
+// BitsUp: out bit i = in bit i - s.
+static void BitsUp(const uint64_t* in, uint64_t* out, int n, int s) {
+  const int ws = s / 64, bs = s % 64;
+  for (int j = 0; j < n; ++j) {
+    const uint64_t lo = j - ws >= 0 ? in[j - ws] : 0;
+    const uint64_t below = j - ws - 1 >= 0 ? in[j - ws - 1] : 0;
+    out[j] = bs ? (lo << bs) | (below >> (64 - bs)) : lo;
+  }
+}
+
+// Window OR on a bit set of "counter non-zero", moved kW bits up so that the clipped windows need
+// no special case; the per-pixel work is one compare and one select whatever the radius.
+void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+               uint8_t v) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const int words = (width + 2 * kW + 63) / 64 + 1;
+  if (N < 8 || words > kBitWords || 2 * kW + 1 >= 64 * kBitPad) {
+    SpreadRowBytes(cnt, copy, dst, width, kW, v);
+    return;
+  }
+  uint64_t nz[kBitWords];
+  uint64_t win[kBitWords + kBitPad];
+  for (int j = 0; j < words; ++j) nz[j] = 0;
+  for (int j = words; j < words + kBitPad; ++j) win[j] = 0;
+  auto* bytes = reinterpret_cast<uint8_t*>(nz);
+  const auto zero = hn::Zero(d);
+  int x = 0;
+  for (; x + N <= width; x += N) {
+    hn::StoreMaskBits(d, hn::Not(hn::Eq(hn::LoadU(d, cnt + x), zero)), bytes + x / 8);
+  }
+  for (; x < width; ++x) {
+    if (cnt[x]) nz[x / 64] |= uint64_t{1} << (x % 64);
+  }
+  // Bit kW + x stands for column x; the span [x - kW, x + kW] is bits x .. x + 2kW.
+  BitsUp(nz, win, words, kW);
+  const int span = 2 * kW + 1;
+  int p = 1;
+  for (; p * 2 <= span; p *= 2) OrDown(win, words, p);
+  OrDown(win, words, span - p);
+  const auto* hit = reinterpret_cast<const uint8_t*>(win);
+  const auto vv = hn::Set(d, v);
+  for (x = 0; x + N <= width; x += N) {
+    const auto m = hn::LoadMaskBits(d, hit + x / 8);
+    hn::StoreU(hn::IfThenElse(m, vv, hn::LoadU(d, copy + x)), d, dst + x);
+  }
+  for (; x < width; ++x) dst[x] = (win[x / 64] >> (x % 64)) & 1 ? v : copy[x];
+}
+
+void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
+                  const uint32_t* bL, uint8_t* out, int n, uint32_t area, int erode) {
+  const hn::ScalableTag<int32_t> d;
+  const hn::Rebind<uint8_t, decltype(d)> d8;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const auto one = hn::Set(d, 1);
+  const auto zero = hn::Zero(d);
+  const auto varea = hn::Set(d, static_cast<int32_t>(area));
+  const auto* sbR = reinterpret_cast<const int32_t*>(bR);
+  const auto* stL = reinterpret_cast<const int32_t*>(tL);
+  const auto* stR = reinterpret_cast<const int32_t*>(tR);
+  const auto* sbL = reinterpret_cast<const int32_t*>(bL);
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto s = hn::Sub(hn::Sub(hn::Add(hn::LoadU(d, sbR + i), hn::LoadU(d, stL + i)),
+                                   hn::LoadU(d, stR + i)),
+                           hn::LoadU(d, sbL + i));
+    const auto m = erode ? hn::Eq(s, varea) : hn::Gt(s, zero);
+    hn::StoreU(hn::DemoteTo(d8, hn::IfThenElseZero(m, one)), d8, out + i);
+  }
+  for (; i < n; ++i) {
+    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
+    out[i] = erode ? (s == area) : (static_cast<int32_t>(s) > 0);
+  }
+}
+
+template <bool kOr, class D, class V>
+HWY_INLINE V Comb(D, V a, V b) {
+  return kOr ? hn::Or(a, b) : hn::And(a, b);
+}
+
+constexpr int kVerticalRow = 8192;
+
+template <bool kOr>
+static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* down,
+                        uint8_t* out, int n, int cross, uint8_t* downCopy) {
+  // 32-byte vectors: wider ones split a cache line on nearly every shifted load.
+  const hn::CappedTag<uint8_t, 32> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  int i = 0;
+  if (downCopy && (cross || n + 2 > kVerticalRow)) {
+    memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
+  }
+  if (cross) {
+    for (; i + N <= n; i += N) {
+      auto r = Comb<kOr>(d, hn::LoadU(d, mid + i - 1), hn::LoadU(d, mid + i));
+      r = Comb<kOr>(d, r, hn::LoadU(d, mid + i + 1));
+      r = Comb<kOr>(d, r, hn::LoadU(d, up + i));
+      hn::StoreU(Comb<kOr>(d, r, hn::LoadU(d, down + i)), d, out + i);
+    }
+    for (; i < n; ++i) {
+      out[i] = kOr ? (mid[i - 1] | mid[i] | mid[i + 1] | up[i] | down[i])
+                   : (mid[i - 1] & mid[i] & mid[i + 1] & up[i] & down[i]);
+    }
+    return;
+  }
+  if (!cross && n + 2 <= kVerticalRow) {
+    // Vertical combination once per column, then the horizontal one: six loads instead of nine.
+    HWY_ALIGN uint8_t v[kVerticalRow];
+    const int m = n + 2;  // v[j] stands for column j - 1
+    int j = 0;
+    for (; j + N <= m; j += N) {
+      const auto c = Comb<kOr>(d, hn::LoadU(d, up + j - 1), hn::LoadU(d, mid + j - 1));
+      const auto b = hn::LoadU(d, down + j - 1);
+      if (downCopy) hn::StoreU(b, d, downCopy + j - 1);
+      hn::Store(Comb<kOr>(d, c, b), d, v + j);
+    }
+    for (; j < m; ++j) {
+      if (downCopy) downCopy[j - 1] = down[j - 1];
+      v[j] = kOr ? (up[j - 1] | mid[j - 1] | down[j - 1]) : (up[j - 1] & mid[j - 1] & down[j - 1]);
+    }
+    for (; i + N <= n; i += N) {
+      const auto c = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 1));
+      hn::StoreU(Comb<kOr>(d, c, hn::LoadU(d, v + i + 2)), d, out + i);
+    }
+    for (; i < n; ++i) out[i] = kOr ? (v[i] | v[i + 1] | v[i + 2]) : (v[i] & v[i + 1] & v[i + 2]);
+    return;
+  }
+  for (; i + N <= n; i += N) {
+    auto r = Comb<kOr>(d, hn::LoadU(d, up + i - 1), hn::LoadU(d, mid + i - 1));
+    r = Comb<kOr>(d, r, hn::LoadU(d, down + i - 1));
+    auto c = Comb<kOr>(d, hn::LoadU(d, up + i), hn::LoadU(d, mid + i));
+    r = Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i)));
+    c = Comb<kOr>(d, hn::LoadU(d, up + i + 1), hn::LoadU(d, mid + i + 1));
+    hn::StoreU(Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i + 1))), d, out + i);
+  }
+  for (; i < n; ++i) {
+    uint8_t r = kOr ? 0 : 0xFF;
+    for (int dx = -1; dx <= 1; ++dx) {
+      r = kOr ? (r | up[i + dx] | mid[i + dx] | down[i + dx])
+              : (r & up[i + dx] & mid[i + dx] & down[i + dx]);
+    }
+    out[i] = r;
+  }
+}
+
+void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
+                int cross, int useOr, uint8_t* downCopy) {
+  if (useOr) {
+    Combine3x3T<true>(up, mid, down, out, n, cross, downCopy);
+  } else {
+    Combine3x3T<false>(up, mid, down, out, n, cross, downCopy);
+  }
+}
+
+template <bool kOr>
+static void Combine5x5T(const uint8_t* const* rows, uint8_t* out, int n) {
+  const hn::CappedTag<uint8_t, 32> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    auto r = hn::LoadU(d, rows[0] + i - 2);
+    for (int dy = 0; dy < 5; ++dy) {
+      for (int dx = -2; dx <= 2; ++dx) r = Comb<kOr>(d, r, hn::LoadU(d, rows[dy] + i + dx));
+    }
+    hn::StoreU(r, d, out + i);
+  }
+  for (; i < n; ++i) {
+    uint8_t r = kOr ? 0 : 0xFF;
+    for (int dy = 0; dy < 5; ++dy) {
+      for (int dx = -2; dx <= 2; ++dx) {
+        r = kOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
+      }
+    }
+    out[i] = r;
+  }
+}
+
+void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
+  if (useOr) {
+    Combine5x5T<true>(rows, out, n);
+  } else {
+    Combine5x5T<false>(rows, out, n);
+  }
+}
+
+void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const auto vt = hn::Set(d, target);
+  const auto vcap = hn::Set(d, cap);
+  const auto one = hn::Set(d, 1);
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto up = hn::Min(hn::SaturatedAdd(hn::LoadU(d, above + i), one), vcap);
+    hn::StoreU(hn::IfThenZeroElse(hn::Eq(hn::LoadU(d, row + i), vt), up), d, row + i);
+  }
+  for (; i < n; ++i) {
+    const int up = above[i] + 1 < cap ? above[i] + 1 : cap;
+    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
+  }
+}
+
+void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const auto one = hn::Set(d, 1);
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto b = hn::SaturatedAdd(hn::LoadU(d, below + i), one);
+    hn::StoreU(hn::Min(hn::LoadU(d, row + i), b), d, row + i);
+  }
+  for (; i < n; ++i) {
+    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
+  }
+}
+
+void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
+  const hn::ScalableTag<uint8_t> d;
+  const int L = static_cast<int>(hn::Lanes(d));
+  if (N < 0 || N > 254) {
+    const uint8_t all = N < 0 ? above : notAbove;
+    for (int i = 0; i < n; ++i) p[i] = all;
+    return;
+  }
+  const auto vn = hn::Set(d, static_cast<uint8_t>(N));
+  const auto va = hn::Set(d, above);
+  const auto vb = hn::Set(d, notAbove);
+  const auto zero = hn::Zero(d);
+  int i = 0;
+  // x > N exactly when the saturating x - N is non-zero.
+  for (; i + L <= n; i += L) {
+    const auto over = hn::SaturatedSub(hn::LoadU(d, p + i), vn);
+    hn::StoreU(hn::IfThenElse(hn::Eq(over, zero), vb, va), d, p + i);
+  }
+  for (; i < n; ++i) p[i] = p[i] > N ? above : notAbove;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace bivista
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace bivista {
+
+HWY_EXPORT(CounterAdd);
+HWY_EXPORT(CounterSub);
+HWY_EXPORT(SpreadRow);
+HWY_EXPORT(BoxDecideRow);
+HWY_EXPORT(Combine3x3);
+HWY_EXPORT(Combine5x5);
+HWY_EXPORT(DistSeedRow);
+HWY_EXPORT(DistBelowRow);
+HWY_EXPORT(ThresholdRow);
+
+void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  HWY_DYNAMIC_DISPATCH(CounterAdd)(row, cnt, n, v);
+}
+void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  HWY_DYNAMIC_DISPATCH(CounterSub)(row, cnt, n, v);
+}
+void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+               uint8_t v) {
+  HWY_DYNAMIC_DISPATCH(SpreadRow)(cnt, copy, dst, width, kW, v);
+}
+void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, const uint32_t* bL,
+                  uint8_t* out, int n, uint32_t area, int erode) {
+  HWY_DYNAMIC_DISPATCH(BoxDecideRow)(bR, tL, tR, bL, out, n, area, erode);
+}
+void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
+                int cross, int useOr, uint8_t* downCopy) {
+  HWY_DYNAMIC_DISPATCH(Combine3x3)(up, mid, down, out, n, cross, useOr, downCopy);
+}
+void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
+  HWY_DYNAMIC_DISPATCH(Combine5x5)(rows, out, n, useOr);
+}
+void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
+  HWY_DYNAMIC_DISPATCH(DistSeedRow)(above, row, n, target, cap);
+}
+void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
+  HWY_DYNAMIC_DISPATCH(DistBelowRow)(below, row, n);
+}
+void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
+  HWY_DYNAMIC_DISPATCH(ThresholdRow)(p, n, N, above, notAbove);
+}
+
+
+namespace scalar {
+
+void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] + (row[i] == v ? 1 : 0));
+}
+
+void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
+  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] - (row[i] == v ? 1 : 0));
+}
+
+// The running horizontal sum of the column counters.
+void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+               uint8_t v) {
+  int s = 0;
+  for (int j = 0; j <= kW; ++j) s += cnt[j];
+  for (int x = 0; x < width; ++x) {
+    dst[x] = s != 0 ? v : copy[x];
+    if (x < kW) {
+      s += cnt[x + kW + 1];
+    } else if (x < width - kW - 1) {
+      s += cnt[x + kW + 1] - cnt[x - kW];
+    } else {
+      s -= cnt[x - kW];
+    }
+  }
+}
+
+void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, const uint32_t* bL,
+                  uint8_t* out, int n, uint32_t area, int erode) {
+  for (int i = 0; i < n; ++i) {
+    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
+    out[i] = erode ? (s == area ? 1 : 0) : (static_cast<int32_t>(s) > 0 ? 1 : 0);
+  }
+}
+
+void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
+                int cross, int useOr, uint8_t* downCopy) {
+  if (downCopy) memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
+  for (int i = 0; i < n; ++i) {
+    uint8_t r = useOr ? 0 : 0xFF;
+    for (int dy = -1; dy <= 1; ++dy) {
+      const uint8_t* row = dy < 0 ? up : (dy > 0 ? down : mid);
+      for (int dx = -1; dx <= 1; ++dx) {
+        if (cross && dx != 0 && dy != 0) continue;
+        r = useOr ? (r | row[i + dx]) : (r & row[i + dx]);
+      }
+    }
+    out[i] = r;
+  }
+}
+
+void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
+  for (int i = 0; i < n; ++i) {
+    uint8_t r = useOr ? 0 : 0xFF;
+    for (int dy = 0; dy < 5; ++dy) {
+      for (int dx = -2; dx <= 2; ++dx) r = useOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
+    }
+    out[i] = r;
+  }
+}
+
+void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
+  for (int i = 0; i < n; ++i) {
+    int up = above[i] + 1;
+    if (up > cap) up = cap;
+    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
+  }
+}
+
+void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
+  for (int i = 0; i < n; ++i) {
+    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
+  }
+}
+
+void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
+  for (int i = 0; i < n; ++i) p[i] = static_cast<int>(p[i]) > N ? above : notAbove;
+}
+
+}  // namespace scalar
+}  // namespace bivista
+#endif  // HWY_ONCE

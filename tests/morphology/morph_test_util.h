@@ -1,0 +1,58 @@
+// Random masks and small helpers shared by the morphology tests.
+#ifndef BIVISTA_TESTS_MORPHOLOGY_MORPH_TEST_UTIL_H
+#define BIVISTA_TESTS_MORPHOLOGY_MORPH_TEST_UTIL_H
+
+#include <stdint.h>
+
+#include <random>
+#include <vector>
+
+namespace morphtest {
+
+using Bytes = std::vector<uint8_t>;
+
+enum class Kind { kSparse, kDense, kBlobby };
+constexpr Kind kKinds[] = {Kind::kSparse, Kind::kDense, Kind::kBlobby};
+
+// A width x height mask of fg on bg: isolated pixels, mostly foreground, or disks with noise.
+inline Bytes MakeMask(int width, int height, Kind kind, std::mt19937& rng, uint8_t fg = 1,
+                      uint8_t bg = 0) {
+  Bytes m(static_cast<size_t>(width) * height, bg);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  if (kind != Kind::kBlobby) {
+    const double p = kind == Kind::kSparse ? 0.06 : 0.75;
+    for (auto& b : m) b = u(rng) < p ? fg : bg;
+    return m;
+  }
+  const int blobs = 1 + (width * height) / 120;
+  for (int i = 0; i < blobs; ++i) {
+    const int cx = static_cast<int>(u(rng) * width);
+    const int cy = static_cast<int>(u(rng) * height);
+    const int r = 1 + static_cast<int>(u(rng) * 5);
+    for (int y = cy - r; y <= cy + r; ++y) {
+      for (int x = cx - r; x <= cx + r; ++x) {
+        if (y < 0 || x < 0 || y >= height || x >= width) continue;
+        if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= r * r) m[static_cast<size_t>(y) * width + x] = fg;
+      }
+    }
+  }
+  for (auto& b : m) {
+    if (u(rng) < 0.02) b = b == fg ? bg : fg;
+  }
+  return m;
+}
+
+inline Bytes RandomBytes(size_t n, std::mt19937& rng, int lo = 0, int hi = 255) {
+  std::uniform_int_distribution<int> d(lo, hi);
+  Bytes b(n);
+  for (auto& v : b) v = static_cast<uint8_t>(d(rng));
+  return b;
+}
+
+// Odd and awkward sizes: single rows and columns, and sizes around the vector widths.
+constexpr int kSizes[][2] = {{1, 1}, {1, 9}, {9, 1}, {2, 7}, {5, 3}, {13, 9},
+                             {17, 16}, {33, 11}, {31, 29}, {64, 5}, {100, 7}};
+
+}  // namespace morphtest
+
+#endif
