@@ -8,6 +8,7 @@
 
 #include "common/log_internal.h"
 #include "depthcalc/depthcalc_internal.h"
+#include "depthcalc/depthcalc_kernels.h"
 
 namespace bivista {
 namespace {
@@ -19,7 +20,6 @@ constexpr int kMinConfidence = 33;
 constexpr int kSmoothClip = 70;
 constexpr int kMultiMin = 1;
 constexpr int kMultiMax = 62;
-constexpr int kCorrectSearch = 50;
 
 // Counter v, with every bin outside the histogram reading as 0.
 inline uint32_t Bin(const uint32_t* hist, int v) {
@@ -65,28 +65,14 @@ void CopyShiftedRun(const T* in, T* out, const uint8_t* inConf, uint8_t* outConf
   }
 }
 
-// Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row:
-// the smallest cost |k + 2 - (in[x + k] >> 2)| and the first k reaching it. Lanes are pixels, so
-// the inner loop vectorises.
+// Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row.
 constexpr int kSearchChunk = 64;
 
-template <typename T>
-void SearchChunk(const T* in, int n, int16_t* least, int16_t* firstK) {
-  for (int i = 0; i < n; ++i) {
-    least[i] = INT16_MAX;
-    firstK[i] = 0;
-  }
-  for (int k = 0; k < kCorrectSearch; ++k) {
-    const T* src = in + k;
-    const int16_t target = static_cast<int16_t>(k + 2);
-    for (int i = 0; i < n; ++i) {
-      const int16_t d = static_cast<int16_t>(src[i] >> 2);
-      const int16_t c = static_cast<int16_t>(target > d ? target - d : d - target);
-      const bool better = c < least[i];
-      least[i] = better ? c : least[i];
-      firstK[i] = better ? static_cast<int16_t>(k) : firstK[i];
-    }
-  }
+inline void SearchChunk(const uint8_t* in, int n, int16_t* least, int16_t* firstK) {
+  SearchLeast8(in, n, least, firstK);
+}
+inline void SearchChunk(const uint16_t* in, int n, int16_t* least, int16_t* firstK) {
+  SearchLeast16(in, n, least, firstK);
 }
 
 template <typename T>
