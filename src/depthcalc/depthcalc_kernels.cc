@@ -206,7 +206,7 @@ HWY_INLINE void SearchLanes(const T* in, int n, int16_t* least, int16_t* firstK)
       const auto c = hn::Abs(hn::Sub(hn::Set(d16, static_cast<int16_t>(k + 2)),
                                      LoadPixels(d16, in + i + k)));
       const auto better = hn::Lt(c, best);
-      best = hn::IfThenElse(better, c, best);
+      best = hn::Min(c, best);  // the smaller is the new one exactly when it is better
       bestK = hn::IfThenElse(better, hn::Set(d16, static_cast<int16_t>(k)), bestK);
     }
     hn::StoreU(best, d16, least + i);
