@@ -51,6 +51,11 @@ inline void Search(const T* in, int16_t* least, int16_t* firstK) {
   *firstK = bestK;
 }
 
+inline uint8_t MultiBin(int raw, int offset) {
+  const unsigned d = static_cast<unsigned>(abs(raw + offset)) >> 2;
+  return static_cast<uint8_t>(d > kMultiOverflowBin - 1 ? kMultiOverflowBin : d);
+}
+
 }  // namespace elem
 }  // namespace bivista
 #endif
@@ -223,6 +228,31 @@ void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK) {
   SearchLanes(in, n, least, firstK);
 }
 
+template <class D8>
+HWY_INLINE void MultiBinLanes(D8 d8, const hn::TFromD<D8>* in, int offset, int n, uint8_t* bins) {
+  const hn::Rebind<int32_t, D8> di;
+  const hn::Rebind<uint32_t, D8> du;
+  const hn::Rebind<uint8_t, D8> db;
+  const int N = static_cast<int>(hn::Lanes(di));
+  const auto voff = hn::Set(di, offset);
+  const auto top = hn::Set(du, kMultiOverflowBin);
+  int i = 0;
+  for (; i + N <= n; i += N) {
+    const auto v = hn::Abs(hn::Add(hn::PromoteTo(di, hn::LoadU(d8, in + i)), voff));
+    const auto d = hn::Min(hn::ShiftRight<2>(hn::BitCast(du, v)), top);
+    hn::StoreU(hn::DemoteTo(db, hn::BitCast(di, d)), db, bins + i);
+  }
+  for (; i < n; ++i) bins[i] = elem::MultiBin(in[i], offset);
+}
+
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins) {
+  MultiBinLanes(hn::Rebind<uint8_t, hn::ScalableTag<int32_t>>(), in, offset, n, bins);
+}
+
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins) {
+  MultiBinLanes(hn::Rebind<uint16_t, hn::ScalableTag<int32_t>>(), in, offset, n, bins);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -237,6 +267,8 @@ HWY_EXPORT(DisparityPlane16);
 HWY_EXPORT(SumBytes);
 HWY_EXPORT(SearchLeast8);
 HWY_EXPORT(SearchLeast16);
+HWY_EXPORT(MultiDepthBins8);
+HWY_EXPORT(MultiDepthBins16);
 
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
   HWY_DYNAMIC_DISPATCH(LandingTargets)(rowAdd, colAdd, w, h, target);
@@ -256,6 +288,12 @@ void SearchLeast8(const uint8_t* in, int n, int16_t* least, int16_t* firstK) {
 }
 void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK) {
   HWY_DYNAMIC_DISPATCH(SearchLeast16)(in, n, least, firstK);
+}
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins) {
+  HWY_DYNAMIC_DISPATCH(MultiDepthBins8)(in, offset, n, bins);
+}
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins) {
+  HWY_DYNAMIC_DISPATCH(MultiDepthBins16)(in, offset, n, bins);
 }
 
 namespace scalar {
@@ -302,6 +340,14 @@ void SearchLeast8(const uint8_t* in, int n, int16_t* least, int16_t* firstK) {
 
 void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK) {
   for (int i = 0; i < n; ++i) elem::Search(in + i, least + i, firstK + i);
+}
+
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins) {
+  for (int i = 0; i < n; ++i) bins[i] = elem::MultiBin(in[i], offset);
+}
+
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins) {
+  for (int i = 0; i < n; ++i) bins[i] = elem::MultiBin(in[i], offset);
 }
 
 }  // namespace scalar

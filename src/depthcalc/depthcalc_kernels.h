@@ -44,6 +44,11 @@ void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK);
 
 constexpr int kCorrectSearch = 50;
 
+// Multi-depth bin of n samples: |raw + offset| >> 2, or 63 when above 62.
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins);
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins);
+constexpr int kMultiOverflowBin = 63;
+
 namespace scalar {
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy);
@@ -52,6 +57,8 @@ void DisparityPlane16(const uint16_t* data, int stride, int offset, int w, int h
 uint32_t SumBytes(const uint8_t* p, int n);
 void SearchLeast8(const uint8_t* in, int n, int16_t* least, int16_t* firstK);
 void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK);
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins);
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins);
 }  // namespace scalar
 
 }  // namespace bivista

@@ -136,26 +136,36 @@ void CorrectInto(const DisparityType& rec, const uint8_t* confidence, const BIVI
 }
 
 // Histogram of |raw + offset| >> 2 over the area; values outside 1..62 land in bins 0 and 63,
-// which the caller ignores. Four interleaved tables keep repeated values from serialising.
+// which the caller ignores. The bins of a run of samples are computed first (vector pass), then
+// counted in four interleaved tables so that repeated values do not serialise.
+inline void MultiBins(const uint8_t* in, int dispOffset, int n, uint8_t* bins) {
+  MultiDepthBins8(in, dispOffset, n, bins);
+}
+inline void MultiBins(const uint16_t* in, int dispOffset, int n, uint8_t* bins) {
+  MultiDepthBins16(in, dispOffset, n, bins);
+}
+
 template <typename T>
 void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h, int offset,
                      uint32_t* hist) {
-  constexpr int kBins = kMultiMax + 2;
+  constexpr int kBins = kMultiOverflowBin + 1;
+  constexpr int kRun = 1024;
   uint32_t part[4][kBins] = {{0}};
+  uint8_t bins[kRun];
   for (int j = 0; j < h; ++j) {
     const T* row = data + static_cast<size_t>(offset) + static_cast<size_t>(j) * rowStride;
-    int i = 0;
-    auto bin = [&](int k) {
-      const unsigned d = static_cast<unsigned>(abs(row[k] + dispOffset)) >> 2;
-      return d > static_cast<unsigned>(kMultiMax) ? kMultiMax + 1 : static_cast<int>(d);
-    };
-    for (; i + 4 <= w; i += 4) {
-      ++part[0][bin(i)];
-      ++part[1][bin(i + 1)];
-      ++part[2][bin(i + 2)];
-      ++part[3][bin(i + 3)];
+    for (int x = 0; x < w; x += kRun) {
+      const int n = std::min(kRun, w - x);
+      MultiBins(row + x, dispOffset, n, bins);
+      int i = 0;
+      for (; i + 4 <= n; i += 4) {
+        ++part[0][bins[i]];
+        ++part[1][bins[i + 1]];
+        ++part[2][bins[i + 2]];
+        ++part[3][bins[i + 3]];
+      }
+      for (; i < n; ++i) ++part[0][bins[i]];
     }
-    for (; i < w; ++i) ++part[0][bin(i)];
   }
   for (int v = kMultiMin; v <= kMultiMax; ++v) hist[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
 }

@@ -214,4 +214,38 @@ TEST(DepthcalcKernels, CorrectionSearchEqualsScalar) {
   });
 }
 
+template <typename T>
+void CheckMultiBins(std::mt19937& rng, int offset) {
+  for (int n : kWidths) {
+    std::vector<T> in(n);
+    for (T& v : in) v = static_cast<T>(rng());
+    std::vector<uint8_t> vec = Guarded<uint8_t>(n), ref = Guarded<uint8_t>(n);
+    if (sizeof(T) == 1) {
+      const uint8_t* p = reinterpret_cast<const uint8_t*>(in.data());
+      bivista::MultiDepthBins8(p, offset, n, vec.data());
+      bivista::scalar::MultiDepthBins8(p, offset, n, ref.data());
+    } else {
+      const uint16_t* p = reinterpret_cast<const uint16_t*>(in.data());
+      bivista::MultiDepthBins16(p, offset, n, vec.data());
+      bivista::scalar::MultiDepthBins16(p, offset, n, ref.data());
+    }
+    ExpectSameBytes(vec, ref);
+    for (int i = 0; i < n; ++i) {
+      const int d = abs(in[i] + offset) / 4;
+      ASSERT_EQ(d > 62 ? 63 : d, ref[i]);
+    }
+  }
+}
+
+TEST(DepthcalcKernels, MultiDepthBinsEqualScalar) {
+  std::mt19937 rng(16);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int offset : {0, -128, 90, -70000}) {
+      SCOPED_TRACE(offset);
+      CheckMultiBins<uint8_t>(rng, offset);
+      CheckMultiBins<uint16_t>(rng, offset);
+    }
+  });
+}
+
 }  // namespace
