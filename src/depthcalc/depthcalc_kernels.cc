@@ -198,25 +198,44 @@ HWY_INLINE hn::Vec<D16> LoadPixels(D16 d16, const uint16_t* p) {
   return hn::BitCast(d16, hn::ShiftRight<2>(hn::LoadU(hn::RebindToUnsigned<D16>(), p)));
 }
 
-// Lanes are pixels: each keeps its smallest cost and the first k reaching it.
-template <typename T>
-HWY_INLINE void SearchLanes(const T* in, int n, int16_t* least, int16_t* firstK) {
+// Lanes are pixels: each keeps its smallest cost and the first k reaching it. kVecs vectors of
+// pixels are searched together so that their chains of minima overlap.
+template <int kVecs, typename T>
+HWY_INLINE int SearchVectors(const T* in, int i, int n, int16_t* least, int16_t* firstK) {
   const hn::ScalableTag<int16_t> d16;
   const int N = static_cast<int>(hn::Lanes(d16));
-  int i = 0;
-  for (; i + N <= n; i += N) {
-    auto best = hn::Set(d16, INT16_MAX);
-    auto bestK = hn::Zero(d16);
-    for (int k = 0; k < kCorrectSearch; ++k) {
-      const auto c = hn::Abs(hn::Sub(hn::Set(d16, static_cast<int16_t>(k + 2)),
-                                     LoadPixels(d16, in + i + k)));
-      const auto better = hn::Lt(c, best);
-      best = hn::Min(c, best);  // the smaller is the new one exactly when it is better
-      bestK = hn::IfThenElse(better, hn::Set(d16, static_cast<int16_t>(k)), bestK);
+  for (; i + kVecs * N <= n; i += kVecs * N) {
+    hn::Vec<decltype(d16)> best[kVecs], bestK[kVecs];
+    for (int j = 0; j < kVecs; ++j) {
+      best[j] = hn::Set(d16, INT16_MAX);
+      bestK[j] = hn::Zero(d16);
     }
-    hn::StoreU(best, d16, least + i);
-    hn::StoreU(bestK, d16, firstK + i);
+    for (int k = 0; k < kCorrectSearch; ++k) {
+      const auto target = hn::Set(d16, static_cast<int16_t>(k + 2));
+      const auto vk = hn::Set(d16, static_cast<int16_t>(k));
+      for (int j = 0; j < kVecs; ++j) {
+        const auto c = hn::Abs(hn::Sub(target, LoadPixels(d16, in + i + j * N + k)));
+        const auto better = hn::Lt(c, best[j]);
+        best[j] = hn::Min(c, best[j]);  // the smaller is the new one exactly when it is better
+        bestK[j] = hn::IfThenElse(better, vk, bestK[j]);
+      }
+    }
+    for (int j = 0; j < kVecs; ++j) {
+      hn::StoreU(best[j], d16, least + i + j * N);
+      hn::StoreU(bestK[j], d16, firstK + i + j * N);
+    }
   }
+  return i;
+}
+
+template <typename T>
+HWY_INLINE void SearchLanes(const T* in, int n, int16_t* least, int16_t* firstK) {
+  int i = SearchVectors<4>(in, 0, n, least, firstK);
+  i = SearchVectors<1>(in, i, n, least, firstK);
+  // The last partial vector is searched as the last whole one: pixels are independent, so the
+  // overlap rewrites the same values.
+  const int N = static_cast<int>(hn::Lanes(hn::ScalableTag<int16_t>()));
+  if (i < n && n >= N) i = SearchVectors<1>(in, n - N, n, least, firstK);
   for (; i < n; ++i) elem::Search(in + i, least + i, firstK + i);
 }
 

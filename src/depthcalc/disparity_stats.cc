@@ -66,7 +66,7 @@ void CopyShiftedRun(const T* in, T* out, const uint8_t* inConf, uint8_t* outConf
 }
 
 // Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row.
-constexpr int kSearchChunk = 64;
+constexpr int kSearchChunk = 256;
 
 inline void SearchChunk(const uint8_t* in, int n, int16_t* least, int16_t* firstK) {
   SearchLeast8(in, n, least, firstK);
@@ -99,15 +99,25 @@ void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const 
     while (x <= lastFull && bestCost != 0) {
       const int n = std::min(kSearchChunk, lastFull - x + 1);
       SearchChunk(inRow + x, n, least, firstK);
-      for (int i = 0; i < n && bestCost != 0; ++i, ++x) {
-        if (least[i] < bestCost) {
-          bestCost = least[i];
-          bestK = firstK[i];
+      // Between two improvements k stays put and the output is a shifted copy.
+      const int x0 = x;
+      int i = 0;
+      while (i < n && bestCost != 0) {
+        int j = i;
+        while (j < n && least[j] >= bestCost) ++j;
+        if (j > i) CopyShiftedRun(inRow, outRow, confRow, outConfRow, x0 + i, x0 + j - 1, bestK, width);
+        if (j == n) {
+          i = n;
+          break;
         }
-        const int k = std::max(std::min(bestK, width - 1 - x), 0);
-        outRow[x] = inRow[x + k];
-        outConfRow[x] = confRow[x + k];
+        bestCost = least[j];
+        bestK = firstK[j];
+        const int k = std::max(std::min(bestK, width - 1 - (x0 + j)), 0);
+        outRow[x0 + j] = inRow[x0 + j + k];
+        outConfRow[x0 + j] = confRow[x0 + j + k];
+        i = j + 1;
       }
+      x = x0 + i;
     }
     // Pixels near the row's end search against the last column.
     for (; x <= r.right && bestCost != 0; ++x) {
