@@ -198,31 +198,45 @@ HWY_INLINE hn::Vec<D16> LoadPixels(D16 d16, const uint16_t* p) {
   return hn::BitCast(d16, hn::ShiftRight<2>(hn::LoadU(hn::RebindToUnsigned<D16>(), p)));
 }
 
-// Lanes are pixels: each keeps its smallest cost and the first k reaching it. kVecs vectors of
-// pixels are searched together so that their chains of minima overlap.
-template <int kVecs, typename T>
+// One search step of a vector of pixels: cost of column k, kept when strictly smaller.
+template <class D16, typename T>
+HWY_INLINE void SearchStep(D16 d16, const T* p, hn::Vec<D16> target, hn::Vec<D16> vk,
+                           hn::Vec<D16>& best, hn::Vec<D16>& bestK) {
+  const auto c = hn::Abs(hn::Sub(target, LoadPixels(d16, p)));
+  bestK = hn::IfThenElse(hn::Lt(c, best), vk, bestK);
+  best = hn::Min(c, best);  // the smaller is the new one exactly when it is better
+}
+
+// Lanes are pixels: each keeps its smallest cost and the first k reaching it. With kFour, four
+// vectors of pixels are searched together so that their chains of minima overlap.
+template <bool kFour, typename T>
 HWY_INLINE int SearchVectors(const T* in, int i, int n, int16_t* least, int16_t* firstK) {
   const hn::ScalableTag<int16_t> d16;
   const int N = static_cast<int>(hn::Lanes(d16));
-  for (; i + kVecs * N <= n; i += kVecs * N) {
-    hn::Vec<decltype(d16)> best[kVecs], bestK[kVecs];
-    for (int j = 0; j < kVecs; ++j) {
-      best[j] = hn::Set(d16, INT16_MAX);
-      bestK[j] = hn::Zero(d16);
-    }
+  const int step = kFour ? 4 * N : N;
+  for (; i + step <= n; i += step) {
+    auto b0 = hn::Set(d16, INT16_MAX), b1 = b0, b2 = b0, b3 = b0;
+    auto k0 = hn::Zero(d16), k1 = k0, k2 = k0, k3 = k0;
     for (int k = 0; k < kCorrectSearch; ++k) {
       const auto target = hn::Set(d16, static_cast<int16_t>(k + 2));
       const auto vk = hn::Set(d16, static_cast<int16_t>(k));
-      for (int j = 0; j < kVecs; ++j) {
-        const auto c = hn::Abs(hn::Sub(target, LoadPixels(d16, in + i + j * N + k)));
-        const auto better = hn::Lt(c, best[j]);
-        best[j] = hn::Min(c, best[j]);  // the smaller is the new one exactly when it is better
-        bestK[j] = hn::IfThenElse(better, vk, bestK[j]);
+      const T* p = in + i + k;
+      SearchStep(d16, p, target, vk, b0, k0);
+      if (kFour) {
+        SearchStep(d16, p + N, target, vk, b1, k1);
+        SearchStep(d16, p + 2 * N, target, vk, b2, k2);
+        SearchStep(d16, p + 3 * N, target, vk, b3, k3);
       }
     }
-    for (int j = 0; j < kVecs; ++j) {
-      hn::StoreU(best[j], d16, least + i + j * N);
-      hn::StoreU(bestK[j], d16, firstK + i + j * N);
+    hn::StoreU(b0, d16, least + i);
+    hn::StoreU(k0, d16, firstK + i);
+    if (kFour) {
+      hn::StoreU(b1, d16, least + i + N);
+      hn::StoreU(k1, d16, firstK + i + N);
+      hn::StoreU(b2, d16, least + i + 2 * N);
+      hn::StoreU(k2, d16, firstK + i + 2 * N);
+      hn::StoreU(b3, d16, least + i + 3 * N);
+      hn::StoreU(k3, d16, firstK + i + 3 * N);
     }
   }
   return i;
@@ -230,12 +244,12 @@ HWY_INLINE int SearchVectors(const T* in, int i, int n, int16_t* least, int16_t*
 
 template <typename T>
 HWY_INLINE void SearchLanes(const T* in, int n, int16_t* least, int16_t* firstK) {
-  int i = SearchVectors<4>(in, 0, n, least, firstK);
-  i = SearchVectors<1>(in, i, n, least, firstK);
+  int i = SearchVectors<true>(in, 0, n, least, firstK);
+  i = SearchVectors<false>(in, i, n, least, firstK);
   // The last partial vector is searched as the last whole one: pixels are independent, so the
   // overlap rewrites the same values.
   const int N = static_cast<int>(hn::Lanes(hn::ScalableTag<int16_t>()));
-  if (i < n && n >= N) i = SearchVectors<1>(in, n - N, n, least, firstK);
+  if (i < n && n >= N) i = SearchVectors<false>(in, n - N, n, least, firstK);
   for (; i < n; ++i) elem::Search(in + i, least + i, firstK + i);
 }
 
