@@ -145,17 +145,6 @@ void CheckDisparityPlane(std::mt19937& rng, int offset) {
   }
 }
 
-TEST(DepthcalcKernels, DisparityPlaneEqualsScalar) {
-  std::mt19937 rng(13);
-  bvtest::ForEachHwyTarget([&](const char*) {
-    for (int offset : {0, -100, 37, -40000}) {
-      SCOPED_TRACE(offset);
-      CheckDisparityPlane<uint8_t>(rng, offset);
-      CheckDisparityPlane<uint16_t>(rng, offset);
-    }
-  });
-}
-
 TEST(DepthcalcKernels, ByteSumEqualsScalar) {
   std::mt19937 rng(14);
   bvtest::ForEachHwyTarget([&](const char*) {
@@ -237,11 +226,14 @@ void CheckMultiBins(std::mt19937& rng, int offset) {
   }
 }
 
-TEST(DepthcalcKernels, MultiDepthBinsEqualScalar) {
-  std::mt19937 rng(16);
+// Both per-sample conversions of the raw map, with offsets that make samples negative.
+TEST(DepthcalcKernels, DisparityPlaneAndMultiDepthBinsEqualScalar) {
+  std::mt19937 rng(13);
   bvtest::ForEachHwyTarget([&](const char*) {
-    for (int offset : {0, -128, 90, -70000}) {
+    for (int offset : {0, -100, -128, 37, 90, -40000, -70000}) {
       SCOPED_TRACE(offset);
+      CheckDisparityPlane<uint8_t>(rng, offset);
+      CheckDisparityPlane<uint16_t>(rng, offset);
       CheckMultiBins<uint8_t>(rng, offset);
       CheckMultiBins<uint16_t>(rng, offset);
     }
