@@ -92,13 +92,14 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
     int c = 0;
     for (; c + N <= w; c += N) {
       const size_t i = row + c;
-      const auto r2 = kRow ? LandLanes(dd, hn::Add(vr, hn::PromoteTo(dd, hn::LoadU(df, rowAdd + i))), h)
-                           : hn::Set(di, r);
-      const auto c2 =
-          kCol ? LandLanes(dd, hn::Add(hn::Iota(dd, static_cast<double>(c)),
-                                       hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
-                           w)
-               : hn::Iota(di, c);
+      const auto r2 =
+          kRow ? LandLanes(dd, hn::Add(vr, hn::PromoteTo(dd, hn::LoadU(df, rowAdd + i))), h)
+               : hn::Set(di, r);
+      const auto c2 = kCol ? LandLanes(dd,
+                                       hn::Add(hn::Iota(dd, static_cast<double>(c)),
+                                               hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
+                                       w)
+                           : hn::Iota(di, c);
       const auto outside = hn::Lt(hn::Or(r2, c2), hn::Zero(di));
       hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, target + i);
     }
@@ -109,7 +110,8 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
 
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
 #if HWY_HAVE_FLOAT64
-  if (rowAdd != nullptr && colAdd != nullptr) return TargetsT<true, true>(rowAdd, colAdd, w, h, target);
+  if (rowAdd != nullptr && colAdd != nullptr)
+    return TargetsT<true, true>(rowAdd, colAdd, w, h, target);
   if (rowAdd != nullptr) return TargetsT<true, false>(rowAdd, colAdd, w, h, target);
   if (colAdd != nullptr) return TargetsT<false, true>(rowAdd, colAdd, w, h, target);
   return TargetsT<false, false>(rowAdd, colAdd, w, h, target);
@@ -135,7 +137,8 @@ bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, f
   for (; i + N <= n; i += N) {
     const auto X = hn::ConvertTo(df, hn::Iota(di, x0 + i));
     const auto z = hn::Add(hn::Add(hn::Mul(h6, X), h7Y), h8);
-    degenerate = hn::Or(degenerate, hn::VecFromMask(di, hn::RebindMask(di, hn::Lt(hn::Abs(z), veps))));
+    degenerate =
+        hn::Or(degenerate, hn::VecFromMask(di, hn::RebindMask(di, hn::Lt(hn::Abs(z), veps))));
     const auto px = hn::Add(hn::Add(hn::Mul(h0, X), h1Y), h2);
     const auto py = hn::Add(hn::Add(hn::Mul(h3, X), h4Y), h5);
     hn::StoreU(hn::Sub(hn::Div(px, z), X), df, vx + i);
@@ -161,7 +164,8 @@ HWY_INLINE void DisparityRows(D8 d8, const hn::TFromD<D8>* data, int stride, int
     float* o = out + static_cast<size_t>(y) * w;
     int x = 0;
     for (; x + N <= w; x += N) {
-      const auto v = hn::Max(hn::Add(hn::PromoteTo(di, hn::LoadU(d8, row + x)), voff), hn::Zero(di));
+      const auto v =
+          hn::Max(hn::Add(hn::PromoteTo(di, hn::LoadU(d8, row + x)), voff), hn::Zero(di));
       hn::StoreU(hn::Mul(hn::ConvertTo(df, v), quarter), df, o + x);
     }
     for (; x < w; ++x) o[x] = elem::Disparity(row[x], offset);
@@ -340,7 +344,8 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int3
 
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
   bool any = false;
-  for (int i = 0; i < n; ++i) any |= elem::VxVy(H, eps, static_cast<float>(x0 + i), Y, vx + i, vy + i);
+  for (int i = 0; i < n; ++i)
+    any |= elem::VxVy(H, eps, static_cast<float>(x0 + i), Y, vx + i, vy + i);
   return any;
 }
 
@@ -348,7 +353,8 @@ template <typename T>
 void DisparityRows(const T* data, int stride, int offset, int w, int h, float* out) {
   for (int y = 0; y < h; ++y) {
     for (int x = 0; x < w; ++x) {
-      out[static_cast<size_t>(y) * w + x] = elem::Disparity(data[static_cast<size_t>(y) * stride + x], offset);
+      out[static_cast<size_t>(y) * w + x] =
+          elem::Disparity(data[static_cast<size_t>(y) * stride + x], offset);
     }
   }
 }

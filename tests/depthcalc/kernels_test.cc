@@ -32,11 +32,16 @@ void ExpectSameBytes(const std::vector<T>& a, const std::vector<T>& b) {
 // Positions near the rounding and the area's edges, plus the values the clamp must survive.
 float RandomOffset(std::mt19937& rng, int n) {
   switch (rng() % 8) {
-    case 0: return std::numeric_limits<float>::quiet_NaN();
-    case 1: return (rng() & 1) ? INFINITY : -INFINITY;
-    case 2: return (rng() & 1) ? 3e9f : -3e9f;
-    case 3: return static_cast<float>(static_cast<int>(rng() % (2 * n + 4)) - n - 2) + 0.5f;
-    case 4: return nextafterf(static_cast<float>(static_cast<int>(rng() % 5) - 2) + 0.5f, 0.0f);
+    case 0:
+      return std::numeric_limits<float>::quiet_NaN();
+    case 1:
+      return (rng() & 1) ? INFINITY : -INFINITY;
+    case 2:
+      return (rng() & 1) ? 3e9f : -3e9f;
+    case 3:
+      return static_cast<float>(static_cast<int>(rng() % (2 * n + 4)) - n - 2) + 0.5f;
+    case 4:
+      return nextafterf(static_cast<float>(static_cast<int>(rng() % 5) - 2) + 0.5f, 0.0f);
     default:
       return std::uniform_real_distribution<float>(-1.5f * n - 2, 1.5f * n + 2)(rng);
   }
@@ -94,9 +99,10 @@ TEST(DepthcalcKernels, WarpFieldEqualsScalarAndFindsEveryDegenerateZ) {
   const float eps = nextafterf(static_cast<float>(2.220446e-16), 1.0f);
   bvtest::ForEachHwyTarget([&](const char*) {
     for (int w : kWidths) {
-      // A near-identity warp with some perspective, far from any degenerate z.
-      float H[9] = {1.0f + near(rng), near(rng), 30.0f * near(rng), near(rng), 1.0f + near(rng),
-                    30.0f * near(rng), 1e-5f * near(rng), 1e-5f * near(rng), 1.0f};
+      // A near-identity warp with a small projective term, far from any degenerate z.
+      float H[9] = {1.0f + near(rng),  near(rng),         30.0f * near(rng),
+                    near(rng),         1.0f + near(rng),  30.0f * near(rng),
+                    1e-5f * near(rng), 1e-5f * near(rng), 1.0f};
       const int x0 = static_cast<int>(rng() % 3900);
       const float Y = static_cast<float>(rng() % 2900);
       std::vector<float> vx = Guarded<float>(w), vy = Guarded<float>(w);
@@ -107,8 +113,8 @@ TEST(DepthcalcKernels, WarpFieldEqualsScalarAndFindsEveryDegenerateZ) {
       ExpectSameBytes(vy, ry);
       // z = X - (x0 + at) vanishes at one column: head, body or tail.
       for (int at : {0, w / 2, w - 1}) {
-        const float G[9] = {H[0], H[1], H[2], H[3], H[4], H[5], 1.0f, 0.0f,
-                            -static_cast<float>(x0 + at)};
+        const float G[9] = {
+            H[0], H[1], H[2], H[3], H[4], H[5], 1.0f, 0.0f, -static_cast<float>(x0 + at)};
         EXPECT_TRUE(bivista::AreaVxVyRow(G, eps, x0, Y, w, vx.data(), vy.data())) << w << " " << at;
         EXPECT_TRUE(bivista::scalar::AreaVxVyRow(G, eps, x0, Y, w, rx.data(), ry.data()));
       }
@@ -196,9 +202,9 @@ void CheckSearch(std::mt19937& rng, int maxValue) {
 TEST(DepthcalcKernels, CorrectionSearchEqualsScalar) {
   std::mt19937 rng(15);
   bvtest::ForEachHwyTarget([&](const char*) {
-    CheckSearch<uint8_t>(rng, 255);      // exact matches and ties
+    CheckSearch<uint8_t>(rng, 255);  // exact matches and ties
     CheckSearch<uint8_t>(rng, 40);
-    CheckSearch<uint16_t>(rng, 65535);   // costs far above any k
+    CheckSearch<uint16_t>(rng, 65535);  // costs far above any k
     CheckSearch<uint16_t>(rng, 220);
   });
 }
