@@ -5,6 +5,7 @@
 #include "bivista/mem_services.h"
 #include "common/log_internal.h"
 #include "depthcalc/depthcalc_internal.h"
+#include "depthcalc/depthcalc_kernels.h"
 
 namespace bivista {
 namespace {
@@ -28,25 +29,14 @@ Form ShiftForm(int mode, int form) {
 }
 
 // Disparity of the area in pixels; negative samples count as 0.
-template <typename T>
-void FillDisparityT(const T* data, int dispOffset, int stride, const BIVISTA_Rect& r, int w, int h,
-                    float* out) {
-  for (int y = 0; y < h; ++y) {
-    const T* row = data + static_cast<size_t>(r.top + y) * stride + r.left;
-    float* o = out + static_cast<size_t>(y) * w;
-    for (int x = 0; x < w; ++x) {
-      const int v = row[x] + dispOffset;
-      o[x] = v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
-    }
-  }
-}
-
 void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h, float* out) {
+  const size_t corner = static_cast<size_t>(r.top) * rec.stride + r.left;
   if (rec.format == 0) {
-    FillDisparityT(static_cast<const uint8_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h, out);
+    DisparityPlane8(static_cast<const uint8_t*>(rec.data) + corner, rec.stride, rec.dispOffset, w,
+                    h, out);
   } else {
-    FillDisparityT(static_cast<const uint16_t*>(rec.data), rec.dispOffset, rec.stride, r, w, h,
-                   out);
+    DisparityPlane16(static_cast<const uint16_t*>(rec.data) + corner, rec.stride, rec.dispOffset,
+                     w, h, out);
   }
 }
 
@@ -55,41 +45,6 @@ struct Sums {
   float y = 0.0f;
   int count = 0;
 };
-
-// Where a position lands on an axis of n samples once rounded (add a half, truncate toward zero,
-// not-a-number as 0): the index, or -1 outside. Branch-free: clamped to [-1, n] before the
-// conversion, and -1 and n both read as outside.
-inline int Land(double v, int n) {
-  v = v + 0.5;
-  v = v != v ? 0.0 : v;
-  v = v < -1.0 ? -1.0 : v;
-  v = v > n ? static_cast<double>(n) : v;
-  const int i = static_cast<int>(v);
-  return i < n ? i : -1;
-}
-
-// Target of every sample as an index into the area, -1 when it falls outside. A separate pass
-// so that the sums below are a plain walk.
-template <bool Forward, int Dir>
-void Targets(const float* disp, const float* vx, const float* vy, int w, int h, int32_t* target) {
-  for (int r = 0; r < h; ++r) {
-    const size_t row = static_cast<size_t>(r) * w;
-    for (int c = 0; c < w; ++c) {
-      int r2, c2;
-      if (Forward) {
-        // The sample's disparity carries it along the pair's axis.
-        const float d = disp[row + c];
-        r2 = Dir <= 1 ? Land(static_cast<double>(d) + r, h) : r;
-        c2 = Dir <= 1 ? c : Land(static_cast<double>(c) + d, w);
-      } else {
-        // The sample moves by its own field.
-        r2 = Land(static_cast<double>(r) + vy[row + c], h);
-        c2 = Land(static_cast<double>(c) + vx[row + c], w);
-      }
-      target[row + c] = (r2 | c2) < 0 ? -1 : r2 * w + c2;
-    }
-  }
-}
 
 // Forward form: the field is read where the sample lands. Inverse form: the sample's own field
 // is used and the disparity is read where it lands.
@@ -123,9 +78,16 @@ Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t
   return s;
 }
 
+// Target of every sample as an index into the area, -1 when it falls outside; a separate pass
+// so that the sums are a plain walk. Forward form: the sample's disparity carries it along the
+// pair's axis. Inverse form: the sample moves by its own field.
 template <bool Forward, int Dir>
 Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target, int w, int h) {
-  Targets<Forward, Dir>(disp, vx, vy, w, h, target);
+  if (Forward) {
+    LandingTargets(Dir <= 1 ? disp : nullptr, Dir <= 1 ? nullptr : disp, w, h, target);
+  } else {
+    LandingTargets(vy, vx, w, h, target);
+  }
   return WalkSums<Forward, Dir>(disp, vx, vy, target, w, w * h);
 }
 
@@ -247,19 +209,11 @@ void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, 
   const float eps = EpsilonAsFloat();
   for (int y = rect.top; y <= rect.bottom; ++y) {
     const float Y = static_cast<float>(y + yoff);
-    float* __restrict rx = vx + static_cast<size_t>(y - rect.top) * w;
-    float* __restrict ry = vy + static_cast<size_t>(y - rect.top) * w;
+    float* rx = vx + static_cast<size_t>(y - rect.top) * w;
+    float* ry = vy + static_cast<size_t>(y - rect.top) * w;
     const int x0 = rect.left + xoff;
-    // Straight pass first (it vectorises); a row holding a degenerate z is redone with the guard.
-    int degenerate = 0;
-    for (int i = 0; i < w; ++i) {
-      const float X = static_cast<float>(x0 + i);
-      const float z = h6 * X + h7 * Y + h8;
-      degenerate |= fabsf(z) < eps;
-      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
-      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
-    }
-    if (!degenerate) continue;
+    // Straight pass first; a row holding a degenerate z is redone with the guard.
+    if (!AreaVxVyRow(H, eps, x0, Y, w, rx, ry)) continue;
     for (int i = 0; i < w; ++i) {
       const float X = static_cast<float>(x0 + i);
       float z = h6 * X + h7 * Y + h8;

@@ -8,6 +8,7 @@
 #include "android_platform.h"
 #include "common/log_internal.h"
 #include "depthcalc/depthcalc_internal.h"
+#include "depthcalc/depthcalc_kernels.h"
 
 using bivista::kTagAlgo;
 
@@ -282,9 +283,7 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
     uint64_t sum = 0;
     for (int y = 0; y < h; ++y) {
       const uint8_t* row = inputConfidence + offset + static_cast<size_t>(y) * stride;
-      uint32_t rowSum = 0;
-      for (int x = 0; x < w; ++x) rowSum += row[x];
-      sum += rowSum;
+      sum += bivista::SumBytes(row, w);
     }
     const int64_t n = static_cast<int64_t>(w) * h;
     *averConfidence = static_cast<uint8_t>(n == 0 ? 0 : static_cast<int64_t>(sum) / n);

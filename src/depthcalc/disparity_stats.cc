@@ -8,6 +8,7 @@
 
 #include "common/log_internal.h"
 #include "depthcalc/depthcalc_internal.h"
+#include "depthcalc/depthcalc_kernels.h"
 
 namespace bivista {
 namespace {
@@ -19,7 +20,6 @@ constexpr int kMinConfidence = 33;
 constexpr int kSmoothClip = 70;
 constexpr int kMultiMin = 1;
 constexpr int kMultiMax = 62;
-constexpr int kCorrectSearch = 50;
 
 // Counter v, with every bin outside the histogram reading as 0.
 inline uint32_t Bin(const uint32_t* hist, int v) {
@@ -65,28 +65,14 @@ void CopyShiftedRun(const T* in, T* out, const uint8_t* inConf, uint8_t* outConf
   }
 }
 
-// Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row:
-// the smallest cost |k + 2 - (in[x + k] >> 2)| and the first k reaching it. Lanes are pixels, so
-// the inner loop vectorises.
-constexpr int kSearchChunk = 64;
+// Each pixel's own search, for n consecutive pixels whose 50 columns all lie inside the row.
+constexpr int kSearchChunk = 256;
 
-template <typename T>
-void SearchChunk(const T* in, int n, int16_t* least, int16_t* firstK) {
-  for (int i = 0; i < n; ++i) {
-    least[i] = INT16_MAX;
-    firstK[i] = 0;
-  }
-  for (int k = 0; k < kCorrectSearch; ++k) {
-    const T* src = in + k;
-    const int16_t target = static_cast<int16_t>(k + 2);
-    for (int i = 0; i < n; ++i) {
-      const int16_t d = static_cast<int16_t>(src[i] >> 2);
-      const int16_t c = static_cast<int16_t>(target > d ? target - d : d - target);
-      const bool better = c < least[i];
-      least[i] = better ? c : least[i];
-      firstK[i] = better ? static_cast<int16_t>(k) : firstK[i];
-    }
-  }
+inline void SearchChunk(const uint8_t* in, int n, int16_t* least, int16_t* firstK) {
+  SearchLeast8(in, n, least, firstK);
+}
+inline void SearchChunk(const uint16_t* in, int n, int16_t* least, int16_t* firstK) {
+  SearchLeast16(in, n, least, firstK);
 }
 
 template <typename T>
@@ -113,15 +99,25 @@ void CorrectArea(const T* in, const uint8_t* conf, int width, int stride, const 
     while (x <= lastFull && bestCost != 0) {
       const int n = std::min(kSearchChunk, lastFull - x + 1);
       SearchChunk(inRow + x, n, least, firstK);
-      for (int i = 0; i < n && bestCost != 0; ++i, ++x) {
-        if (least[i] < bestCost) {
-          bestCost = least[i];
-          bestK = firstK[i];
+      // Between two improvements k stays put and the output is a shifted copy.
+      const int x0 = x;
+      int i = 0;
+      while (i < n && bestCost != 0) {
+        int j = i;
+        while (j < n && least[j] >= bestCost) ++j;
+        if (j > i) CopyShiftedRun(inRow, outRow, confRow, outConfRow, x0 + i, x0 + j - 1, bestK, width);
+        if (j == n) {
+          i = n;
+          break;
         }
-        const int k = std::max(std::min(bestK, width - 1 - x), 0);
-        outRow[x] = inRow[x + k];
-        outConfRow[x] = confRow[x + k];
+        bestCost = least[j];
+        bestK = firstK[j];
+        const int k = std::max(std::min(bestK, width - 1 - (x0 + j)), 0);
+        outRow[x0 + j] = inRow[x0 + j + k];
+        outConfRow[x0 + j] = confRow[x0 + j + k];
+        i = j + 1;
       }
+      x = x0 + i;
     }
     // Pixels near the row's end search against the last column.
     for (; x <= r.right && bestCost != 0; ++x) {
@@ -150,26 +146,36 @@ void CorrectInto(const DisparityType& rec, const uint8_t* confidence, const BIVI
 }
 
 // Histogram of |raw + offset| >> 2 over the area; values outside 1..62 land in bins 0 and 63,
-// which the caller ignores. Four interleaved tables keep repeated values from serialising.
+// which the caller ignores. The bins of a run of samples are computed first (vector pass), then
+// counted in four interleaved tables so that repeated values do not serialise.
+inline void MultiBins(const uint8_t* in, int dispOffset, int n, uint8_t* bins) {
+  MultiDepthBins8(in, dispOffset, n, bins);
+}
+inline void MultiBins(const uint16_t* in, int dispOffset, int n, uint8_t* bins) {
+  MultiDepthBins16(in, dispOffset, n, bins);
+}
+
 template <typename T>
 void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h, int offset,
                      uint32_t* hist) {
-  constexpr int kBins = kMultiMax + 2;
+  constexpr int kBins = kMultiOverflowBin + 1;
+  constexpr int kRun = 1024;
   uint32_t part[4][kBins] = {{0}};
+  uint8_t bins[kRun];
   for (int j = 0; j < h; ++j) {
     const T* row = data + static_cast<size_t>(offset) + static_cast<size_t>(j) * rowStride;
-    int i = 0;
-    auto bin = [&](int k) {
-      const unsigned d = static_cast<unsigned>(abs(row[k] + dispOffset)) >> 2;
-      return d > static_cast<unsigned>(kMultiMax) ? kMultiMax + 1 : static_cast<int>(d);
-    };
-    for (; i + 4 <= w; i += 4) {
-      ++part[0][bin(i)];
-      ++part[1][bin(i + 1)];
-      ++part[2][bin(i + 2)];
-      ++part[3][bin(i + 3)];
+    for (int x = 0; x < w; x += kRun) {
+      const int n = std::min(kRun, w - x);
+      MultiBins(row + x, dispOffset, n, bins);
+      int i = 0;
+      for (; i + 4 <= n; i += 4) {
+        ++part[0][bins[i]];
+        ++part[1][bins[i + 1]];
+        ++part[2][bins[i + 2]];
+        ++part[3][bins[i + 3]];
+      }
+      for (; i < n; ++i) ++part[0][bins[i]];
     }
-    for (; i < w; ++i) ++part[0][bin(i)];
   }
   for (int v = kMultiMin; v <= kMultiMax; ++v) hist[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
 }

@@ -8,6 +8,7 @@
 #include "depthcalc/depthcalc_internal.h"
 #include "depthcalc/frame_fixture.h"
 #include "support/alloc_table.h"
+#include "support/hwy_targets.h"
 #include "support/platform_capture.h"
 
 namespace {
@@ -293,9 +294,9 @@ void ReferenceCorrect(const std::vector<T>& in, const std::vector<uint8_t>& conf
 }
 
 template <typename T>
-void CheckCorrection(int seed, int maxValue, int minValue = 0) {
+void CheckCorrection(int seed, int maxValue, int minValue = 0, int minWidth = 70) {
   std::mt19937 rng(seed);
-  const int width = 70 + rng() % 40, height = 20, stride = width + rng() % 9;
+  const int width = minWidth + rng() % 40, height = 20, stride = width + rng() % 9;
   std::vector<T> in(stride * height);
   std::vector<uint8_t> conf(in.size());
   for (auto& v : in) v = static_cast<T>(minValue + rng() % (maxValue - minValue));
@@ -326,6 +327,17 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnRandomMaps) {
     CheckCorrection<uint8_t>(seed + 400, 256, 208);  // never a cost of 0: every pixel searches
     CheckCorrection<uint16_t>(seed + 500, 1024, 208);
   }
+}
+
+// Rows long enough for several search chunks, on every vector target.
+TEST(CorrectFocusArea, MatchesPlainStatementOnLongRowsOnEveryTarget) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    for (int seed = 0; seed < 4; ++seed) {
+      CheckCorrection<uint8_t>(seed + 600, 12, 0, 600);
+      CheckCorrection<uint16_t>(seed + 700, 400, 0, 600);
+      CheckCorrection<uint16_t>(seed + 800, 1024, 208, 600);
+    }
+  });
 }
 
 TEST(CorrectFocusArea, ConstantDisparityShiftsByItsValue) {

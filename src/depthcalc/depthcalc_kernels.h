@@ -1,0 +1,66 @@
+// Per-pixel passes of the depth and shift calculation. Each entry dispatches to the best vector
+// target of the CPU; bivista::scalar holds the plain definition it must equal byte for byte.
+#ifndef BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
+#define BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
+
+#include <stdint.h>
+
+namespace bivista {
+
+// Where a position lands on an axis of n samples once rounded (add a half in double precision,
+// truncate toward zero, not-a-number as 0): the index, or -1 outside. Branch-free: clamped to
+// [-1, n] before the conversion, and -1 and n both read as outside.
+inline int LandIndex(double v, int n) {
+  v = v + 0.5;
+  v = v != v ? 0.0 : v;
+  v = v < -1.0 ? -1.0 : v;
+  v = v > n ? static_cast<double>(n) : v;
+  const int i = static_cast<int>(v);
+  return i < n ? i : -1;
+}
+
+// Landing index r2 * w + c2 of every sample of a w x h area, -1 when it falls outside.
+// r2 = LandIndex(r + rowAdd[r * w + c], h), or r when rowAdd is null; likewise
+// c2 = LandIndex(c + colAdd[r * w + c], w), or c when colAdd is null.
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
+
+// Warp displacement of one row of n samples at columns X = x0 .. x0 + n - 1 and row Y:
+// z = H6 X + H7 Y + H8, vx = (H0 X + H1 Y + H2) / z - X, vy = (H3 X + H4 Y + H5) / z - Y.
+// Returns whether some |z| is below eps; the row is then written without a guard.
+bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy);
+
+// Disparity in pixels of h rows of w samples, stride apart: (raw + offset) / 4, 0 when negative.
+// Rows of the output are w floats apart.
+void DisparityPlane8(const uint8_t* data, int stride, int offset, int w, int h, float* out);
+void DisparityPlane16(const uint16_t* data, int stride, int offset, int w, int h, float* out);
+
+// Sum of n bytes (n at most 16843009, so that it fits 32 bits).
+uint32_t SumBytes(const uint8_t* p, int n);
+
+// Correction search of n consecutive pixels whose 50 search columns lie inside the row: for each
+// pixel i, the smallest |k + 2 - (in[i + k] >> 2)| over k = 0..49 and the first k reaching it.
+void SearchLeast8(const uint8_t* in, int n, int16_t* least, int16_t* firstK);
+void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK);
+
+constexpr int kCorrectSearch = 50;
+
+// Multi-depth bin of n samples: |raw + offset| >> 2, or 63 when above 62.
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins);
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins);
+constexpr int kMultiOverflowBin = 63;
+
+namespace scalar {
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
+bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy);
+void DisparityPlane8(const uint8_t* data, int stride, int offset, int w, int h, float* out);
+void DisparityPlane16(const uint16_t* data, int stride, int offset, int w, int h, float* out);
+uint32_t SumBytes(const uint8_t* p, int n);
+void SearchLeast8(const uint8_t* in, int n, int16_t* least, int16_t* firstK);
+void SearchLeast16(const uint16_t* in, int n, int16_t* least, int16_t* firstK);
+void MultiDepthBins8(const uint8_t* in, int offset, int n, uint8_t* bins);
+void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins);
+}  // namespace scalar
+
+}  // namespace bivista
+
+#endif
