@@ -28,15 +28,14 @@ void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
   if (dstW < 1 || dstH < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
-  const int safe = SafeColumns([&](int i) { return static_cast<int>(i * stepX); }, dstW, 1, 0, srcW);
   for (int j = 0; j < dstH; ++j) {
     const float fy = j * stepY;
     const int y0 = static_cast<int>(fy);
     const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    // The last source row has nothing after it to over-read into.
-    const int rowSafe = y0 + 1 == srcH - 1 ? safe : dstW;
-    bivista::ResizeRowU8(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW,
-                         rowSafe < safe ? rowSafe : safe, stepX, fy - y0, mask);
+    // Bytes readable from either row: the last source row has nothing after it.
+    const int readable = y0 + 1 == srcH - 1 ? srcW : 2 * srcW;
+    bivista::ResizeRowU8(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable,
+                         stepX, fy - y0, mask);
   }
 }
 

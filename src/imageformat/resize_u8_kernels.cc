@@ -4,6 +4,7 @@
 #include "hwy/highway.h"
 
 #include "imageformat/resize_u8_kernels.h"
+#include "imageformat/pair_lookup-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
@@ -30,7 +31,7 @@ HWY_INLINE hn::Vec<DF> Blend(DF df, hn::Vec<DF> a, hn::Vec<DF> b, hn::Vec<DF> c,
 }
 #endif
 
-void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int safeEnd,
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask) {
   int i = 0;
 #if HWY_TARGET != HWY_SCALAR
@@ -39,29 +40,41 @@ void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, 
   const hn::Rebind<uint8_t, decltype(di)> d8;
   const int lanes = static_cast<int>(hn::Lanes(df));
   const auto vstep = hn::Set(df, stepX), vay = hn::Set(df, ay), vnay = hn::Set(df, 1.0f - ay);
-  const auto limit = hn::Set(df, 127.0f);
   const auto* baseA = reinterpret_cast<const int32_t*>(rowA);
   const auto* baseC = reinterpret_cast<const int32_t*>(rowC);
-  for (; i + lanes <= safeEnd; i += lanes) {
+  for (; i + lanes <= n; i += lanes) {
+    // First and last source columns of this vector, by the same arithmetic as the lanes.
+    const int first = static_cast<int>(i * stepX);
+    const int last = static_cast<int>((i + lanes - 1) * stepX);
     const auto fx = hn::Mul(hn::ConvertTo(df, hn::Iota(di, i)), vstep);
     const auto x0 = hn::ConvertTo(di, fx);
-    const auto ax = hn::Sub(fx, hn::ConvertTo(df, x0));
     hn::Vec<decltype(df)> a, b, c, d;
-    SplitWord(df, hn::GatherOffset(di, baseA, x0), 8, a, b);
-    SplitWord(df, hn::GatherOffset(di, baseC, x0), 8, c, d);
-    const auto v = Blend(df, a, b, c, d, ax, vay, vnay);
-    const auto q = mask ? hn::IfThenElseZero(hn::RebindMask(di, hn::Gt(v, limit)), hn::Set(di, 255))
+    const int windows = WindowsFor(first, last, lanes);
+    if (windows > 0 && first + windows * lanes <= readable) {
+      const auto idx = hn::Sub(x0, hn::Set(di, first));
+      hn::Vec<decltype(di)> ia, ib, ic, id;
+      const uint8_t* rows[2] = {rowA + first, rowC + first};
+      WindowPairs(di, windows,
+                  [&](int r, int k) { return hn::PromoteTo(di, hn::LoadU(d8, rows[r] + k * lanes)); },
+                  idx, ia, ib, ic, id);
+      a = hn::ConvertTo(df, ia);
+      b = hn::ConvertTo(df, ib);
+      c = hn::ConvertTo(df, ic);
+      d = hn::ConvertTo(df, id);
+    } else if (last + 4 <= readable) {
+      SplitWord(df, hn::GatherOffset(di, baseA, x0), 8, a, b);
+      SplitWord(df, hn::GatherOffset(di, baseC, x0), 8, c, d);
+    } else {
+      break;
+    }
+    const auto v = Blend(df, a, b, c, d, hn::Sub(fx, hn::ConvertTo(df, x0)), vay, vnay);
+    const auto q = mask ? hn::IfThenElseZero(hn::RebindMask(di, hn::Gt(v, hn::Set(df, 127.0f))),
+                                             hn::Set(di, 255))
                         : hn::ConvertTo(di, v);
     hn::StoreU(hn::DemoteTo(d8, q), d8, out + i);
   }
 #endif
-  for (; i < n; ++i) {
-    const float fx = i * stepX;
-    const int x0 = static_cast<int>(fx);
-    const float ax = fx - x0;
-    const float v = scalar::Bilinear(rowA[x0], rowA[x0 + 1], rowC[x0], rowC[x0 + 1], ax, ay);
-    out[i] = mask ? (v > 127.0f ? 255 : 0) : static_cast<uint8_t>(static_cast<int>(v));
-  }
+  scalar::ResizeRowU8Range(rowA, rowC, out, i, n, stepX, ay, mask);
 }
 
 void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
@@ -153,9 +166,9 @@ HWY_EXPORT(ResizeRowU8);
 HWY_EXPORT(ResizeRowChannels);
 HWY_EXPORT(UpScale2x2Rows);
 
-void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int safeEnd,
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask) {
-  HWY_DYNAMIC_DISPATCH(ResizeRowU8)(rowA, rowC, out, n, safeEnd, stepX, ay, mask);
+  HWY_DYNAMIC_DISPATCH(ResizeRowU8)(rowA, rowC, out, n, readable, stepX, ay, mask);
 }
 void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
                        const float* ax, int n, int safeEnd, float ay, int ch, int count) {
@@ -169,7 +182,12 @@ namespace scalar {
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int,
                  float stepX, float ay, bool mask) {
-  for (int i = 0; i < n; ++i) {
+  ResizeRowU8Range(rowA, rowC, out, 0, n, stepX, ay, mask);
+}
+
+void ResizeRowU8Range(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int from, int n,
+                      float stepX, float ay, bool mask) {
+  for (int i = from; i < n; ++i) {
     const float fx = i * stepX;
     const int x0 = static_cast<int>(fx);
     const float ax = fx - x0;

@@ -7,8 +7,8 @@
 namespace bivista {
 
 // Single channel, positions by multiplication: fx = i * stepX. rowA/rowC are source rows y0 and
-// y0 + 1. Columns below safeEnd may read four bytes from x0 on; mask thresholds at 127.
-void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int safeEnd,
+// y0 + 1; `readable` bytes may be read from either row start. mask thresholds at 127.
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask);
 // Interleaved image of ch bytes a pixel: channels 0..count-1 from the pointers on, with source
 // pixel x0[i] and weight ax[i] per destination column. Other channels are not written.
@@ -18,8 +18,11 @@ void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, c
 void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW);
 
 namespace scalar {
-void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int safeEnd,
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask);
+// Columns from..n-1 of ResizeRowU8.
+void ResizeRowU8Range(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int from, int n,
+                      float stepX, float ay, bool mask);
 void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
                        const float* ax, int n, int safeEnd, float ay, int ch, int count);
 void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW);

@@ -202,15 +202,17 @@ TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(56);
   bvtest::ForEachHwyTarget([&](const char*) {
     for (int n : {1, 3, 15, 16, 17, 33, 65, 100}) {
-      for (float step : {0.3f, 1.0f, 2.7f}) {
+      for (float step : {0.3f, 1.0f, 2.08f, 2.7f, 7.5f}) {
         const int srcW = static_cast<int>(n * step) + 6;
-        const auto a = Bytes(srcW, rng), c = Bytes(srcW, rng);
+        // Rows with room to spare, read up to a limit: ample, or just the pairs themselves.
+        const auto a = Bytes(srcW + 256, rng), c = Bytes(srcW + 256, rng);
+        const int minimal = static_cast<int>((n - 1) * step) + 2;
         for (int mask = 0; mask < 2; ++mask) {
-          for (int safe : {n, n / 2}) {
+          for (int readable : {srcW + 256, minimal, minimal + 3, minimal + 40}) {
             std::vector<uint8_t> v(n + 1, 0xEE), s(n + 1, 0xEE);
-            bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, safe, step, 0.37f, mask);
-            bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, safe, step, 0.37f, mask);
-            ASSERT_EQ(v, s) << n << " " << step;
+            bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, readable, step, 0.37f, mask);
+            bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, readable, step, 0.37f, mask);
+            ASSERT_EQ(v, s) << n << " " << step << " readable " << readable;
           }
         }
         std::vector<int32_t> x0(n);

@@ -1,0 +1,86 @@
+// Reads the sample pairs (x0, x0 + 1) of a vector of columns from a window of up to three
+// vectors loaded at the first column, by lane permutes instead of gathers (gathers are slow on
+// many cores). Included once per target.
+#if defined(BIVISTA_PAIR_LOOKUP_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef BIVISTA_PAIR_LOOKUP_INL_H_
+#undef BIVISTA_PAIR_LOOKUP_INL_H_
+#else
+#define BIVISTA_PAIR_LOOKUP_INL_H_
+#endif
+
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace bivista {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET != HWY_SCALAR
+constexpr int kMaxWindows = 3;
+
+// Number of window vectors the pairs of a vector need: the columns run from `first` to `last`
+// (inclusive, plus the right neighbour). 0 when they do not fit.
+HWY_INLINE int WindowsFor(int first, int last, int lanes) {
+  const int span = last + 2 - first;
+  for (int k = 1; k <= kMaxWindows; ++k)
+    if (span <= k * lanes) return k;
+  return 0;
+}
+
+// For two rows at once (the lane indices are shared): a[k] = top[idx[k]], b[k] = top[idx[k] + 1],
+// c and d likewise from the bottom row; each window is K vectors (t0.., u0..) in turn.
+template <int K, class D>
+HWY_INLINE void PairLookup(D d, const hn::Vec<D>* top, const hn::Vec<D>* bottom,
+                           hn::Vec<hn::RebindToSigned<D>> idx, hn::Vec<D>& a, hn::Vec<D>& b,
+                           hn::Vec<D>& c, hn::Vec<D>& e) {
+  const hn::RebindToSigned<D> di;
+  using TI = hn::TFromD<decltype(di)>;
+  const TI lanes = static_cast<TI>(hn::Lanes(d));
+  const auto last = hn::Set(di, lanes - 1);
+  const auto none = hn::Set(di, -1);
+  auto pick = [&](hn::Vec<decltype(di)> ix, hn::Vec<D>& fromTop, hn::Vec<D>& fromBottom) {
+    const auto i0 = hn::IndicesFromVec(d, K == 1 ? ix : hn::Min(ix, last));
+    fromTop = hn::TableLookupLanes(top[0], i0);
+    fromBottom = hn::TableLookupLanes(bottom[0], i0);
+    // Lanes past a window's start take from it; a later window overwrites them again.
+    for (int k = 1; k < K; ++k) {
+      const auto local = hn::Sub(ix, hn::Set(di, static_cast<TI>(k * lanes)));
+      const auto inside = hn::RebindMask(d, hn::Gt(local, none));
+      const auto ik = hn::IndicesFromVec(d, hn::Min(hn::Max(local, hn::Zero(di)), last));
+      fromTop = hn::IfThenElse(inside, hn::TableLookupLanes(top[k], ik), fromTop);
+      fromBottom = hn::IfThenElse(inside, hn::TableLookupLanes(bottom[k], ik), fromBottom);
+    }
+  };
+  pick(idx, a, c);
+  pick(hn::Add(idx, hn::Set(di, 1)), b, e);
+}
+
+// Loads the windows of both rows with load(row, k) and looks the pairs up.
+template <int K, class D, class Load>
+HWY_INLINE void WindowPairs(D d, Load load, hn::Vec<hn::RebindToSigned<D>> idx, hn::Vec<D>& a,
+                            hn::Vec<D>& b, hn::Vec<D>& c, hn::Vec<D>& e) {
+  hn::Vec<D> top[K], bottom[K];
+  for (int k = 0; k < K; ++k) {
+    top[k] = load(0, k);
+    bottom[k] = load(1, k);
+  }
+  PairLookup<K>(d, top, bottom, idx, a, b, c, e);
+}
+
+template <class D, class Load>
+HWY_INLINE void WindowPairs(D d, int windows, Load load, hn::Vec<hn::RebindToSigned<D>> idx,
+                            hn::Vec<D>& a, hn::Vec<D>& b, hn::Vec<D>& c, hn::Vec<D>& e) {
+  if (windows == 1)
+    WindowPairs<1>(d, load, idx, a, b, c, e);
+  else if (windows == 2)
+    WindowPairs<2>(d, load, idx, a, b, c, e);
+  else
+    WindowPairs<3>(d, load, idx, a, b, c, e);
+}
+#endif
+
+}  // namespace HWY_NAMESPACE
+}  // namespace bivista
+HWY_AFTER_NAMESPACE();
+
+#endif
