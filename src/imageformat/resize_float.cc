@@ -51,7 +51,8 @@ void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int s
   for (int j = 0; j < dstH; ++j, fy += stepY) {
     const int y0 = static_cast<int>(fy);
     FloatRowArgs r{src + static_cast<ptrdiff_t>(y0) * srcW, src + static_cast<ptrdiff_t>(y0 + 1) * srcW,
-                   cols.x0, cols.ax, dstW, fy - y0, mode, ratio, invalid};
+                   cols.x0, cols.ax, dstW, fy - y0, mode, ratio, invalid,
+                   y0 + 1 == srcH - 1 ? srcW : 2 * srcW};
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
     const uint8_t* ma = mask != nullptr ? mask + static_cast<ptrdiff_t>(y0) * srcW : nullptr;
     if (table) {

@@ -4,6 +4,7 @@
 #include "hwy/highway.h"
 
 #include "imageformat/resize_float_kernels.h"
+#include "imageformat/pair_lookup-inl.h"
 
 #ifndef BIVISTA_RESIZE_FLOAT_HELPERS
 #define BIVISTA_RESIZE_FLOAT_HELPERS
@@ -87,8 +88,19 @@ void BilinearRowF32(const FloatRowArgs& r, float* out) {
   const auto ratio = hn::Set(df, r.ratio), inv = hn::Set(df, r.invalid), tenth = hn::Set(df, 0.1f);
   for (; i + lanes <= r.n; i += lanes) {
     const auto x = hn::LoadU(di, r.x0 + i);
-    const auto a = hn::GatherIndex(df, r.rowA, x), b = hn::GatherIndex(df, r.rowA + 1, x);
-    const auto c = hn::GatherIndex(df, r.rowC, x), d = hn::GatherIndex(df, r.rowC + 1, x);
+    hn::Vec<decltype(df)> a, b, c, d;
+    const int first = r.x0[i];
+    const int windows = WindowsFor(first, r.x0[i + lanes - 1], lanes);
+    if (windows > 0 && first + windows * lanes <= r.readable) {
+      const float* rows[2] = {r.rowA + first, r.rowC + first};
+      WindowPairs(df, windows, [&](int row, int k) { return hn::LoadU(df, rows[row] + k * lanes); },
+                  hn::Sub(x, hn::Set(di, first)), a, b, c, d);
+    } else {
+      a = hn::GatherIndex(df, r.rowA, x);
+      b = hn::GatherIndex(df, r.rowA + 1, x);
+      c = hn::GatherIndex(df, r.rowC, x);
+      d = hn::GatherIndex(df, r.rowC + 1, x);
+    }
     auto v = BlendV(df, a, b, c, d, hn::LoadU(df, r.ax + i), vay, vnay);
     if (r.mode != FloatRowMode::kPlain) v = hn::Mul(v, ratio);
     if (r.mode == FloatRowMode::kSparse) {

@@ -20,6 +20,7 @@ struct FloatRowArgs {
   FloatRowMode mode;
   float ratio;
   float invalid;
+  int readable;  // floats that may be read from the start of either row
 };
 
 void BilinearRowF32(const FloatRowArgs& args, float* out);
