@@ -28,11 +28,12 @@ HWY_INLINE int WindowsFor(int first, int last, int lanes) {
 }
 
 // For two rows at once (the lane indices are shared): a[k] = top[idx[k]], b[k] = top[idx[k] + 1],
-// c and d likewise from the bottom row; each window is K vectors (t0.., u0..) in turn.
+// c and e likewise from the bottom row; each window is the vectors t0, t1, t2 (u0.. below) in
+// turn, of which the first K are read. (No arrays: scalable vectors cannot be array elements.)
 template <int K, class D>
-HWY_INLINE void PairLookup(D d, const hn::Vec<D>* top, const hn::Vec<D>* bottom,
-                           hn::Vec<hn::RebindToSigned<D>> idx, hn::Vec<D>& a, hn::Vec<D>& b,
-                           hn::Vec<D>& c, hn::Vec<D>& e) {
+HWY_INLINE void PairLookup(D d, hn::Vec<D> t0, hn::Vec<D> t1, hn::Vec<D> t2, hn::Vec<D> u0,
+                           hn::Vec<D> u1, hn::Vec<D> u2, hn::Vec<hn::RebindToSigned<D>> idx,
+                           hn::Vec<D>& a, hn::Vec<D>& b, hn::Vec<D>& c, hn::Vec<D>& e) {
   const hn::RebindToSigned<D> di;
   using TI = hn::TFromD<decltype(di)>;
   const TI lanes = static_cast<TI>(hn::Lanes(d));
@@ -40,15 +41,22 @@ HWY_INLINE void PairLookup(D d, const hn::Vec<D>* top, const hn::Vec<D>* bottom,
   const auto none = hn::Set(di, -1);
   auto pick = [&](hn::Vec<decltype(di)> ix, hn::Vec<D>& fromTop, hn::Vec<D>& fromBottom) {
     const auto i0 = hn::IndicesFromVec(d, K == 1 ? ix : hn::Min(ix, last));
-    fromTop = hn::TableLookupLanes(top[0], i0);
-    fromBottom = hn::TableLookupLanes(bottom[0], i0);
+    fromTop = hn::TableLookupLanes(t0, i0);
+    fromBottom = hn::TableLookupLanes(u0, i0);
     // Lanes past a window's start take from it; a later window overwrites them again.
-    for (int k = 1; k < K; ++k) {
-      const auto local = hn::Sub(ix, hn::Set(di, static_cast<TI>(k * lanes)));
+    if (K > 1) {
+      const auto local = hn::Sub(ix, hn::Set(di, lanes));
       const auto inside = hn::RebindMask(d, hn::Gt(local, none));
-      const auto ik = hn::IndicesFromVec(d, hn::Min(hn::Max(local, hn::Zero(di)), last));
-      fromTop = hn::IfThenElse(inside, hn::TableLookupLanes(top[k], ik), fromTop);
-      fromBottom = hn::IfThenElse(inside, hn::TableLookupLanes(bottom[k], ik), fromBottom);
+      const auto i1 = hn::IndicesFromVec(d, hn::Min(hn::Max(local, hn::Zero(di)), last));
+      fromTop = hn::IfThenElse(inside, hn::TableLookupLanes(t1, i1), fromTop);
+      fromBottom = hn::IfThenElse(inside, hn::TableLookupLanes(u1, i1), fromBottom);
+    }
+    if (K > 2) {
+      const auto local = hn::Sub(ix, hn::Set(di, static_cast<TI>(2 * lanes)));
+      const auto inside = hn::RebindMask(d, hn::Gt(local, none));
+      const auto i2 = hn::IndicesFromVec(d, hn::Min(hn::Max(local, hn::Zero(di)), last));
+      fromTop = hn::IfThenElse(inside, hn::TableLookupLanes(t2, i2), fromTop);
+      fromBottom = hn::IfThenElse(inside, hn::TableLookupLanes(u2, i2), fromBottom);
     }
   };
   pick(idx, a, c);
@@ -59,12 +67,9 @@ HWY_INLINE void PairLookup(D d, const hn::Vec<D>* top, const hn::Vec<D>* bottom,
 template <int K, class D, class Load>
 HWY_INLINE void WindowPairs(D d, Load load, hn::Vec<hn::RebindToSigned<D>> idx, hn::Vec<D>& a,
                             hn::Vec<D>& b, hn::Vec<D>& c, hn::Vec<D>& e) {
-  hn::Vec<D> top[K], bottom[K];
-  for (int k = 0; k < K; ++k) {
-    top[k] = load(0, k);
-    bottom[k] = load(1, k);
-  }
-  PairLookup<K>(d, top, bottom, idx, a, b, c, e);
+  PairLookup<K>(d, load(0, 0), K > 1 ? load(0, 1) : hn::Zero(d), K > 2 ? load(0, 2) : hn::Zero(d),
+                load(1, 0), K > 1 ? load(1, 1) : hn::Zero(d), K > 2 ? load(1, 2) : hn::Zero(d), idx,
+                a, b, c, e);
 }
 
 template <class D, class Load>

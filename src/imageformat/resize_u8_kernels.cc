@@ -91,25 +91,24 @@ void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, c
     for (; i + lanes <= safeEnd; i += lanes) {
       const auto off = hn::Mul(hn::LoadU(di, x0 + i), vch);
       const auto vax = hn::LoadU(df, ax + i);
-      hn::Vec<decltype(d8)> res[3];
-      for (int k = 0; k < count; ++k) {
+      auto channel = [&](int k) {
         hn::Vec<decltype(df)> a, b, c, d;
         SplitWord(df, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(rowA + k), off), 8 * ch, a, b);
         SplitWord(df, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(rowC + k), off), 8 * ch, c, d);
-        res[k] = hn::DemoteTo(d8, hn::ConvertTo(di, Blend(df, a, b, c, d, vax, vay, vnay)));
-      }
+        return hn::DemoteTo(d8, hn::ConvertTo(di, Blend(df, a, b, c, d, vax, vay, vnay)));
+      };
       uint8_t* o = out + static_cast<ptrdiff_t>(i) * ch;
       if (count == ch && ch == 3) {
-        hn::StoreInterleaved3(res[0], res[1], res[2], d8, o);
+        hn::StoreInterleaved3(channel(0), channel(1), channel(2), d8, o);
       } else if (count == ch && ch == 2) {
-        hn::StoreInterleaved2(res[0], res[1], d8, o);
+        hn::StoreInterleaved2(channel(0), channel(1), d8, o);
       } else if (ch == 1) {
-        hn::StoreU(res[0], d8, o);
+        hn::StoreU(channel(0), d8, o);
       } else {
         // Only some channels: the others in the destination stay as they are.
-        HWY_ALIGN uint8_t lane[HWY_MAX_BYTES / 4 * 3];
+        HWY_ALIGN uint8_t lane[HWY_MAX_BYTES / 4];
         for (int k = 0; k < count; ++k) {
-          hn::Store(res[k], d8, lane);
+          hn::Store(channel(k), d8, lane);
           for (int t = 0; t < lanes; ++t) o[t * ch + k] = lane[t];
         }
       }
