@@ -4,7 +4,7 @@
 #include "hwy/highway.h"
 
 #include "imageformat/resize_float_kernels.h"
-#include "imageformat/pair_lookup-inl.h"
+#include "imageformat/bilinear-inl.h"
 
 #ifndef BIVISTA_RESIZE_FLOAT_HELPERS
 #define BIVISTA_RESIZE_FLOAT_HELPERS
@@ -68,13 +68,25 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET != HWY_SCALAR
+// The four samples of the columns i.. of a row pair: from loaded windows where they fit,
+// else gathered.
 template <class DF>
-HWY_INLINE hn::Vec<DF> BlendV(DF df, hn::Vec<DF> a, hn::Vec<DF> b, hn::Vec<DF> c, hn::Vec<DF> d,
-                              hn::Vec<DF> ax, hn::Vec<DF> ay, hn::Vec<DF> nay) {
-  const auto nax = hn::Sub(hn::Set(df, 1.0f), ax);
-  const auto top = hn::Add(hn::Mul(a, nax), hn::Mul(b, ax));
-  const auto bottom = hn::Add(hn::Mul(c, nax), hn::Mul(d, ax));
-  return hn::Add(hn::Mul(top, nay), hn::Mul(bottom, ay));
+HWY_INLINE void FourSamples(DF df, const FloatRowArgs& r, int i, hn::Vec<hn::RebindToSigned<DF>> x,
+                            hn::Vec<DF>& a, hn::Vec<DF>& b, hn::Vec<DF>& c, hn::Vec<DF>& d) {
+  const hn::RebindToSigned<DF> di;
+  const int lanes = static_cast<int>(hn::Lanes(df));
+  const int first = r.x0[i];
+  const int windows = WindowsFor(first, r.x0[i + lanes - 1], lanes);
+  if (windows > 0 && first + windows * lanes <= r.readable) {
+    const float* rows[2] = {r.rowA + first, r.rowC + first};
+    WindowPairs(df, windows, [&](int row, int k) { return hn::LoadU(df, rows[row] + k * lanes); },
+                hn::Sub(x, hn::Set(di, first)), a, b, c, d);
+    return;
+  }
+  a = hn::GatherIndex(df, r.rowA, x);
+  b = hn::GatherIndex(df, r.rowA + 1, x);
+  c = hn::GatherIndex(df, r.rowC, x);
+  d = hn::GatherIndex(df, r.rowC + 1, x);
 }
 #endif
 
@@ -87,20 +99,8 @@ void BilinearRowF32(const FloatRowArgs& r, float* out) {
   const auto vay = hn::Set(df, r.ay), vnay = hn::Set(df, 1.0f - r.ay);
   const auto ratio = hn::Set(df, r.ratio), inv = hn::Set(df, r.invalid), tenth = hn::Set(df, 0.1f);
   for (; i + lanes <= r.n; i += lanes) {
-    const auto x = hn::LoadU(di, r.x0 + i);
     hn::Vec<decltype(df)> a, b, c, d;
-    const int first = r.x0[i];
-    const int windows = WindowsFor(first, r.x0[i + lanes - 1], lanes);
-    if (windows > 0 && first + windows * lanes <= r.readable) {
-      const float* rows[2] = {r.rowA + first, r.rowC + first};
-      WindowPairs(df, windows, [&](int row, int k) { return hn::LoadU(df, rows[row] + k * lanes); },
-                  hn::Sub(x, hn::Set(di, first)), a, b, c, d);
-    } else {
-      a = hn::GatherIndex(df, r.rowA, x);
-      b = hn::GatherIndex(df, r.rowA + 1, x);
-      c = hn::GatherIndex(df, r.rowC, x);
-      d = hn::GatherIndex(df, r.rowC + 1, x);
-    }
+    FourSamples(df, r, i, hn::LoadU(di, r.x0 + i), a, b, c, d);
     auto v = BlendV(df, a, b, c, d, hn::LoadU(df, r.ax + i), vay, vnay);
     if (r.mode != FloatRowMode::kPlain) v = hn::Mul(v, ratio);
     if (r.mode == FloatRowMode::kSparse) {
@@ -129,14 +129,15 @@ void MaskedRowF32(const FloatRowArgs& r, const uint8_t* maskA, const uint8_t* ma
   for (; i + lanes <= safeEnd; i += lanes) {
     const auto x = hn::LoadU(di, r.x0 + i);
     const auto ax = hn::LoadU(df, r.ax + i);
+    // Mask pairs: the two bytes at x0 from one four-byte read.
     const auto ma = hn::GatherOffset(di, wa, x), mc = hn::GatherOffset(di, wc, x);
     const auto m = BlendV(df, hn::ConvertTo(df, hn::And(ma, ff)),
                           hn::ConvertTo(df, hn::And(hn::ShiftRight<8>(ma), ff)),
                           hn::ConvertTo(df, hn::And(mc, ff)),
                           hn::ConvertTo(df, hn::And(hn::ShiftRight<8>(mc), ff)), ax, vay, vnay);
     const auto reject = hn::RebindMask(df, hn::Gt(hn::ConvertTo(di, m), hn::Zero(di)));
-    const auto a = hn::GatherIndex(df, r.rowA, x), b = hn::GatherIndex(df, r.rowA + 1, x);
-    const auto c = hn::GatherIndex(df, r.rowC, x), d = hn::GatherIndex(df, r.rowC + 1, x);
+    hn::Vec<decltype(df)> a, b, c, d;
+    FourSamples(df, r, i, x, a, b, c, d);
     const auto v = hn::Mul(BlendV(df, a, b, c, d, ax, vay, vnay), ratio);
     hn::StoreU(hn::IfThenElse(reject, inv, v), df, out + i);
   }

@@ -4,7 +4,7 @@
 #include "hwy/highway.h"
 
 #include "imageformat/resize_u8_kernels.h"
-#include "imageformat/pair_lookup-inl.h"
+#include "imageformat/bilinear-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
@@ -21,14 +21,6 @@ HWY_INLINE void SplitWord(DF df, VI w, int shiftB, hn::Vec<DF>& a, hn::Vec<DF>& 
   b = hn::ConvertTo(df, hn::And(hn::ShiftRightSame(w, shiftB), ff));
 }
 
-template <class DF>
-HWY_INLINE hn::Vec<DF> Blend(DF df, hn::Vec<DF> a, hn::Vec<DF> b, hn::Vec<DF> c, hn::Vec<DF> d,
-                             hn::Vec<DF> ax, hn::Vec<DF> ay, hn::Vec<DF> oneMinusAy) {
-  const auto oneMinusAx = hn::Sub(hn::Set(df, 1.0f), ax);
-  const auto top = hn::Add(hn::Mul(a, oneMinusAx), hn::Mul(b, ax));
-  const auto bottom = hn::Add(hn::Mul(c, oneMinusAx), hn::Mul(d, ax));
-  return hn::Add(hn::Mul(top, oneMinusAy), hn::Mul(bottom, ay));
-}
 #endif
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
@@ -67,7 +59,7 @@ void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, 
     } else {
       break;
     }
-    const auto v = Blend(df, a, b, c, d, hn::Sub(fx, hn::ConvertTo(df, x0)), vay, vnay);
+    const auto v = BlendV(df, a, b, c, d, hn::Sub(fx, hn::ConvertTo(df, x0)), vay, vnay);
     const auto q = mask ? hn::IfThenElseZero(hn::RebindMask(di, hn::Gt(v, hn::Set(df, 127.0f))),
                                              hn::Set(di, 255))
                         : hn::ConvertTo(di, v);
@@ -95,7 +87,7 @@ void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, c
         hn::Vec<decltype(df)> a, b, c, d;
         SplitWord(df, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(rowA + k), off), 8 * ch, a, b);
         SplitWord(df, hn::GatherOffset(di, reinterpret_cast<const int32_t*>(rowC + k), off), 8 * ch, c, d);
-        return hn::DemoteTo(d8, hn::ConvertTo(di, Blend(df, a, b, c, d, vax, vay, vnay)));
+        return hn::DemoteTo(d8, hn::ConvertTo(di, BlendV(df, a, b, c, d, vax, vay, vnay)));
       };
       uint8_t* o = out + static_cast<ptrdiff_t>(i) * ch;
       if (count == ch && ch == 3) {
@@ -115,14 +107,8 @@ void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, c
     }
   }
 #endif
-  for (; i < n; ++i) {
-    const int s = x0[i] * ch;
-    for (int k = 0; k < count; ++k) {
-      const float v = scalar::Bilinear(rowA[s + k], rowA[s + ch + k], rowC[s + k], rowC[s + ch + k],
-                                       ax[i], ay);
-      out[i * ch + k] = static_cast<uint8_t>(static_cast<int>(v));
-    }
-  }
+  scalar::ResizeRowChannels(rowA, rowC, out + static_cast<ptrdiff_t>(i) * ch, x0 + i, ax + i,
+                            n - i, 0, ay, ch, count);
 }
 
 void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW) {
@@ -144,14 +130,8 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
     hn::StoreInterleaved2(hn::DemoteTo(d8, ac), hn::DemoteTo(d8, abcd), d8, out1 + 2 * x);
   }
 #endif
-  for (; x < srcW; ++x) {
-    const int s = x == srcW - 1 ? srcW - 2 : x;
-    const int pa = a[s], pb = a[s + 1], pc = c[s], pd = c[s + 1];
-    out0[2 * x] = static_cast<uint8_t>(pa);
-    out0[2 * x + 1] = static_cast<uint8_t>((pa + pb) >> 1);
-    out1[2 * x] = static_cast<uint8_t>((pa + pc) >> 1);
-    out1[2 * x + 1] = static_cast<uint8_t>((pa + pb + pc + pd) >> 2);
-  }
+  // The rest, with the edge rule taken relative to column x.
+  scalar::UpScale2x2Rows(a + x, c + x, out0 + 2 * x, out1 + 2 * x, srcW - x);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -64,10 +64,7 @@ void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
     hn::StoreU(a, d, first + k);
     hn::StoreU(b, d, second + k);
   }
-  for (; k < n; ++k) {
-    first[k] = pairs[2 * k];
-    second[k] = pairs[2 * k + 1];
-  }
+  scalar::SplitPairs(pairs + 2 * k, first + k, second + k, n - k);
 }
 
 void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int n) {
@@ -76,10 +73,7 @@ void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int
   int k = 0;
   for (; k + lanes <= n; k += lanes)
     hn::StoreInterleaved2(hn::LoadU(d, first + k), hn::LoadU(d, second + k), d, pairs + 2 * k);
-  for (; k < n; ++k) {
-    pairs[2 * k] = first[k];
-    pairs[2 * k + 1] = second[k];
-  }
+  scalar::MergePairs(first + k, second + k, pairs + 2 * k, n - k);
 }
 
 #if HWY_TARGET != HWY_SCALAR
@@ -168,11 +162,8 @@ void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int widt
     hn::StoreInterleaved3(hn::LoadU(d, y + x), DupBytes(d, u), DupBytes(d, v), d, yuv + 3 * x);
   }
 #endif
-  for (; x < width; ++x) {
-    yuv[3 * x] = y[x];
-    yuv[3 * x + 1] = vu[(x & ~1) + 1];
-    yuv[3 * x + 2] = vu[x & ~1];
-  }
+  // x is even here: the chroma pairs line up.
+  scalar::Nv21RowToYuv444(y + x, vu + x, yuv + 3 * x, width - x);
 }
 
 void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs) {
@@ -189,10 +180,7 @@ void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs) {
     hn::StoreU(DupBytes(d, b), d, v + 2 * k);
   }
 #endif
-  for (; k < pairs; ++k) {
-    u[2 * k] = u[2 * k + 1] = uv[2 * k];
-    v[2 * k] = v[2 * k + 1] = uv[2 * k + 1];
-  }
+  scalar::UpsamplePairs(uv + 2 * k, u + 2 * k, v + 2 * k, pairs - k);
 }
 
 }  // namespace HWY_NAMESPACE

@@ -64,6 +64,16 @@ HWY_INLINE void Transpose4(D d, V& r0, V& r1, V& r2, V& r3) {
   r2 = hn::ConcatLowerLower(d, t3, t2);
   r3 = hn::ConcatUpperUpper(d, t3, t2);
 }
+
+// Rows r0..r3 of a block, transposed, to destination rows o, o + step, ...
+template <class D, class V>
+HWY_INLINE void StoreTransposed4(D d, V v0, V v1, V v2, V v3, float* o, ptrdiff_t step) {
+  Transpose4(d, v0, v1, v2, v3);
+  hn::StoreU(v0, d, o);
+  hn::StoreU(v1, d, o + step);
+  hn::StoreU(v2, d, o + 2 * step);
+  hn::StoreU(v3, d, o + 3 * step);
+}
 #endif
 
 template <typename TS, typename TD>
@@ -85,14 +95,9 @@ void TransposeF32(const float* src, int rows, int cols, float* dst, ptrdiff_t st
   for (int r = 0; r < r4; r += 4) {
     const float* s = src + static_cast<ptrdiff_t>(r) * cols;
     for (int c = 0; c < c4; c += 4) {
-      auto v0 = hn::LoadU(d, s + c), v1 = hn::LoadU(d, s + cols + c);
-      auto v2 = hn::LoadU(d, s + 2 * cols + c), v3 = hn::LoadU(d, s + 3 * cols + c);
-      Transpose4(d, v0, v1, v2, v3);
-      float* o = dst + c * step + r;
-      hn::StoreU(v0, d, o);
-      hn::StoreU(v1, d, o + step);
-      hn::StoreU(v2, d, o + 2 * step);
-      hn::StoreU(v3, d, o + 3 * step);
+      StoreTransposed4(d, hn::LoadU(d, s + c), hn::LoadU(d, s + cols + c),
+                       hn::LoadU(d, s + 2 * cols + c), hn::LoadU(d, s + 3 * cols + c),
+                       dst + c * step + r, step);
     }
   }
   TransposeEdges(src, rows, cols, dst, step, r4, c4);
@@ -134,13 +139,7 @@ void TransposeF64ToF32(const double* src, int rows, int cols, float* dst, ptrdif
         return hn::Combine(d, hn::DemoteTo(dh, hn::LoadU(dd, p + 2)),
                            hn::DemoteTo(dh, hn::LoadU(dd, p)));
       };
-      auto v0 = row(0), v1 = row(1), v2 = row(2), v3 = row(3);
-      Transpose4(d, v0, v1, v2, v3);
-      float* o = dst + c * step + r;
-      hn::StoreU(v0, d, o);
-      hn::StoreU(v1, d, o + step);
-      hn::StoreU(v2, d, o + 2 * step);
-      hn::StoreU(v3, d, o + 3 * step);
+      StoreTransposed4(d, row(0), row(1), row(2), row(3), dst + c * step + r, step);
     }
   }
   TransposeEdges(src, rows, cols, dst, step, r4, c4);

@@ -1,11 +1,11 @@
-// Reads the sample pairs (x0, x0 + 1) of a vector of columns from a window of up to three
-// vectors loaded at the first column, by lane permutes instead of gathers (gathers are slow on
-// many cores). Included once per target.
-#if defined(BIVISTA_PAIR_LOOKUP_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef BIVISTA_PAIR_LOOKUP_INL_H_
-#undef BIVISTA_PAIR_LOOKUP_INL_H_
+// Per-target helpers of the bilinear rows: the blend of four samples, and the sample pairs
+// (x0, x0 + 1) of a vector of columns read from a window of up to three vectors loaded at the
+// first column, by lane permutes instead of gathers (gathers are slow on many cores).
+#if defined(BIVISTA_BILINEAR_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef BIVISTA_BILINEAR_INL_H_
+#undef BIVISTA_BILINEAR_INL_H_
 #else
-#define BIVISTA_PAIR_LOOKUP_INL_H_
+#define BIVISTA_BILINEAR_INL_H_
 #endif
 
 #include "hwy/highway.h"
@@ -16,6 +16,16 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET != HWY_SCALAR
+// (a(1 - ax) + b ax)(1 - ay) + (c(1 - ax) + d ax) ay, in this order; nay = 1 - ay.
+template <class DF>
+HWY_INLINE hn::Vec<DF> BlendV(DF df, hn::Vec<DF> a, hn::Vec<DF> b, hn::Vec<DF> c, hn::Vec<DF> d,
+                              hn::Vec<DF> ax, hn::Vec<DF> ay, hn::Vec<DF> nay) {
+  const auto nax = hn::Sub(hn::Set(df, 1.0f), ax);
+  const auto top = hn::Add(hn::Mul(a, nax), hn::Mul(b, ax));
+  const auto bottom = hn::Add(hn::Mul(c, nax), hn::Mul(d, ax));
+  return hn::Add(hn::Mul(top, nay), hn::Mul(bottom, ay));
+}
+
 constexpr int kMaxWindows = 3;
 
 // Number of window vectors the pairs of a vector need: the columns run from `first` to `last`
