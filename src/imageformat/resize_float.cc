@@ -185,28 +185,19 @@ float* ResizeFloatImage_KeepBorder_full(const float* src, float* dst, const uint
   WeightTable(t);
   const int q = srcW > 0 ? dstW / srcW : 0;
   const int band = 2 * q + 1;
-  auto nearest = [&](int y, int x) { return q == 0 ? src[0] : src[x / q + srcW * (y / q)]; };
+  const bivista::GuidedArgs g{src, guideLow, guideFull, t, srcW, dstW, q};
   for (int y = 0; y < dstH; ++y) {
     float* out = dst + static_cast<ptrdiff_t>(y) * dstW;
+    // The border band keeps nearest samples; the window of a filtered pixel stays inside.
     const bool filteredRow = q > 0 && y >= band && y < dstH - band;
+    const int from = filteredRow ? band : dstW, to = filteredRow ? dstW - band : dstW;
     for (int x = 0; x < dstW; ++x) {
-      if (!filteredRow || x < band || x >= dstW - band) {
-        out[x] = nearest(y, x);
+      if (x == from && from < to) {
+        bivista::GuidedRow(g, y, from, to, out);
+        x = to - 1;
         continue;
       }
-      const int cy = y / q, cx = x / q;
-      const uint8_t* g = guideFull + 3 * (static_cast<ptrdiff_t>(y) * dstW + x);
-      float wsum = 0.0f, ssum = 0.0f;
-      for (int i = -2; i <= 2; ++i) {
-        const ptrdiff_t row = static_cast<ptrdiff_t>(cy + i) * srcW;
-        for (int j = -2; j <= 2; ++j) {
-          const uint8_t* h = guideLow + 3 * (row + cx + j);
-          const float w = t[g[0] - h[0] + 255] * t[g[1] - h[1] + 255] * t[g[2] - h[2] + 255];
-          wsum += w;
-          ssum = fmaf(w, src[row + cx + j], ssum);
-        }
-      }
-      out[x] = wsum > 0.01 ? ssum / wsum : src[static_cast<ptrdiff_t>(cy) * srcW + cx];
+      out[x] = q == 0 ? src[0] : src[x / q + srcW * (y / q)];
     }
   }
   return Src(src);

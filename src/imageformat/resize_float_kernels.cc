@@ -3,6 +3,9 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include <math.h>
+#include <stddef.h>
+
 #include "imageformat/resize_float_kernels.h"
 #include "imageformat/bilinear-inl.h"
 
@@ -56,6 +59,24 @@ inline float ExtendAt(const float* r0, const float* r1, int i, int srcW, double 
   const float w00 = static_cast<float>(wy0 * wx0), w01 = static_cast<float>(wy0 * wx1);
   const float w10 = static_cast<float>(wy1 * wx0), w11 = static_cast<float>(wy1 * wx1);
   return r0[c] * w00 + r0[c + 1] * w01 + r1[c] * w10 + r1[c + 1] * w11;
+}
+
+inline float GuidedAt(const GuidedArgs& g, int y, int x) {
+  const int cy = y / g.q, cx = x / g.q;
+  const uint8_t* f = g.guideFull + 3 * (static_cast<ptrdiff_t>(y) * g.dstW + x);
+  float wsum = 0.0f, ssum = 0.0f;
+  for (int i = -2; i <= 2; ++i) {
+    const ptrdiff_t row = static_cast<ptrdiff_t>(cy + i) * g.srcW;
+    for (int j = -2; j <= 2; ++j) {
+      const uint8_t* h = g.guideLow + 3 * (row + cx + j);
+      const float w = g.table[f[0] - h[0] + 255] * g.table[f[1] - h[1] + 255] *
+                      g.table[f[2] - h[2] + 255];
+      wsum += w;
+      ssum = fmaf(w, g.src[row + cx + j], ssum);
+    }
+  }
+  // W > 0.01 in double is W > 0.01f for a float W.
+  return wsum > 0.01f ? ssum / wsum : g.src[static_cast<ptrdiff_t>(cy) * g.srcW + cx];
 }
 
 }  // namespace rfpix
@@ -200,6 +221,55 @@ void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy
   for (int i = 2 * m + 1; i < dstW; ++i) out[i] = rfpix::ExtendAt(r0, r1, i, srcW, wy0, wy1);
 }
 
+void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
+  int x = x0;
+#if HWY_TARGET != HWY_SCALAR && HWY_NATIVE_FMA
+  // Fused multiply-adds only where the target has them, so sums match fmaf.
+  const hn::ScalableTag<float> df;
+  const hn::RebindToSigned<decltype(df)> di;
+  const int lanes = static_cast<int>(hn::Lanes(df));
+  const auto ff = hn::Set(di, 0xFF), k255 = hn::Set(di, 255);
+  const uint8_t* full = g.guideFull + 3 * static_cast<ptrdiff_t>(y) * g.dstW;
+  const int cy = y / g.q;
+  HWY_ALIGN int32_t cxLane[HWY_MAX_BYTES / 4];
+  for (; x + lanes <= x1; x += lanes) {
+    for (int k = 0; k < lanes; ++k) cxLane[k] = (x + k) / g.q;
+    // Guide bytes come from four-byte reads starting one byte early; the first window sample
+    // must not be the very first pixel then.
+    if ((cy - 2) * g.srcW + cxLane[0] - 2 < 1) {
+      scalar::GuidedRow(g, y, x, x + lanes, out);
+      continue;
+    }
+    const auto cx = hn::Load(di, cxLane);
+    const auto three = hn::Set(di, 3), one = hn::Set(di, 1);
+    const auto fw = hn::GatherOffset(di, reinterpret_cast<const int32_t*>(full),
+                                     hn::Sub(hn::Mul(hn::Iota(di, x), three), one));
+    const auto f0 = hn::And(hn::ShiftRight<8>(fw), ff), f1 = hn::And(hn::ShiftRight<16>(fw), ff);
+    const auto f2 = hn::And(hn::ShiftRight<24>(fw), ff);
+    auto wsum = hn::Zero(df), ssum = hn::Zero(df);
+    for (int i = -2; i <= 2; ++i) {
+      const auto row = hn::Set(di, (cy + i) * g.srcW);
+      for (int j = -2; j <= 2; ++j) {
+        const auto idx = hn::Add(hn::Add(row, cx), hn::Set(di, j));
+        const auto hw = hn::GatherOffset(di, reinterpret_cast<const int32_t*>(g.guideLow),
+                                         hn::Sub(hn::Mul(idx, three), one));
+        const auto d0 = hn::Sub(hn::Add(f0, k255), hn::And(hn::ShiftRight<8>(hw), ff));
+        const auto d1 = hn::Sub(hn::Add(f1, k255), hn::And(hn::ShiftRight<16>(hw), ff));
+        const auto d2 = hn::Sub(hn::Add(f2, k255), hn::And(hn::ShiftRight<24>(hw), ff));
+        const auto w = hn::Mul(hn::Mul(hn::GatherIndex(df, g.table, d0), hn::GatherIndex(df, g.table, d1)),
+                               hn::GatherIndex(df, g.table, d2));
+        wsum = hn::Add(wsum, w);
+        ssum = hn::MulAdd(w, hn::GatherIndex(df, g.src, idx), ssum);
+      }
+    }
+    const auto centre = hn::GatherIndex(df, g.src, hn::Add(hn::Set(di, cy * g.srcW), cx));
+    hn::StoreU(hn::IfThenElse(hn::Gt(wsum, hn::Set(df, 0.01f)), hn::Div(ssum, wsum), centre), df,
+               out + x);
+  }
+#endif
+  scalar::GuidedRow(g, y, x, x1, out);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -212,6 +282,11 @@ HWY_EXPORT(MaskedRowF32);
 HWY_EXPORT(NearestRowF32);
 HWY_EXPORT(QuarterMeanRow);
 HWY_EXPORT(ExtendRow);
+HWY_EXPORT(GuidedRow);
+
+void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
+  HWY_DYNAMIC_DISPATCH(GuidedRow)(g, y, x0, x1, out);
+}
 
 void BilinearRowF32(const FloatRowArgs& args, float* out) {
   HWY_DYNAMIC_DISPATCH(BilinearRowF32)(args, out);
@@ -232,6 +307,10 @@ void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy
 }
 
 namespace scalar {
+
+void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
+  for (int x = x0; x < x1; ++x) out[x] = rfpix::GuidedAt(g, y, x);
+}
 
 void BilinearRowF32(const FloatRowArgs& args, float* out) {
   for (int i = 0; i < args.n; ++i) out[i] = rfpix::BilinearAt(args, i);

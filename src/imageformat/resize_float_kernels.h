@@ -36,7 +36,19 @@ void QuarterMeanRow(const float* r0, const float* r1, float* out, int n);
 // One row of the exact 2x enlargement from source rows r0 (weight wy0) and r1 (weight wy1).
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1);
 
+// Joint bilateral filtering of destination columns x0..x1-1 of row y (see the guided
+// up-sampling): 5 x 5 source window around (y / q, x / q), range weights from the table.
+struct GuidedArgs {
+  const float* src;
+  const uint8_t* guideLow;   // 3 bytes a source pixel
+  const uint8_t* guideFull;  // 3 bytes a destination pixel
+  const float* table;        // 511 range weights
+  int srcW, dstW, q;
+};
+void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
+
 namespace scalar {
+void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
 void BilinearRowF32(const FloatRowArgs& args, float* out);
 void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t* maskC,
                   int safeEnd, float* out);

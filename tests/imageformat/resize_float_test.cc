@@ -346,4 +346,27 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
   });
 }
 
+TEST(ResizeFloatKernels, GuidedRowsMatchScalarOnEveryTarget) {
+  std::mt19937 rng(68);
+  float t[511];
+  getBilateralWeight(t);
+  const int sw = 23, sh = 9, q = 2, dw = sw * q;
+  const auto s = Floats(sw * sh, rng);
+  std::vector<uint8_t> gl(3 * sw * sh), gf(3 * dw * sh * q);
+  for (auto& g : gl) g = static_cast<uint8_t>(rng() % 40);
+  for (size_t k = 0; k < gf.size(); ++k) gf[k] = static_cast<uint8_t>(k % 13 == 0 ? 250 : rng() % 40);
+  const bivista::GuidedArgs g{s.data(), gl.data(), gf.data(), t, sw, dw, q};
+  bvtest::ForEachHwyTarget([&](const char*) {
+    // Row 5 has its window start on source row 0: the first columns touch pixel (0, 0).
+    for (int y : {5, 7, 12}) {
+      for (int x1 = 6; x1 <= dw - 5; x1 += 7) {
+        std::vector<float> v(dw, -1.0f), r(dw, -1.0f);
+        bivista::GuidedRow(g, y, 5, x1, v.data());
+        bivista::scalar::GuidedRow(g, y, 5, x1, r.data());
+        ASSERT_TRUE(SameBits(v, r)) << y << " " << x1;
+      }
+    }
+  });
+}
+
 }  // namespace
