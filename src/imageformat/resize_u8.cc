@@ -28,6 +28,8 @@ void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
   if (dstW < 1 || dstH < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
+  // Without a table the rows compute the same columns themselves.
+  const bivista::ColumnTable cols = bivista::MakeColumnTable(dstW, stepX);
   for (int j = 0; j < dstH; ++j) {
     const float fy = j * stepY;
     const int y0 = static_cast<int>(fy);
@@ -35,8 +37,9 @@ void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
     // Bytes readable from either row: the last source row has nothing after it.
     const int readable = y0 + 1 == srcH - 1 ? srcW : 2 * srcW;
     bivista::ResizeRowU8(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable,
-                         stepX, fy - y0, mask);
+                         stepX, fy - y0, mask, cols);
   }
+  bivista::FreeColumnTable(cols);
 }
 
 // Channels first..first+count-1 of an image with ch interleaved bytes a pixel.
@@ -50,17 +53,10 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
   const ptrdiff_t srcRow = static_cast<ptrdiff_t>(srcW) * ch, dstRow = static_cast<ptrdiff_t>(dstW) * ch;
-  // Column table: source column and weight per destination column.
-  const size_t tableBytes = static_cast<size_t>(dstW) * (sizeof(int32_t) + sizeof(float));
-  void* table = malloc(tableBytes);
-  if (table != nullptr) {
-    int32_t* x0 = static_cast<int32_t*>(table);
-    float* ax = reinterpret_cast<float*>(x0 + dstW);
-    for (int i = 0; i < dstW; ++i) {
-      const float fx = i * stepX;
-      x0[i] = static_cast<int32_t>(fx);
-      ax[i] = fx - x0[i];
-    }
+  const bivista::ColumnTable table = bivista::MakeColumnTable(dstW, stepX);
+  if (table.x0 != nullptr) {
+    const int32_t* x0 = table.x0;
+    const float* ax = table.ax;
     const int safe = SafeColumns([&](int i) { return x0[i]; }, dstW, ch, count - 1,
                                  static_cast<int>(srcRow));
     for (int j = 0; j < dstH; ++j) {
@@ -70,7 +66,7 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
       bivista::ResizeRowChannels(rowA, rowA + srcRow, dst + j * dstRow, x0, ax, dstW,
                                  y0 + 1 == srcH - 1 ? safe : dstW, fy - y0, ch, count);
     }
-    free(table);
+    bivista::FreeColumnTable(table);
     return;
   }
   // Without the table: the same values, computed for every pixel.

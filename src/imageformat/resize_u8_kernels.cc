@@ -3,6 +3,8 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include <stdlib.h>
+
 #include "imageformat/resize_u8_kernels.h"
 #include "imageformat/bilinear-inl.h"
 
@@ -24,7 +26,7 @@ HWY_INLINE void SplitWord(DF df, VI w, int shiftB, hn::Vec<DF>& a, hn::Vec<DF>& 
 #endif
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
-                 float stepX, float ay, bool mask) {
+                 float stepX, float ay, bool mask, ColumnTable cols) {
   int i = 0;
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<float> df;
@@ -35,11 +37,22 @@ void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, 
   const auto* baseA = reinterpret_cast<const int32_t*>(rowA);
   const auto* baseC = reinterpret_cast<const int32_t*>(rowC);
   for (; i + lanes <= n; i += lanes) {
-    // First and last source columns of this vector, by the same arithmetic as the lanes.
-    const int first = static_cast<int>(i * stepX);
-    const int last = static_cast<int>((i + lanes - 1) * stepX);
-    const auto fx = hn::Mul(hn::ConvertTo(df, hn::Iota(di, i)), vstep);
-    const auto x0 = hn::ConvertTo(di, fx);
+    // Columns and weights from the table when there is one, else by the same arithmetic here.
+    int first, last;
+    hn::Vec<decltype(di)> x0;
+    hn::Vec<decltype(df)> ax;
+    if (cols.x0 != nullptr) {
+      first = cols.x0[i];
+      last = cols.x0[i + lanes - 1];
+      x0 = hn::LoadU(di, cols.x0 + i);
+      ax = hn::LoadU(df, cols.ax + i);
+    } else {
+      first = static_cast<int>(i * stepX);
+      last = static_cast<int>((i + lanes - 1) * stepX);
+      const auto fx = hn::Mul(hn::ConvertTo(df, hn::Iota(di, i)), vstep);
+      x0 = hn::ConvertTo(di, fx);
+      ax = hn::Sub(fx, hn::ConvertTo(df, x0));
+    }
     hn::Vec<decltype(df)> a, b, c, d;
     const int windows = WindowsFor(first, last, lanes);
     if (windows > 0 && first + windows * lanes <= readable) {
@@ -59,7 +72,7 @@ void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, 
     } else {
       break;
     }
-    const auto v = BlendV(df, a, b, c, d, hn::Sub(fx, hn::ConvertTo(df, x0)), vay, vnay);
+    const auto v = BlendV(df, a, b, c, d, ax, vay, vnay);
     const auto q = mask ? hn::IfThenElseZero(hn::RebindMask(di, hn::Gt(v, hn::Set(df, 127.0f))),
                                              hn::Set(di, 255))
                         : hn::ConvertTo(di, v);
@@ -146,8 +159,8 @@ HWY_EXPORT(ResizeRowChannels);
 HWY_EXPORT(UpScale2x2Rows);
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
-                 float stepX, float ay, bool mask) {
-  HWY_DYNAMIC_DISPATCH(ResizeRowU8)(rowA, rowC, out, n, readable, stepX, ay, mask);
+                 float stepX, float ay, bool mask, ColumnTable cols) {
+  HWY_DYNAMIC_DISPATCH(ResizeRowU8)(rowA, rowC, out, n, readable, stepX, ay, mask, cols);
 }
 void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
                        const float* ax, int n, int safeEnd, float ay, int ch, int count) {
@@ -160,7 +173,7 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
 namespace scalar {
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int,
-                 float stepX, float ay, bool mask) {
+                 float stepX, float ay, bool mask, ColumnTable) {
   ResizeRowU8Range(rowA, rowC, out, 0, n, stepX, ay, mask);
 }
 
@@ -198,5 +211,22 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
 }
 
 }  // namespace scalar
+
+ColumnTable MakeColumnTable(int n, float stepX) {
+  ColumnTable t;
+  void* block = malloc(static_cast<size_t>(n) * (sizeof(int32_t) + sizeof(float)));
+  if (block == nullptr) return t;
+  t.x0 = static_cast<int32_t*>(block);
+  t.ax = reinterpret_cast<float*>(t.x0 + n);
+  for (int i = 0; i < n; ++i) {
+    const float fx = i * stepX;
+    t.x0[i] = static_cast<int32_t>(fx);
+    t.ax[i] = fx - t.x0[i];
+  }
+  return t;
+}
+
+void FreeColumnTable(ColumnTable t) { free(t.x0); }
+
 }  // namespace bivista
 #endif

@@ -6,10 +6,20 @@
 
 namespace bivista {
 
+// Source column and weight of each destination column (fx = i * stepX), in one malloc block;
+// both null when the allocation failed.
+struct ColumnTable {
+  int32_t* x0 = nullptr;
+  float* ax = nullptr;
+};
+ColumnTable MakeColumnTable(int n, float stepX);
+void FreeColumnTable(ColumnTable table);
+
 // Single channel, positions by multiplication: fx = i * stepX. rowA/rowC are source rows y0 and
-// y0 + 1; `readable` bytes may be read from either row start. mask thresholds at 127.
+// y0 + 1; `readable` bytes may be read from either row start. mask thresholds at 127. cols,
+// when not empty, holds the same columns and weights precomputed.
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
-                 float stepX, float ay, bool mask);
+                 float stepX, float ay, bool mask, ColumnTable cols);
 // Interleaved image of ch bytes a pixel: channels 0..count-1 from the pointers on, with source
 // pixel x0[i] and weight ax[i] per destination column. Other channels are not written.
 void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
@@ -19,7 +29,7 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
 
 namespace scalar {
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
-                 float stepX, float ay, bool mask);
+                 float stepX, float ay, bool mask, ColumnTable cols);
 // Columns from..n-1 of ResizeRowU8.
 void ResizeRowU8Range(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int from, int n,
                       float stepX, float ay, bool mask);

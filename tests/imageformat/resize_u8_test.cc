@@ -149,6 +149,19 @@ TEST(ResizeU8, ColumnTableFailureGivesTheSameResultWithoutLeaks) {
   EXPECT_EQ(runs, 2);
 }
 
+TEST(ResizeU8, PlaneWithoutItsColumnTableGivesTheSameResult) {
+  std::mt19937 rng(57);
+  const auto src = Bytes(97 * 31, rng);
+  std::vector<uint8_t> want(45 * 20), got(45 * 20);
+  ResizeUchar(src.data(), want.data(), 97, 31, 45, 20);
+  const int runs = bvtest::ForEachMallocFailure([&](int) {
+    std::fill(got.begin(), got.end(), 0);
+    ResizeUchar(src.data(), got.data(), 97, 31, 45, 20);
+    EXPECT_EQ(got, want);
+  });
+  EXPECT_EQ(runs, 2);
+}
+
 TEST(ResizeU8, UpScale2x2KeepsItsEdgeRule) {
   const uint8_t s[4] = {10, 21, 40, 77};
   uint8_t d[16];
@@ -208,12 +221,18 @@ TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
         const auto a = Bytes(srcW + 256, rng), c = Bytes(srcW + 256, rng);
         const int minimal = static_cast<int>((n - 1) * step) + 2;
         for (int mask = 0; mask < 2; ++mask) {
-          for (int readable : {srcW + 256, minimal, minimal + 3, minimal + 40}) {
-            std::vector<uint8_t> v(n + 1, 0xEE), s(n + 1, 0xEE);
-            bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, readable, step, 0.37f, mask);
-            bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, readable, step, 0.37f, mask);
-            ASSERT_EQ(v, s) << n << " " << step << " readable " << readable;
+          // With the column table and without it.
+          const bivista::ColumnTable table = bivista::MakeColumnTable(n, step);
+          for (const bivista::ColumnTable& cols : {table, bivista::ColumnTable()}) {
+            for (int readable : {srcW + 256, minimal, minimal + 3, minimal + 40}) {
+              std::vector<uint8_t> v(n + 1, 0xEE), s(n + 1, 0xEE);
+              bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, readable, step, 0.37f, mask, cols);
+              bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, readable, step, 0.37f,
+                                           mask, cols);
+              ASSERT_EQ(v, s) << n << " " << step << " readable " << readable;
+            }
           }
+          bivista::FreeColumnTable(table);
         }
         std::vector<int32_t> x0(n);
         std::vector<float> ax(n);
