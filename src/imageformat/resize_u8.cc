@@ -14,12 +14,12 @@ namespace {
 constexpr int kLineChlDstW = 758;
 constexpr char kChlName[] = "ResizeUcharChl";
 
-// Columns below the returned index may read four bytes from x0 * ch + lastChannel of a row of
-// rowBytes bytes; x0 never decreases with the column.
-template <typename X0>
-int SafeColumns(X0 x0Of, int n, int ch, int lastChannel, int rowBytes) {
+// Columns below the returned index may read four bytes from x0 * ch of any channel of the
+// last row (rowBytes bytes from its first channel); x0 never decreases with the column. The
+// caller's pointer may address any channel, so the last one is assumed.
+int SafeColumns(const int32_t* x0, int n, int ch, int rowBytes) {
   int end = n;
-  while (end > 0 && x0Of(end - 1) * ch + lastChannel + 3 >= rowBytes) --end;
+  while (end > 0 && x0[end - 1] * ch + (ch - 1) + 3 >= rowBytes) --end;
   return end;
 }
 
@@ -57,8 +57,7 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
   if (table.x0 != nullptr) {
     const int32_t* x0 = table.x0;
     const float* ax = table.ax;
-    const int safe = SafeColumns([&](int i) { return x0[i]; }, dstW, ch, count - 1,
-                                 static_cast<int>(srcRow));
+    const int safe = SafeColumns(x0, dstW, ch, static_cast<int>(srcRow));
     for (int j = 0; j < dstH; ++j) {
       const float fy = j * stepY;
       const int y0 = static_cast<int>(fy);
