@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include "bivista/imageformat.h"
+#include "hwy/cache_control.h"
 #include "imageformat/resize_float_kernels.h"
 
 namespace {
@@ -75,6 +76,7 @@ void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int s
         bivista::scalar::BilinearRowF32(r, out + i);
     }
   }
+  hwy::FlushStream();  // the rows were written with streaming stores
 }
 
 float Ratio(int dstW, int srcW) { return static_cast<float>(dstW) / srcW; }

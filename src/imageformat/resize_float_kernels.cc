@@ -119,6 +119,12 @@ void BilinearRowF32(const FloatRowArgs& r, float* out) {
   const int lanes = static_cast<int>(hn::Lanes(df));
   const auto vay = hn::Set(df, r.ay), vnay = hn::Set(df, 1.0f - r.ay);
   const auto ratio = hn::Set(df, r.ratio), inv = hn::Set(df, r.invalid), tenth = hn::Set(df, 0.1f);
+  // Whole output vectors go around the cache: each row is written once and not read back.
+  const size_t vecBytes = static_cast<size_t>(lanes) * sizeof(float);
+  while (i < r.n && reinterpret_cast<uintptr_t>(out + i) % vecBytes != 0) {
+    out[i] = rfpix::BilinearAt(r, i);
+    ++i;
+  }
   for (; i + lanes <= r.n; i += lanes) {
     hn::Vec<decltype(df)> a, b, c, d;
     FourSamples(df, r, i, hn::LoadU(di, r.x0 + i), a, b, c, d);
@@ -129,7 +135,7 @@ void BilinearRowF32(const FloatRowArgs& r, float* out) {
                               hn::Or(hn::Lt(hn::Sub(c, inv), tenth), hn::Lt(hn::Sub(d, inv), tenth)));
       v = hn::IfThenElse(bad, inv, v);
     }
-    hn::StoreU(v, df, out + i);
+    hn::Stream(v, df, out + i);
   }
 #endif
   for (; i < r.n; ++i) out[i] = rfpix::BilinearAt(r, i);
