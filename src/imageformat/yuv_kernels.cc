@@ -54,25 +54,43 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
-  const hn::ScalableTag<uint8_t> d;
+// Whole vectors of tag D from pair k on; returns the first pair not done.
+template <class D>
+HWY_INLINE int SplitPairsBy(D d, const uint8_t* pairs, uint8_t* first, uint8_t* second, int k,
+                            int n) {
   const int lanes = static_cast<int>(hn::Lanes(d));
-  int k = 0;
   for (; k + lanes <= n; k += lanes) {
-    hn::Vec<decltype(d)> a, b;
+    hn::Vec<D> a, b;
     hn::LoadInterleaved2(d, pairs + 2 * k, a, b);
     hn::StoreU(a, d, first + k);
     hn::StoreU(b, d, second + k);
   }
+  return k;
+}
+
+template <class D>
+HWY_INLINE int MergePairsBy(D d, const uint8_t* first, const uint8_t* second, uint8_t* pairs,
+                            int k, int n) {
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  for (; k + lanes <= n; k += lanes)
+    hn::StoreInterleaved2(hn::LoadU(d, first + k), hn::LoadU(d, second + k), d, pairs + 2 * k);
+  return k;
+}
+
+// Rows rarely hold a whole number of wide vectors: 16-byte vectors take most of the rest.
+void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
+  int k = SplitPairsBy(hn::ScalableTag<uint8_t>(), pairs, first, second, 0, n);
+#if HWY_TARGET != HWY_SCALAR
+  k = SplitPairsBy(hn::CappedTag<uint8_t, 16>(), pairs, first, second, k, n);
+#endif
   scalar::SplitPairs(pairs + 2 * k, first + k, second + k, n - k);
 }
 
 void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int n) {
-  const hn::ScalableTag<uint8_t> d;
-  const int lanes = static_cast<int>(hn::Lanes(d));
-  int k = 0;
-  for (; k + lanes <= n; k += lanes)
-    hn::StoreInterleaved2(hn::LoadU(d, first + k), hn::LoadU(d, second + k), d, pairs + 2 * k);
+  int k = MergePairsBy(hn::ScalableTag<uint8_t>(), first, second, pairs, 0, n);
+#if HWY_TARGET != HWY_SCALAR
+  k = MergePairsBy(hn::CappedTag<uint8_t, 16>(), first, second, pairs, k, n);
+#endif
   scalar::MergePairs(first + k, second + k, pairs + 2 * k, n - k);
 }
 
