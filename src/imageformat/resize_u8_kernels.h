@@ -1,0 +1,47 @@
+// Row kernels of the 8-bit resizers: a dispatching entry and its scalar definition.
+#ifndef BIVISTA_SRC_IMAGEFORMAT_RESIZE_U8_KERNELS_H
+#define BIVISTA_SRC_IMAGEFORMAT_RESIZE_U8_KERNELS_H
+
+#include <stdint.h>
+
+namespace bivista {
+
+// Source column and weight of each destination column (fx = i * stepX), in one malloc block;
+// both null when the allocation failed.
+struct ColumnTable {
+  int32_t* x0 = nullptr;
+  float* ax = nullptr;
+};
+ColumnTable MakeColumnTable(int n, float stepX);
+void FreeColumnTable(ColumnTable table);
+
+// Single channel, positions by multiplication: fx = i * stepX. rowA/rowC are source rows y0 and
+// y0 + 1; `readable` bytes may be read from either row start. mask thresholds at 127. cols,
+// when not empty, holds the same columns and weights precomputed.
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
+                 float stepX, float ay, bool mask, ColumnTable cols);
+// Interleaved image of ch bytes a pixel: channels 0..count-1 from the pointers on, with source
+// pixel x0[i] and weight ax[i] per destination column. Other channels are not written.
+void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
+                       const float* ax, int n, int safeEnd, float ay, int ch, int count);
+// Rows 2y and 2y + 1 of the 2x enlargement from source rows a (y') and c (y' + 1).
+void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW);
+
+namespace scalar {
+void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
+                 float stepX, float ay, bool mask, ColumnTable cols);
+// Columns from..n-1 of ResizeRowU8.
+void ResizeRowU8Range(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int from, int n,
+                      float stepX, float ay, bool mask);
+void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, const int32_t* x0,
+                       const float* ax, int n, int safeEnd, float ay, int ch, int count);
+void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW);
+// The bilinear value of one sample.
+inline float Bilinear(float a, float b, float c, float d, float ax, float ay) {
+  return (a * (1.0f - ax) + b * ax) * (1.0f - ay) + (c * (1.0f - ax) + d * ax) * ay;
+}
+}  // namespace scalar
+
+}  // namespace bivista
+
+#endif

@@ -1,0 +1,122 @@
+// Conversions between the YUV 4:2:0 layouts, YUV444 and RGB24.
+#include <stddef.h>
+#include <string.h>
+
+#include "bivista/imageformat.h"
+#include "common/log_internal.h"
+#include "imageformat/yuv_kernels.h"
+
+namespace {
+
+constexpr int kLineNullNv21 = 335;
+constexpr int kLineNullYuv = 341;
+constexpr int kLineBadSize = 347;
+
+void Nv12ToRgb24(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                 bool fixedPoint) {
+  if (width < 1 || height < 1) return;
+  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
+  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
+  for (int y = 0; y < height; y += 2) {
+    const bool pair = y + 1 < height;
+    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
+    bivista::Nv12RowsToRgb24(y0, pair ? y0 + stride : nullptr,
+                             uvPlane + static_cast<ptrdiff_t>(y / 2) * stride, rgb + y * rgbRow,
+                             pair ? rgb + (y + 1) * rgbRow : nullptr, width, fixedPoint);
+  }
+}
+
+void CopyRows(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
+              int width, int rows) {
+  if (srcStride == width && dstStride == width) {
+    memcpy(dst, src, static_cast<size_t>(width) * rows);
+    return;
+  }
+  for (int r = 0; r < rows; ++r) memcpy(dst + r * dstStride, src + r * srcStride, width);
+}
+
+}  // namespace
+
+extern "C" {
+
+void ConvertNV122RGB24_wideRange(const uint8_t* nv12, uint8_t* rgb, int width, int height,
+                                 int stride) {
+  Nv12ToRgb24(nv12, rgb, width, height, stride, false);
+}
+
+void ConvertNV122RGB24_wideRange_NEON(const uint8_t* nv12, uint8_t* rgb, int width, int height,
+                                      int stride) {
+  Nv12ToRgb24(nv12, rgb, width, height, stride, true);
+}
+
+void ConvertNV21ToI420(const uint8_t* nv21, uint8_t* i420, int width, int height, int stride) {
+  if (width < 1 || height < 1) return;
+  CopyRows(nv21, stride, i420, width, width, height);
+  if (height < 2) return;
+  const int cw = width / 2, ch = height / 2;
+  const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
+  uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
+  uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
+  for (int r = 0; r < ch; ++r)
+    bivista::SplitPairs(vu + static_cast<ptrdiff_t>(r) * stride, v + r * cw, u + r * cw, cw);
+}
+
+void ConvertI420ToNV21(const uint8_t* i420, uint8_t* nv21, int width, int height, int stride) {
+  if (width < 1 || height < 1) return;
+  CopyRows(i420, width, nv21, stride, width, height);
+  if (height < 2) return;
+  const int cw = width / 2, ch = height / 2;
+  const uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
+  const uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
+  uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
+  for (int r = 0; r < ch; ++r)
+    bivista::MergePairs(v + r * cw, u + r * cw, vu + static_cast<ptrdiff_t>(r) * stride, cw);
+}
+
+int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
+  static const char kFunc[] = "ConvertNV21ToYuv";
+  if (nv21 == nullptr) {
+    BV_LOGE(bivista::kTagFmat, kFunc, kLineNullNv21, "VOID Poiter of NV21 Image!");
+    return -1;
+  }
+  if (yuv == nullptr) {
+    BV_LOGE(bivista::kTagFmat, kFunc, kLineNullYuv, "VOID Poiter of YUV Image!");
+    return -1;
+  }
+  if (width < 1 || height < 1 || (width & 1) != 0 || (height & 1) != 0) {
+    BV_LOGE(bivista::kTagFmat, kFunc, kLineBadSize, "Wrong Image Widht(%d) / Height(%d)", width,
+            height);
+    return -1;
+  }
+  const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(width) * height;
+  for (int y = 0; y < height; ++y)
+    bivista::Nv21RowToYuv444(nv21 + static_cast<ptrdiff_t>(y) * width,
+                             vu + static_cast<ptrdiff_t>(y / 2) * width,
+                             yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  return 0;
+}
+
+uint8_t* copyNV12ToYuv444(const uint8_t* nv12, int width, int height, int dstStride, int x0,
+                          int y0, uint8_t* dst) {
+  if (height < 1) return dst;
+  const ptrdiff_t plane = static_cast<ptrdiff_t>(width) * height;
+  for (int r = 0; r < height; ++r)
+    memcpy(dst + static_cast<ptrdiff_t>(r) * dstStride,
+           nv12 + static_cast<ptrdiff_t>(y0 + r) * width + x0, width > 0 ? width : 0);
+  // Rows 2i and 2i + 1 share chroma row y0 / 2 + i; an odd height still writes the whole pair.
+  const uint8_t* uvPlane = nv12 + plane;
+  uint8_t* uPlane = dst + plane;
+  uint8_t* vPlane = dst + 2 * plane;
+  const int pairs = (width + 1) / 2;
+  for (int i = 0; 2 * i < height; ++i) {
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y0 / 2 + i) * width + x0;
+    uint8_t* u = uPlane + static_cast<ptrdiff_t>(2 * i) * dstStride;
+    uint8_t* v = vPlane + static_cast<ptrdiff_t>(2 * i) * dstStride;
+    bivista::UpsamplePairs(uv, u, v, pairs);
+    memcpy(u + dstStride, u, 2 * pairs);
+    memcpy(v + dstStride, v, 2 * pairs);
+  }
+  return dst;
+}
+
+}  // extern "C"
