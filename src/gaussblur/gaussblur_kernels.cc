@@ -69,19 +69,39 @@ HWY_INLINE void Store8(V16 v, uint8_t* p) {
   hn::StoreU(hn::DemoteTo(D8(), hn::BitCast(di, v)), D8(), p);
 }
 
+// Taps as vectors: c is the centre tap, pj the tap at distance j (unused beyond the radius).
+// Passed one by one: SVE vectors are sizeless and cannot live in arrays or structs.
+#define BV_TAP_PARAMS V16 c, V16 p1, V16 p2, V16 p3, V16 round
+#define BV_TAP_ARGS c, p1, p2, p3, round
+#define BV_SET_TAPS(k)                                                              \
+  const V16 c = hn::Set(D16(), (k)[R]), p1 = hn::Set(D16(), (k)[R - 1]),            \
+            p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                           \
+            p3 = hn::Set(D16(), (k)[R >= 3 ? R - 3 : 0]), round = hn::Set(D16(), 128)
+
 // (sum of pairs x taps + centre x centre tap + 128) >> 8 on 16-bit lanes: at most 65408.
 template <int R>
-HWY_INLINE V16 HVec(const uint8_t* s, const V16* kv, V16 round) {
-  V16 acc = hn::Add(hn::Mul(Load8(s), kv[R]), round);
-  for (int j = 1; j <= R; ++j) {
-    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - j), Load8(s + j)), kv[R - j]));
-  }
+HWY_INLINE V16 HVec(const uint8_t* s, BV_TAP_PARAMS) {
+  V16 acc = hn::Add(hn::Mul(Load8(s), c), round);
+  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 1), Load8(s + 1)), p1));
+  if constexpr (R >= 2) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 2), Load8(s + 2)), p2));
+  if constexpr (R >= 3) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 3), Load8(s + 3)), p3));
   return hn::ShiftRight<8>(acc);
 }
 
+// rows[0 .. 2R-1] are the rows above `bottom`, the last row of the window.
 template <int R>
-HWY_INLINE void SetTaps(const uint16_t* kernel, V16* kv) {
-  for (int j = 0; j <= R; ++j) kv[j] = hn::Set(D16(), kernel[j]);
+HWY_INLINE V16 VVec(const uint8_t* const* rows, V16 bottom, int x, BV_TAP_PARAMS) {
+  V16 acc = hn::Add(hn::Mul(Load8(rows[R] + x), c), round);
+  const V16 below1 = R == 1 ? bottom : Load8(rows[R + 1 < 2 * R ? R + 1 : 0] + x);
+  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 1] + x), below1), p1));
+  if constexpr (R >= 2) {
+    const V16 below2 = R == 2 ? bottom : Load8(rows[R + 2 < 2 * R ? R + 2 : 0] + x);
+    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 2] + x), below2), p2));
+  }
+  if constexpr (R >= 3) {
+    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[0] + x), bottom), p3));
+  }
+  return hn::ShiftRight<8>(acc);
 }
 
 // Columns [R, end) go through vectors; the rest pixel by pixel.
@@ -93,63 +113,52 @@ HWY_INLINE int VectorEnd(int width) {
 
 template <int R>
 void RowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel) {
-  const D16 d;
-  const int n = static_cast<int>(hn::Lanes(d));
-  V16 kv[R + 1];
-  SetTaps<R>(kernel, kv);
-  const V16 round = hn::Set(d, 128);
+  uint16_t k[2 * R + 1];  // local: the byte stores below cannot alias it
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
   const int end = VectorEnd<R>(width);
-  for (int x = R; x < end; x += n) Store8(HVec<R>(src + x, kv, round), dst + x);
-  for (int x = 0; x < R && x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, kernel, R);
-  for (int x = end; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, kernel, R);
-}
-
-template <int R>
-HWY_INLINE V16 VVec(const uint8_t* const* rows, V16 bottom, int x, const V16* kv, V16 round) {
-  V16 acc = hn::Add(hn::Mul(Load8(rows[R] + x), kv[R]), round);
-  for (int j = 1; j <= R; ++j) {
-    const V16 below = j == R ? bottom : Load8(rows[R + j] + x);
-    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - j] + x), below), kv[R - j]));
-  }
-  return hn::ShiftRight<8>(acc);
+  for (int x = R; x < end; x += n) Store8(HVec<R>(src + x, BV_TAP_ARGS), dst + x);
+  for (int x = 0; x < R && x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  for (int x = end; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
 }
 
 template <int R>
 void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel) {
-  const D16 d;
-  const int n = static_cast<int>(hn::Lanes(d));
-  V16 kv[R + 1];
-  SetTaps<R>(kernel, kv);
-  const V16 round = hn::Set(d, 128);
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
   int x = 0;
   for (; x + n <= width; x += n) {
-    Store8(VVec<R>(rows, Load8(rows[2 * R] + x), x, kv, round), dst + x);
+    Store8(VVec<R>(rows, Load8(rows[2 * R] + x), x, BV_TAP_ARGS), dst + x);
   }
-  for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, kernel, R);
+  for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
 }
 
 template <int R>
 void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
            int width, const uint16_t* kernel) {
-  const D16 d;
-  const int n = static_cast<int>(hn::Lanes(d));
-  V16 kv[R + 1];
-  SetTaps<R>(kernel, kv);
-  const V16 round = hn::Set(d, 128);
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
   const int end = VectorEnd<R>(width);
   for (int x = R; x < end; x += n) {
-    const V16 h = HVec<R>(next + x, kv, round);
-    const V16 v = VVec<R>(rows, h, x, kv, round);
-    Store8(h, hNext + x);
+    const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
+    const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
+    Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
     Store8(v, dst + x);
   }
   for (int x = 0; x < R && x < width; ++x) {
-    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, kernel, R);
+    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
   }
-  for (int x = end; x < width; ++x) {
-    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, kernel, R);
-  }
+  for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
 }
+
+#undef BV_TAP_PARAMS
+#undef BV_TAP_ARGS
+#undef BV_SET_TAPS
 
 void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
   switch (radius) {
