@@ -18,9 +18,8 @@ BIVISTA_API int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int h
                               int src_stride, int dst_stride, int k_length, float sigma,
                               void* th_pool, int th_num, uint8_t* pBuf);
 /* Strides equal to width. */
-BIVISTA_API int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height,
-                              int k_length, float sigma, void* th_pool, int th_num,
-                              uint8_t* pBuf);
+BIVISTA_API int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height, int k_length,
+                              float sigma, void* th_pool, int th_num, uint8_t* pBuf);
 
 /* Pool workers: argument is the per-thread record the paths below hand to MThread_Boot. */
 BIVISTA_API void* GaussianBlur3x3_u8_optimization_Body_Caller(void* argument, int threadIndex);
@@ -33,21 +32,18 @@ BIVISTA_EXTERN_C_BEGIN
 /* One kernel size each: kernel holds 3, 5 or 7 symmetric taps summing to 256. Interior rows
  * are split over th_num workers, the border rows are computed afterwards on the caller. */
 BIVISTA_API int GaussianBlur3x3_u8_optimization_multithread(const uint8_t* src, uint8_t* dst,
-                                                            int width, int height,
-                                                            int src_stride, int dst_stride,
-                                                            const uint16_t* kernel,
+                                                            int width, int height, int src_stride,
+                                                            int dst_stride, const uint16_t* kernel,
                                                             void* th_pool, int th_num,
                                                             uint8_t* pBuf);
 BIVISTA_API int GaussianBlur5x5_u8_optimization_multithread(const uint8_t* src, uint8_t* dst,
-                                                            int width, int height,
-                                                            int src_stride, int dst_stride,
-                                                            const uint16_t* kernel,
+                                                            int width, int height, int src_stride,
+                                                            int dst_stride, const uint16_t* kernel,
                                                             void* th_pool, int th_num,
                                                             uint8_t* pBuf);
 BIVISTA_API int GaussianBlur7x7_u8_optimization_multithread(const uint8_t* src, uint8_t* dst,
-                                                            int width, int height,
-                                                            int src_stride, int dst_stride,
-                                                            const uint16_t* kernel,
+                                                            int width, int height, int src_stride,
+                                                            int dst_stride, const uint16_t* kernel,
                                                             void* th_pool, int th_num,
                                                             uint8_t* pBuf);
 

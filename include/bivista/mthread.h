@@ -16,9 +16,9 @@ typedef void* (*MThread_Func)(void* argument, int threadIndex);
 
 /* Bind modes, indices into the core-mask table. */
 enum {
-  MTHREAD_BIND_ALL = 0,    /* CPUs 0-7 */
-  MTHREAD_BIND_BIG = 1,    /* CPUs 4-7 */
-  MTHREAD_BIND_LITTLE = 2  /* CPUs 0-3 */
+  MTHREAD_BIND_ALL = 0,   /* CPUs 0-7 */
+  MTHREAD_BIND_BIG = 1,   /* CPUs 4-7 */
+  MTHREAD_BIND_LITTLE = 2 /* CPUs 0-3 */
 };
 
 /* One worker. end_sem is free while the worker is idle; start_sem hands it a job. */

@@ -57,25 +57,75 @@ struct PathText {
   const char* errorInFormat;
 };
 
+// 3x3
+constexpr int kLine3Zero = 321;
+constexpr int kLine3BodySmall = 163;
+constexpr int kLine3BodyBuf = 171;
+constexpr int kLine3HeadSmall = 363;
+constexpr int kLine3HeadBuf = 372;
+constexpr int kLine3AllocHeadTail = 530;
+constexpr int kLine3AllocScratch = 600;
+constexpr int kLine3ErrorIn = 643;
+constexpr int kLine3BadArgs = 512;
+constexpr int kLine3FewWorkers = 517;
+constexpr int kLine3ManyThreads = 522;
+// 5x5
+constexpr int kLine5Zero = 1161;
+constexpr int kLine5BodySmall = 709;
+constexpr int kLine5BodyBuf = 718;
+constexpr int kLine5HeadSmall = 1204;
+constexpr int kLine5HeadBuf = 1213;
+constexpr int kLine5AllocHeadTail = 1438;
+constexpr int kLine5AllocScratch = 1508;
+constexpr int kLine5ErrorIn = 1551;
+constexpr int kLine5BadArgs = 1420;
+constexpr int kLine5FewWorkers = 1425;
+constexpr int kLine5ManyThreads = 1430;
+// 7x7
+constexpr int kLine7Zero = 2265;
+constexpr int kLine7BodySmall = 1630;
+constexpr int kLine7BodyBuf = 1640;
+constexpr int kLine7HeadSmall = 2312;
+constexpr int kLine7HeadBuf = 2321;
+constexpr int kLine7AllocHeadTail = 2632;
+constexpr int kLine7AllocScratch = 2703;
+constexpr int kLine7ErrorIn = 2753;
+constexpr int kLine7BadArgs = 2614;
+constexpr int kLine7FewWorkers = 2619;
+constexpr int kLine7ManyThreads = 2624;
+
+// clang-format off
 constexpr PathText kText3 = {
     1, "GaussianBlur3x3_u8_optimization_multithread", "GaussianBlur3x3_u8_optimization_Body_Caller",
     "GaussianBlur3x3_u8_optimization_multithread_body",
-    "GaussianBlur3x3_u8_optimization_multithread_head_tail", 321, 163, 171, 363, 372, 530, 600,
-    643, 512, 517, 522, "[%s.%-4d] input parameters error!pBuf_3x3[%p]\n",
-    "[%s.%-4d] Malloc pTmp fail %s\n", "[%s.%-4d] GaussianBlur3x3_u8_optimization error in %s\n"};
+    "GaussianBlur3x3_u8_optimization_multithread_head_tail",
+    kLine3Zero, kLine3BodySmall, kLine3BodyBuf, kLine3HeadSmall, kLine3HeadBuf,
+    kLine3AllocHeadTail, kLine3AllocScratch, kLine3ErrorIn, kLine3BadArgs, kLine3FewWorkers,
+    kLine3ManyThreads,
+    "[%s.%-4d] input parameters error!pBuf_3x3[%p]\n",
+    "[%s.%-4d] Malloc pTmp fail %s\n",
+    "[%s.%-4d] GaussianBlur3x3_u8_optimization error in %s\n"};
 constexpr PathText kText5 = {
     2, "GaussianBlur5x5_u8_optimization_multithread", "GaussianBlur5x5_u8_optimization_Body_Caller",
     "GaussianBlur5x5_u8_optimization_multithread_body",
-    "GaussianBlur5x5_u8_optimization_multithread_head_tail", 1161, 709, 718, 1204, 1213, 1438,
-    1508, 1551, 1420, 1425, 1430, "[%s.%-4d] input parameters error!pBuf_5x5[%p]\n",
-    "[%s.%-4d] Malloc pTmp fail %s\n", "[%s.%-4d] GaussianBlur5x5_u8_optimization error in %s\n"};
+    "GaussianBlur5x5_u8_optimization_multithread_head_tail",
+    kLine5Zero, kLine5BodySmall, kLine5BodyBuf, kLine5HeadSmall, kLine5HeadBuf,
+    kLine5AllocHeadTail, kLine5AllocScratch, kLine5ErrorIn, kLine5BadArgs, kLine5FewWorkers,
+    kLine5ManyThreads,
+    "[%s.%-4d] input parameters error!pBuf_5x5[%p]\n",
+    "[%s.%-4d] Malloc pTmp fail %s\n",
+    "[%s.%-4d] GaussianBlur5x5_u8_optimization error in %s\n"};
 constexpr PathText kText7 = {
     3, "GaussianBlur7x7_u8_optimization_multithread", "GaussianBlur7x7_u8_optimization_Body_Caller",
     "GaussianBlur7x7_u8_optimization_multithread_body",
-    "GaussianBlur7x7_u8_optimization_multithread_head_tail", 2265, 1630, 1640, 2312, 2321, 2632,
-    2703, 2753, 2614, 2619, 2624, "[%s.%-4d] input parameters error!pBuf_7x7[%p]\n",
+    "GaussianBlur7x7_u8_optimization_multithread_head_tail",
+    kLine7Zero, kLine7BodySmall, kLine7BodyBuf, kLine7HeadSmall, kLine7HeadBuf,
+    kLine7AllocHeadTail, kLine7AllocScratch, kLine7ErrorIn, kLine7BadArgs, kLine7FewWorkers,
+    kLine7ManyThreads,
+    "[%s.%-4d] input parameters error!pBuf_7x7[%p]\n",
     "[%s.%-4d] Malloc p_self_malloc_Buffer_1 fail %s\n",
     "[%s.%-4d] GaussianBlur7x7_u8_optimization error in %s\n"};
+// clang-format on
 
 // Byte count for safeNew; sizes beyond int are handed on as -1 and refused there.
 int Bytes(long long rows, int stride) {
@@ -119,10 +169,9 @@ int Body(const PathText& text, GaussJob& job, int t) {
             "the width or height of the input image is too small, copy source to destination!\n");
     return -1;
   }
-  uint8_t* scratch =
-      job.scratch == nullptr
-          ? nullptr
-          : job.scratch + static_cast<long>(t) * 2 * job.radius * job.srcStride;
+  uint8_t* scratch = job.scratch == nullptr
+                         ? nullptr
+                         : job.scratch + static_cast<long>(t) * 2 * job.radius * job.srcStride;
   if (scratch == nullptr) {
     Xelma_Print(XELMA_LOG_ERROR, kTagAlgo, text.bufFormat, text.body, text.lineBodyBuf,
                 static_cast<void*>(scratch));
@@ -219,8 +268,8 @@ int HeadTail(const PathText& text, const uint8_t* src, uint8_t* dst, int width, 
 }
 
 int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* src, uint8_t* dst,
-            int width, int height, int srcStride, int dstStride, const uint16_t* kernel,
-            void* pool, int thNum, uint8_t* pBuf) {
+            int width, int height, int srcStride, int dstStride, const uint16_t* kernel, void* pool,
+            int thNum, uint8_t* pBuf) {
   const int r = text.radius;
   if (src == nullptr || dst == nullptr || kernel == nullptr) {
     BV_LOGE(kTagAlgo, text.path, text.lineBadArgs,
@@ -268,9 +317,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   const int window = 2 * r;
   uint8_t* headTail = nullptr;
   uint8_t* ownHeadTail = nullptr;
-  const int headTailBytes = inPlace ? Bytes(static_cast<long long>(window) * (thNum + 1),
-                                            srcStride)
-                                    : 0;
+  const int headTailBytes =
+      inPlace ? Bytes(static_cast<long long>(window) * (thNum + 1), srcStride) : 0;
   if (inPlace && headTailBytes < 0) {
     BV_LOGE(kTagAlgo, text.path, text.lineAllocHeadTail, "Malloc thread_head_tail_data fail %s\n",
             text.path);
@@ -426,24 +474,24 @@ extern "C" {
 
 int GaussianBlur3x3_u8_optimization_multithread(const uint8_t* src, uint8_t* dst, int width,
                                                 int height, int src_stride, int dst_stride,
-                                                const uint16_t* kernel, void* th_pool,
-                                                int th_num, uint8_t* pBuf) {
+                                                const uint16_t* kernel, void* th_pool, int th_num,
+                                                uint8_t* pBuf) {
   return bivista::RunPath(kText3, GaussianBlur3x3_u8_optimization_Body_Caller, src, dst, width,
                           height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
 }
 
 int GaussianBlur5x5_u8_optimization_multithread(const uint8_t* src, uint8_t* dst, int width,
                                                 int height, int src_stride, int dst_stride,
-                                                const uint16_t* kernel, void* th_pool,
-                                                int th_num, uint8_t* pBuf) {
+                                                const uint16_t* kernel, void* th_pool, int th_num,
+                                                uint8_t* pBuf) {
   return bivista::RunPath(kText5, GaussianBlur5x5_u8_optimization_Body_Caller, src, dst, width,
                           height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
 }
 
 int GaussianBlur7x7_u8_optimization_multithread(const uint8_t* src, uint8_t* dst, int width,
                                                 int height, int src_stride, int dst_stride,
-                                                const uint16_t* kernel, void* th_pool,
-                                                int th_num, uint8_t* pBuf) {
+                                                const uint16_t* kernel, void* th_pool, int th_num,
+                                                uint8_t* pBuf) {
   return bivista::RunPath(kText7, GaussianBlur7x7_u8_optimization_Body_Caller, src, dst, width,
                           height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
 }
@@ -502,21 +550,18 @@ int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height, int s
   switch (k_length) {
     case 3:
       failed = kText3.path;
-      result = GaussianBlur3x3_u8_optimization_multithread(src, dst, width, height, src_stride,
-                                                           dst_stride, kernel, th_pool, th_num,
-                                                           pBuf);
+      result = GaussianBlur3x3_u8_optimization_multithread(
+          src, dst, width, height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
       break;
     case 5:
       failed = kText5.path;
-      result = GaussianBlur5x5_u8_optimization_multithread(src, dst, width, height, src_stride,
-                                                           dst_stride, kernel, th_pool, th_num,
-                                                           pBuf);
+      result = GaussianBlur5x5_u8_optimization_multithread(
+          src, dst, width, height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
       break;
     case 7:
       failed = kText7.path;
-      result = GaussianBlur7x7_u8_optimization_multithread(src, dst, width, height, src_stride,
-                                                           dst_stride, kernel, th_pool, th_num,
-                                                           pBuf);
+      result = GaussianBlur7x7_u8_optimization_multithread(
+          src, dst, width, height, src_stride, dst_stride, kernel, th_pool, th_num, pBuf);
       break;
     case 9:
       BV_LOGE(kTagAlgo, fn, kLineNotSupport9,

@@ -1,10 +1,10 @@
 // Vector row kernels of the Gaussian blur, compiled once per target and dispatched at run time.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "gaussblur/gaussblur_kernels.cc"
+#include "gaussblur/gaussblur_kernels.h"
+
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
-
-#include "gaussblur/gaussblur_kernels.h"
 
 // Shared scalar pieces, defined once (outside the per-target part).
 #ifndef BIVISTA_GAUSSBLUR_KERNELS_SCALAR_ONCE
@@ -40,8 +40,8 @@ inline uint8_t VPixel(const uint8_t* const* rows, uint8_t bottom, int x, const u
   return static_cast<uint8_t>(acc >> 8);
 }
 
-inline void HVPixel(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext,
-                    uint8_t* dst, int x, int width, const uint16_t* k, int radius) {
+inline void HVPixel(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+                    int x, int width, const uint16_t* k, int radius) {
   const uint8_t h = HPixel(next, x, width, k, radius);
   const uint8_t v = VPixel(rows, h, x, k, radius);
   hNext[x] = h;  // after rows[0][x] was read: hNext may alias rows[0]
@@ -73,9 +73,9 @@ HWY_INLINE void Store8(V16 v, uint8_t* p) {
 // Passed one by one: SVE vectors are sizeless and cannot live in arrays or structs.
 #define BV_TAP_PARAMS V16 c, V16 p1, V16 p2, V16 p3, V16 round
 #define BV_TAP_ARGS c, p1, p2, p3, round
-#define BV_SET_TAPS(k)                                                              \
-  const V16 c = hn::Set(D16(), (k)[R]), p1 = hn::Set(D16(), (k)[R - 1]),            \
-            p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                           \
+#define BV_SET_TAPS(k)                                                   \
+  const V16 c = hn::Set(D16(), (k)[R]), p1 = hn::Set(D16(), (k)[R - 1]), \
+            p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                \
             p3 = hn::Set(D16(), (k)[R >= 3 ? R - 3 : 0]), round = hn::Set(D16(), 128)
 
 // (sum of pairs x taps + centre x centre tap + 128) >> 8 on 16-bit lanes: at most 65408.
@@ -137,8 +137,8 @@ void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* k
 }
 
 template <int R>
-void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
-           int width, const uint16_t* kernel) {
+void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst, int width,
+           const uint16_t* kernel) {
   uint16_t k[2 * R + 1];
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
   BV_SET_TAPS(k);
@@ -162,30 +162,42 @@ void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint
 
 void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
   switch (radius) {
-    case 1: return RowH<1>(src, dst, width, kernel);
-    case 2: return RowH<2>(src, dst, width, kernel);
-    case 3: return RowH<3>(src, dst, width, kernel);
-    default: return;
+    case 1:
+      return RowH<1>(src, dst, width, kernel);
+    case 2:
+      return RowH<2>(src, dst, width, kernel);
+    case 3:
+      return RowH<3>(src, dst, width, kernel);
+    default:
+      return;
   }
 }
 
 void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
                int radius) {
   switch (radius) {
-    case 1: return RowV<1>(rows, dst, width, kernel);
-    case 2: return RowV<2>(rows, dst, width, kernel);
-    case 3: return RowV<3>(rows, dst, width, kernel);
-    default: return;
+    case 1:
+      return RowV<1>(rows, dst, width, kernel);
+    case 2:
+      return RowV<2>(rows, dst, width, kernel);
+    case 3:
+      return RowV<3>(rows, dst, width, kernel);
+    default:
+      return;
   }
 }
 
 void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
                 int width, const uint16_t* kernel, int radius) {
   switch (radius) {
-    case 1: return RowHV<1>(rows, next, hNext, dst, width, kernel);
-    case 2: return RowHV<2>(rows, next, hNext, dst, width, kernel);
-    case 3: return RowHV<3>(rows, next, hNext, dst, width, kernel);
-    default: return;
+    case 1:
+      return RowHV<1>(rows, next, hNext, dst, width, kernel);
+    case 2:
+      return RowHV<2>(rows, next, hNext, dst, width, kernel);
+    case 3:
+      return RowHV<3>(rows, next, hNext, dst, width, kernel);
+    default:
+      return;
   }
 }
 

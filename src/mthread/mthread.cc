@@ -73,8 +73,8 @@ void* ThreadProc(void* param) {
   const long tid = CurrentTid();
   // The mode may be changed later through the record; it only matters here, at start.
   if (BindTid(tid, __atomic_load_n(&self->bindMode, __ATOMIC_RELAXED)) != 0) {
-    BV_LOGW(kTagMthd, "ThreadProc", kLineProcAffinity,
-            "Fail to Set CPU Affinity for Thead %d!\n", self->index);
+    BV_LOGW(kTagMthd, "ThreadProc", kLineProcAffinity, "Fail to Set CPU Affinity for Thead %d!\n",
+            self->index);
   }
   if (setpriority(PRIO_PROCESS, static_cast<id_t>(tid), self->priority) != 0) {
     BV_LOGW(kTagMthd, "ThreadProc", kLineProcPriority,

@@ -75,22 +75,24 @@ TEST_F(GaussErrors, ArgumentChecksRunInOrderAndLeaveTheDestination) {
   EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
                      Fmt("ERROR: org_Img[%p] or blur_img[%p] is NULL!!!",
                          static_cast<const void*>(im.src.data()), static_cast<void*>(nullptr)),
-                     2793), 1);
+                     2793),
+            1);
   EXPECT_EQ(im.Blur(3, 0.8f, nullptr, 2), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "if th_pool is NULL, program will be executed in single thread!", 2799), 1);
+                     "if th_pool is NULL, program will be executed in single thread!", 2799),
+            1);
   EXPECT_EQ(im.Blur(3, 0.8f, pool2_, 5), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "th_num too large! th_num[5]", 2809), 1);
   for (int k : {1, 2, 4, 15, -3}) {
     EXPECT_EQ(im.Blur(k, -1.f, pool2_, 2), -1);  // the length is checked before sigma
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("ATTENTION: k_length is wrong!k_length[%d]", k),
-                       2815), 1);
+    EXPECT_EQ(
+        CountMsg(log, 6, kAlgo, kBlur, Fmt("ATTENTION: k_length is wrong!k_length[%d]", k), 2815),
+        1);
   }
   EXPECT_EQ(im.Blur(5, 0.f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(5, -0.5f, pool2_, 2), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "ATTENTION: sigma is wrong!sigma[0.000000]", 2820), 1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "ATTENTION: sigma is wrong!sigma[-0.500000]", 2820),
-            1);
+  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "ATTENTION: sigma is wrong!sigma[-0.500000]", 2820), 1);
   EXPECT_EQ(log.Lines().size(), 11u);
   EXPECT_TRUE(im.Untouched());
 }
@@ -101,15 +103,18 @@ TEST_F(GaussErrors, LengthsNineToThirteenPassTheChecksAndAreRefusedLater) {
   EXPECT_EQ(im.Blur(9, 1.5f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(11, 1.8f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(13, 2.f, pool2_, 2), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "not support parameter in gaussian_blur k_length[9] for now, To be done.",
-                     2846), 1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "not support parameter in gaussian_blur, k_length[11] for now, To be done.",
-                     2850), 1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "not support parameter in gaussian_blur, k_length[13] for now, To be done.",
-                     2854), 1);
+  EXPECT_EQ(
+      CountMsg(log, 6, kAlgo, kBlur,
+               "not support parameter in gaussian_blur k_length[9] for now, To be done.", 2846),
+      1);
+  EXPECT_EQ(
+      CountMsg(log, 6, kAlgo, kBlur,
+               "not support parameter in gaussian_blur, k_length[11] for now, To be done.", 2850),
+      1);
+  EXPECT_EQ(
+      CountMsg(log, 6, kAlgo, kBlur,
+               "not support parameter in gaussian_blur, k_length[13] for now, To be done.", 2854),
+      1);
   for (int k : {9, 11, 13}) {
     EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("gaussian_blur error!, k_length[%d]", k), 2861),
               1);
@@ -123,11 +128,13 @@ TEST_F(GaussErrors, SigmaTooWideForTheLengthWarnsAndBlurs) {
   Image im(20, 12);
   LogCapture log;
   EXPECT_EQ(im.Blur(3, 1.f, nullptr, 1), 0);
-  EXPECT_EQ(CountMsg(log, 5, kAlgo, kBlur,
-                     "ATTENTION: sigma doesn't match with k_length!sigma[1.000000], k_length[3]",
-                     2825), 1);
+  EXPECT_EQ(
+      CountMsg(log, 5, kAlgo, kBlur,
+               "ATTENTION: sigma doesn't match with k_length!sigma[1.000000], k_length[3]", 2825),
+      1);
   EXPECT_EQ(CountMsg(log, 5, kAlgo, kBlur, "program will be executed in single thread!!! th_num[1]",
-                     2804), 1);
+                     2804),
+            1);
   EXPECT_EQ(log.Lines().size(), 2u);
   EXPECT_FALSE(im.Untouched());
 }
@@ -161,13 +168,13 @@ TEST_F(GaussErrors, TooSmallImagesAreCopiedAndRefused) {
     Image im(c.width, c.height);
     LogCapture log;
     EXPECT_EQ(im.Blur(c.k, 0.5f, pool2_, 2), -1);
-    EXPECT_EQ(im.dst, im.src);  // every row copied
+    EXPECT_EQ(im.dst, im.src);                                         // every row copied
     EXPECT_EQ(CountMsg(log, 6, kAlgo, c.body, small, c.bodyLine), 2);  // both strips
     EXPECT_EQ(CountMsg(log, 6, kAlgo, c.head, small, c.headLine), 1);
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, c.path, std::string(c.errorIn) + " " + c.path + "\n",
-                       c.errorLine), 1);
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("%s error!, k_length[%d]", c.path, c.k), 2861),
-              1);
+    EXPECT_EQ(
+        CountMsg(log, 6, kAlgo, c.path, std::string(c.errorIn) + " " + c.path + "\n", c.errorLine),
+        1);
+    EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("%s error!, k_length[%d]", c.path, c.k), 2861), 1);
   }
 }
 
@@ -178,7 +185,9 @@ TEST_F(GaussErrors, EmptyStripsAreReportedButTheOtherRowsAreBlurred) {
   EXPECT_EQ(im.Blur(3, 0.5f, pool4_, 4), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread_body",
                      "the width or height of the input image is too small, copy source to "
-                     "destination!\n", 163), 3);
+                     "destination!\n",
+                     163),
+            3);
   std::vector<uint16_t> taps(3);
   ASSERT_EQ(bivista::get_gaussian_kernel(3, taps.data(), 0.5f), 0);
   EXPECT_EQ(im.dst, bvtest::ReferenceBlur(im.src.data(), 16, 4, 16, taps));
@@ -189,25 +198,35 @@ TEST_F(GaussErrors, PathRefusesNullKernelsShortPoolsAndZeroThreadsUntouched) {
   const uint16_t taps[] = {64, 128, 64};
   LogCapture log;
   EXPECT_EQ(GaussianBlur3x3_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
-                                                        20, nullptr, pool2_, 2, nullptr), -1);
+                                                        20, nullptr, pool2_, 2, nullptr),
+            -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread",
                      Fmt("input parameters error!src[%p] dst[%p] kernel[%p]",
                          static_cast<void*>(im.src.data()), static_cast<void*>(im.dst.data()),
-                         static_cast<void*>(nullptr)), 512), 1);
+                         static_cast<void*>(nullptr)),
+                     512),
+            1);
   EXPECT_EQ(GaussianBlur3x3_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
-                                                        20, taps, pool2_, 3, nullptr), -1);
+                                                        20, taps, pool2_, 3, nullptr),
+            -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread",
-                     "th_pool has 2 threads, fewer than th_num[3]!", 517), 1);
+                     "th_pool has 2 threads, fewer than th_num[3]!", 517),
+            1);
   EXPECT_EQ(GaussianBlur7x7_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
-                                                        20, taps, nullptr, 17, nullptr), -1);
+                                                        20, taps, nullptr, 17, nullptr),
+            -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur7x7_u8_optimization_multithread",
-                     "th_num too large! th_num[17]", 2624), 1);
+                     "th_num too large! th_num[17]", 2624),
+            1);
   EXPECT_EQ(im.Blur(5, 0.8f, pool2_, 0), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur5x5_u8_optimization_Body_Caller",
-                     "threadNum is zero!!!\n", 1161), 1);
+                     "threadNum is zero!!!\n", 1161),
+            1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur5x5_u8_optimization_multithread",
                      "GaussianBlur5x5_u8_optimization error in "
-                     "GaussianBlur5x5_u8_optimization_multithread\n", 1551), 1);
+                     "GaussianBlur5x5_u8_optimization_multithread\n",
+                     1551),
+            1);
   EXPECT_TRUE(im.Untouched());
 }
 
@@ -231,16 +250,26 @@ TEST_F(GaussErrors, WorkersReportMissingScratch) {
     const uint16_t taps[] = {0, 0, 0, 256, 0, 0, 0};
     int32_t status = 0;
     const uint8_t* bounds[2] = {im.src.data(), im.src.data() + 20 * (12 - w.radius)};
-    bivista::GaussJob job = {20,      12 - 2 * w.radius, 20, 20, 1, &status, taps,
-                             im.src.data() + 20 * w.radius, im.dst.data() + 20 * w.radius,
-                             bounds,  nullptr, w.radius};
+    bivista::GaussJob job = {20,
+                             12 - 2 * w.radius,
+                             20,
+                             20,
+                             1,
+                             &status,
+                             taps,
+                             im.src.data() + 20 * w.radius,
+                             im.dst.data() + 20 * w.radius,
+                             bounds,
+                             nullptr,
+                             w.radius};
     bivista::GaussArg arg = {&job, 0};
     LogCapture log;
     w.worker(&arg, 0);
     EXPECT_EQ(status, -1);
     EXPECT_EQ(CountMsg(log, 6, kAlgo, w.name,
                        Fmt("input parameters error!%s[%p]\n", w.text, static_cast<void*>(nullptr)),
-                       w.line), 1);
+                       w.line),
+              1);
     EXPECT_TRUE(im.Untouched());
   }
 }
@@ -255,24 +284,26 @@ TEST_F(GaussErrors, AllocationFailuresAreReportedLeakFreeAndUntouched) {
         Image im(24, 16, 9);
         if (inPlace) im.dst = im.src;
         const std::vector<uint8_t> before = im.dst;
-        const int result = gaussian_blur(inPlace ? im.dst.data() : im.src.data(), im.dst.data(),
-                                         24, 16, k, 1.f, pool2_, 2, nullptr);
+        const int result = gaussian_blur(inPlace ? im.dst.data() : im.src.data(), im.dst.data(), 24,
+                                         16, k, 1.f, pool2_, 2, nullptr);
         if (result != 0) {
           EXPECT_EQ(im.dst, before) << run;
         }
       });
       EXPECT_EQ(runs, inPlace ? 4 : 3);
-      const char* path = k == 3 ? "GaussianBlur3x3_u8_optimization_multithread"
+      const char* path = k == 3   ? "GaussianBlur3x3_u8_optimization_multithread"
                          : k == 5 ? "GaussianBlur5x5_u8_optimization_multithread"
                                   : "GaussianBlur7x7_u8_optimization_multithread";
       const int headTailLine = k == 3 ? 530 : k == 5 ? 1438 : 2632;
       const int scratchLine = k == 3 ? 600 : k == 5 ? 1508 : 2703;
-      const std::string scratch = k == 7 ? "Malloc p_self_malloc_Buffer_1 fail " : "Malloc pTmp fail ";
+      const std::string scratch =
+          k == 7 ? "Malloc p_self_malloc_Buffer_1 fail " : "Malloc pTmp fail ";
       EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel", "cf Malloc failed!\n", 2886), 1);
       EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "get_gaussian_kernel error!!!\n", 2831), 1);
-      EXPECT_EQ(CountMsg(log, 6, kAlgo, path,
-                         std::string("Malloc thread_head_tail_data fail ") + path + "\n",
-                         headTailLine), inPlace ? 1 : 0);
+      EXPECT_EQ(
+          CountMsg(log, 6, kAlgo, path,
+                   std::string("Malloc thread_head_tail_data fail ") + path + "\n", headTailLine),
+          inPlace ? 1 : 0);
       EXPECT_EQ(CountMsg(log, 6, kAlgo, path, scratch + path + "\n", scratchLine), 1);
     }
   }
@@ -285,10 +316,14 @@ TEST(GaussKernelErrors, BadParametersAreReported) {
   EXPECT_EQ(bivista::get_gaussian_kernel(3, nullptr, 1.f), -1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel",
                      Fmt("get_gaussian_kernel Bad Parameter n[4] kernel[%p] !!",
-                         static_cast<void*>(taps)), 2880), 1);
+                         static_cast<void*>(taps)),
+                     2880),
+            1);
   EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel",
                      Fmt("get_gaussian_kernel Bad Parameter n[3] kernel[%p] !!",
-                         static_cast<void*>(nullptr)), 2880), 1);
+                         static_cast<void*>(nullptr)),
+                     2880),
+            1);
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
 // The vector row kernels against their scalar definitions on every compiled target.
+#include "gaussblur/gaussblur_kernels.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
-#include "gaussblur/gaussblur_kernels.h"
 #include "gaussblur_reference.h"
 #include "support/hwy_targets.h"
 
@@ -68,8 +69,7 @@ TEST(GaussKernels, ScalarRowsFollowTheDefinition) {
     std::vector<std::vector<uint8_t>> h(2 * radius + 1, std::vector<uint8_t>(width));
     std::vector<const uint8_t*> ptrs;
     for (int j = 0; j <= 2 * radius; ++j) {
-      bivista::scalar::GaussRowH(image.data() + j * width, h[j].data(), width, taps.data(),
-                                 radius);
+      bivista::scalar::GaussRowH(image.data() + j * width, h[j].data(), width, taps.data(), radius);
       ptrs.push_back(h[j].data());
     }
     std::vector<uint8_t> out(width);

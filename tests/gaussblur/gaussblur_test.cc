@@ -1,11 +1,12 @@
 // Whole blurs against the direct definition: kernels, sizes, strides, in place, threads, pools.
+#include "bivista/gaussblur.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
-#include "bivista/gaussblur.h"
 #include "bivista/mthread.h"
 #include "gaussblur/gaussblur_internal.h"
 #include "gaussblur_reference.h"
@@ -18,9 +19,9 @@ using Path = int (*)(const uint8_t*, uint8_t*, int, int, int, int, const uint16_
                      uint8_t*);
 
 Path PathFor(int k) {
-  return k == 3 ? GaussianBlur3x3_u8_optimization_multithread
-                : k == 5 ? GaussianBlur5x5_u8_optimization_multithread
-                         : GaussianBlur7x7_u8_optimization_multithread;
+  return k == 3   ? GaussianBlur3x3_u8_optimization_multithread
+         : k == 5 ? GaussianBlur5x5_u8_optimization_multithread
+                  : GaussianBlur7x7_u8_optimization_multithread;
 }
 
 // Caller scratch as the header documents it, in rows of src_stride bytes.
@@ -79,9 +80,8 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
     const std::vector<uint8_t> expected =
         bvtest::ReferenceBlur(image.data(), c.width, c.height, c.srcStride, taps);
 
-    std::vector<uint8_t> out = c.inPlace ? image
-                                         : std::vector<uint8_t>(
-                                               static_cast<size_t>(c.dstStride) * c.height, 0xEE);
+    std::vector<uint8_t> out =
+        c.inPlace ? image : std::vector<uint8_t>(static_cast<size_t>(c.dstStride) * c.height, 0xEE);
     const std::vector<uint8_t> before = out;
     const uint8_t* src = c.inPlace ? out.data() : image.data();
     std::vector<uint8_t> buf;
@@ -123,14 +123,15 @@ TEST_F(GaussBlur, ShortFormUsesTheWidthAsStrideAndConstantImagesStayConstant) {
       const int height = 19;
       std::vector<uint8_t> image(width * height, static_cast<uint8_t>(rng()));
       std::vector<uint8_t> out(image.size());
-      ASSERT_EQ(gaussian_blur(image.data(), out.data(), width, height, k, sigma, pools_[2], 2,
-                              nullptr), 0);
+      ASSERT_EQ(
+          gaussian_blur(image.data(), out.data(), width, height, k, sigma, pools_[2], 2, nullptr),
+          0);
       EXPECT_EQ(out, image) << k << " " << sigma;
       image = bvtest::RandomBytes(image.size(), rng);
       std::vector<uint16_t> taps(k);
       ASSERT_EQ(bivista::get_gaussian_kernel(k, taps.data(), sigma), 0);
-      ASSERT_EQ(gaussian_blur(image.data(), out.data(), width, height, k, sigma, nullptr, 1,
-                              nullptr), 0);
+      ASSERT_EQ(
+          gaussian_blur(image.data(), out.data(), width, height, k, sigma, nullptr, 1, nullptr), 0);
       EXPECT_EQ(out, bvtest::ReferenceBlur(image.data(), width, height, width, taps));
     }
   }
@@ -143,9 +144,10 @@ TEST_F(GaussBlur, CallerBufferMakesThePathAllocationFree) {
   const std::vector<uint16_t> taps = {16, 64, 96, 64, 16};
   std::vector<uint8_t> buf(BufBytes(5, threads, width, true));
   bvtest::MallocWatch watch;
-  ASSERT_EQ(GaussianBlur5x5_u8_optimization_multithread(image.data(), image.data(), width,
-                                                        height, width, width, taps.data(),
-                                                        pools_[3], threads, buf.data()), 0);
+  ASSERT_EQ(GaussianBlur5x5_u8_optimization_multithread(image.data(), image.data(), width, height,
+                                                        width, width, taps.data(), pools_[3],
+                                                        threads, buf.data()),
+            0);
   EXPECT_EQ(watch.calls(), 0);
 }
 

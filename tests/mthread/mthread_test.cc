@@ -159,8 +159,9 @@ TEST(MThreadCreate, BigClusterModePinsWorkersAndReportsAbsentCpus) {
   Seen seen;
   EXPECT_EQ(MThread_Finish(pool, 0, 8, Record, &seen), 0);
   const bool big = HaveBigCluster();
-  EXPECT_EQ(CountMsg(log, 5, kXelma, "MThread_Create", "Fail to Set CPU Affinity for Main Thead!",
-                     117), big ? 0 : 1);
+  EXPECT_EQ(
+      CountMsg(log, 5, kXelma, "MThread_Create", "Fail to Set CPU Affinity for Main Thead!", 117),
+      big ? 0 : 1);
   for (size_t k = 0; k < seen.indices.size(); ++k) {
     const int i = seen.indices[k];
     EXPECT_EQ(seen.names[k], "bv_worker");
@@ -234,10 +235,10 @@ TEST(MThreadJobs, IndicesOutsideThePoolAreReportedNotRun) {
   EXPECT_EQ(MThread_Boot(pool, -1, Record, &seen), -1);
   EXPECT_EQ(MThread_Finish(pool, 1, 2, Record, &seen), -1);  // worker 1 runs, 2 is refused
   EXPECT_EQ(seen.indices, std::vector<int>{1});
-  EXPECT_EQ(CountMsg(log, 6, kMthd, "MThread_Boot", "Thread index 2 out of range (2 threads)!",
-                     241), 2);
-  EXPECT_EQ(CountMsg(log, 6, kMthd, "MThread_Sync", "Thread index 2 out of range (2 threads)!",
-                     241), 1);
+  EXPECT_EQ(
+      CountMsg(log, 6, kMthd, "MThread_Boot", "Thread index 2 out of range (2 threads)!", 241), 2);
+  EXPECT_EQ(
+      CountMsg(log, 6, kMthd, "MThread_Sync", "Thread index 2 out of range (2 threads)!", 241), 1);
   MThread_Destroy(pool);
 }
 
@@ -246,8 +247,9 @@ TEST(MThreadDestroy, NullAndEmptyPoolsAreReportedAndTheHandleFreed) {
   MThread_Destroy(nullptr);
   MThread_ChangeBindCoreFlag(nullptr, 1);
   EXPECT_EQ(CountMsg(log, 5, kMthd, "MThread_Destroy", "NULL Pointer of Thread Pool.", 202), 1);
-  EXPECT_EQ(CountMsg(log, 5, kMthd, "MThread_ChangeBindCoreFlag", "NULL Pointer of Thread Pool.",
-                     333), 1);
+  EXPECT_EQ(
+      CountMsg(log, 5, kMthd, "MThread_ChangeBindCoreFlag", "NULL Pointer of Thread Pool.", 333),
+      1);
   bvtest::MallocWatch watch;
   MThread_Pool* empty = static_cast<MThread_Pool*>(safeNew(sizeof(MThread_Pool)));
   ASSERT_NE(empty, nullptr);
@@ -274,8 +276,7 @@ TEST(MThreadCreate, AllocationFailuresAreReportedAndLeakFree) {
   snprintf(records, sizeof records, "Failed to Allocate Memory of %d for 3 threads!",
            static_cast<int>(3 * sizeof(MThread_Worker)));
   EXPECT_EQ(CountMsg(log, 5, kXelma, "MThread_Create", records, 108), 1);
-  EXPECT_EQ(CountMsg(log, 5, kXelma, "MThread_Create", "Failed to Allocate Memory of 16!", 174),
-            1);
+  EXPECT_EQ(CountMsg(log, 5, kXelma, "MThread_Create", "Failed to Allocate Memory of 16!", 174), 1);
 }
 
 TEST(MThreadBind, ChangeBindCoreFlagStoresTheModeAndBindReportsAbsentCpus) {
