@@ -160,44 +160,23 @@ void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint
 #undef BV_TAP_ARGS
 #undef BV_SET_TAPS
 
+// Radius 1 to 3; other radii do nothing.
 void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
-  switch (radius) {
-    case 1:
-      return RowH<1>(src, dst, width, kernel);
-    case 2:
-      return RowH<2>(src, dst, width, kernel);
-    case 3:
-      return RowH<3>(src, dst, width, kernel);
-    default:
-      return;
-  }
+  static constexpr decltype(&RowH<1>) kRows[] = {RowH<1>, RowH<2>, RowH<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](src, dst, width, kernel);
 }
 
 void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
                int radius) {
-  switch (radius) {
-    case 1:
-      return RowV<1>(rows, dst, width, kernel);
-    case 2:
-      return RowV<2>(rows, dst, width, kernel);
-    case 3:
-      return RowV<3>(rows, dst, width, kernel);
-    default:
-      return;
-  }
+  static constexpr decltype(&RowV<1>) kRows[] = {RowV<1>, RowV<2>, RowV<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](rows, dst, width, kernel);
 }
 
 void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
                 int width, const uint16_t* kernel, int radius) {
-  switch (radius) {
-    case 1:
-      return RowHV<1>(rows, next, hNext, dst, width, kernel);
-    case 2:
-      return RowHV<2>(rows, next, hNext, dst, width, kernel);
-    case 3:
-      return RowHV<3>(rows, next, hNext, dst, width, kernel);
-    default:
-      return;
+  static constexpr decltype(&RowHV<1>) kRows[] = {RowHV<1>, RowHV<2>, RowHV<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) {
+    kRows[radius - 1](rows, next, hNext, dst, width, kernel);
   }
 }
 

@@ -118,6 +118,25 @@ MThread_Worker* CheckedWorker(void* pool, int threadIndex, const char* func) {
   return &p->workers[threadIndex];
 }
 
+// The entry checks shared by destroy and the bind-flag change. Returns the pool when it has
+// workers; *empty tells a handle without workers from a null one.
+MThread_Pool* EnteredPool(void* pool, const char* fn, int lineEnter, int lineNull, int lineEmpty,
+                          bool* empty) {
+  BV_LOGD(kTagMthd, fn, lineEnter, "Entering.");
+  MThread_Pool* p = static_cast<MThread_Pool*>(pool);
+  *empty = false;
+  if (p == nullptr) {
+    BV_LOGW(kTagMthd, fn, lineNull, "NULL Pointer of Thread Pool.");
+    return nullptr;
+  }
+  if (p->workers == nullptr || p->count < 1) {
+    BV_LOGW(kTagMthd, fn, lineEmpty, "NULL Pointer / Threads (%d) of Thread Pool.", p->count);
+    *empty = true;
+    return nullptr;
+  }
+  return p;
+}
+
 }  // namespace
 
 extern "C" {
@@ -218,16 +237,11 @@ void* MThread_Create(int count, const MThread_Options* options, int* status) {
 
 void MThread_Destroy(void* pool) {
   const char* const fn = "MThread_Destroy";
-  BV_LOGD(kTagMthd, fn, kLineDestroyEnter, "Entering.");
-  MThread_Pool* p = static_cast<MThread_Pool*>(pool);
+  bool empty = false;
+  MThread_Pool* p =
+      EnteredPool(pool, fn, kLineDestroyEnter, kLineDestroyNull, kLineDestroyEmpty, &empty);
   if (p == nullptr) {
-    BV_LOGW(kTagMthd, fn, kLineDestroyNull, "NULL Pointer of Thread Pool.");
-    return;
-  }
-  if (p->workers == nullptr || p->count < 1) {
-    BV_LOGW(kTagMthd, fn, kLineDestroyEmpty, "NULL Pointer / Threads (%d) of Thread Pool.",
-            p->count);
-    safeDelete(p);
+    if (empty) safeDelete(pool);
     return;
   }
   StopAll(p->workers, p->count);
@@ -296,17 +310,10 @@ int MThread_Name(pthread_t* thread, const char* name) {
 
 void MThread_ChangeBindCoreFlag(void* pool, int bindMode) {
   const char* const fn = "MThread_ChangeBindCoreFlag";
-  BV_LOGD(kTagMthd, fn, kLineChangeEnter, "Entering.");
-  MThread_Pool* p = static_cast<MThread_Pool*>(pool);
-  if (p == nullptr) {
-    BV_LOGW(kTagMthd, fn, kLineChangeNull, "NULL Pointer of Thread Pool.");
-    return;
-  }
-  if (p->workers == nullptr || p->count < 1) {
-    BV_LOGW(kTagMthd, fn, kLineChangeEmpty, "NULL Pointer / Threads (%d) of Thread Pool.",
-            p->count);
-    return;
-  }
+  bool empty = false;
+  MThread_Pool* p =
+      EnteredPool(pool, fn, kLineChangeEnter, kLineChangeNull, kLineChangeEmpty, &empty);
+  if (p == nullptr) return;
   for (int i = 0; i < p->count; ++i) {
     MThread_Worker* w = &p->workers[i];
     Wait(&w->end_sem);
