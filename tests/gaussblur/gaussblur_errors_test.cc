@@ -32,6 +32,11 @@ std::string Fmt(const char* format, ...) {
   return text;
 }
 
+// Error lines of the blur (level 6, "ZR481_ALGO").
+int Errors(const LogCapture& log, const char* func, const std::string& text, int line) {
+  return Errors(log, func, text, line);
+}
+
 struct Image {
   explicit Image(int w, int h, uint32_t seed = 1) : width(w), height(h) {
     std::mt19937 rng(seed);
@@ -68,31 +73,29 @@ TEST_F(GaussErrors, ArgumentChecksRunInOrderAndLeaveTheDestination) {
   LogCapture log;
   // Stride first, even with null images.
   EXPECT_EQ(gaussian_blur(nullptr, nullptr, 20, 12, 19, 20, 3, 0.8f, nullptr, 1, nullptr), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "ERROR: src_stride[19] or dst_stride[20] is less than width[20]!!!", 2788),
-            1);
+  EXPECT_EQ(
+      Errors(log, kBlur, "ERROR: src_stride[19] or dst_stride[20] is less than width[20]!!!", 2788),
+      1);
   EXPECT_EQ(gaussian_blur(im.src.data(), nullptr, 20, 12, 3, 0.8f, pool2_, 9, nullptr), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     Fmt("ERROR: org_Img[%p] or blur_img[%p] is NULL!!!",
-                         static_cast<const void*>(im.src.data()), static_cast<void*>(nullptr)),
-                     2793),
+  EXPECT_EQ(Errors(log, kBlur,
+                   Fmt("ERROR: org_Img[%p] or blur_img[%p] is NULL!!!",
+                       static_cast<const void*>(im.src.data()), static_cast<void*>(nullptr)),
+                   2793),
             1);
   EXPECT_EQ(im.Blur(3, 0.8f, nullptr, 2), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur,
-                     "if th_pool is NULL, program will be executed in single thread!", 2799),
-            1);
+  EXPECT_EQ(
+      Errors(log, kBlur, "if th_pool is NULL, program will be executed in single thread!", 2799),
+      1);
   EXPECT_EQ(im.Blur(3, 0.8f, pool2_, 5), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "th_num too large! th_num[5]", 2809), 1);
+  EXPECT_EQ(Errors(log, kBlur, "th_num too large! th_num[5]", 2809), 1);
   for (int k : {1, 2, 4, 15, -3}) {
     EXPECT_EQ(im.Blur(k, -1.f, pool2_, 2), -1);  // the length is checked before sigma
-    EXPECT_EQ(
-        CountMsg(log, 6, kAlgo, kBlur, Fmt("ATTENTION: k_length is wrong!k_length[%d]", k), 2815),
-        1);
+    EXPECT_EQ(Errors(log, kBlur, Fmt("ATTENTION: k_length is wrong!k_length[%d]", k), 2815), 1);
   }
   EXPECT_EQ(im.Blur(5, 0.f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(5, -0.5f, pool2_, 2), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "ATTENTION: sigma is wrong!sigma[0.000000]", 2820), 1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "ATTENTION: sigma is wrong!sigma[-0.500000]", 2820), 1);
+  EXPECT_EQ(Errors(log, kBlur, "ATTENTION: sigma is wrong!sigma[0.000000]", 2820), 1);
+  EXPECT_EQ(Errors(log, kBlur, "ATTENTION: sigma is wrong!sigma[-0.500000]", 2820), 1);
   EXPECT_EQ(log.Lines().size(), 11u);
   EXPECT_TRUE(im.Untouched());
 }
@@ -103,21 +106,19 @@ TEST_F(GaussErrors, LengthsNineToThirteenPassTheChecksAndAreRefusedLater) {
   EXPECT_EQ(im.Blur(9, 1.5f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(11, 1.8f, pool2_, 2), -1);
   EXPECT_EQ(im.Blur(13, 2.f, pool2_, 2), -1);
+  EXPECT_EQ(Errors(log, kBlur,
+                   "not support parameter in gaussian_blur k_length[9] for now, To be done.", 2846),
+            1);
   EXPECT_EQ(
-      CountMsg(log, 6, kAlgo, kBlur,
-               "not support parameter in gaussian_blur k_length[9] for now, To be done.", 2846),
+      Errors(log, kBlur,
+             "not support parameter in gaussian_blur, k_length[11] for now, To be done.", 2850),
       1);
   EXPECT_EQ(
-      CountMsg(log, 6, kAlgo, kBlur,
-               "not support parameter in gaussian_blur, k_length[11] for now, To be done.", 2850),
-      1);
-  EXPECT_EQ(
-      CountMsg(log, 6, kAlgo, kBlur,
-               "not support parameter in gaussian_blur, k_length[13] for now, To be done.", 2854),
+      Errors(log, kBlur,
+             "not support parameter in gaussian_blur, k_length[13] for now, To be done.", 2854),
       1);
   for (int k : {9, 11, 13}) {
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("gaussian_blur error!, k_length[%d]", k), 2861),
-              1);
+    EXPECT_EQ(Errors(log, kBlur, Fmt("gaussian_blur error!, k_length[%d]", k), 2861), 1);
   }
   // 6 x 2 + 1 = 13 is not above 13: only the first two warn.
   EXPECT_EQ(log.CountContaining("sigma doesn't match"), 2);
@@ -168,13 +169,11 @@ TEST_F(GaussErrors, TooSmallImagesAreCopiedAndRefused) {
     Image im(c.width, c.height);
     LogCapture log;
     EXPECT_EQ(im.Blur(c.k, 0.5f, pool2_, 2), -1);
-    EXPECT_EQ(im.dst, im.src);                                         // every row copied
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, c.body, small, c.bodyLine), 2);  // both strips
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, c.head, small, c.headLine), 1);
-    EXPECT_EQ(
-        CountMsg(log, 6, kAlgo, c.path, std::string(c.errorIn) + " " + c.path + "\n", c.errorLine),
-        1);
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, Fmt("%s error!, k_length[%d]", c.path, c.k), 2861), 1);
+    EXPECT_EQ(im.dst, im.src);                             // every row copied
+    EXPECT_EQ(Errors(log, c.body, small, c.bodyLine), 2);  // both strips
+    EXPECT_EQ(Errors(log, c.head, small, c.headLine), 1);
+    EXPECT_EQ(Errors(log, c.path, std::string(c.errorIn) + " " + c.path + "\n", c.errorLine), 1);
+    EXPECT_EQ(Errors(log, kBlur, Fmt("%s error!, k_length[%d]", c.path, c.k), 2861), 1);
   }
 }
 
@@ -183,10 +182,10 @@ TEST_F(GaussErrors, EmptyStripsAreReportedButTheOtherRowsAreBlurred) {
   Image im(16, 4);
   LogCapture log;
   EXPECT_EQ(im.Blur(3, 0.5f, pool4_, 4), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread_body",
-                     "the width or height of the input image is too small, copy source to "
-                     "destination!\n",
-                     163),
+  EXPECT_EQ(Errors(log, "GaussianBlur3x3_u8_optimization_multithread_body",
+                   "the width or height of the input image is too small, copy source to "
+                   "destination!\n",
+                   163),
             3);
   std::vector<uint16_t> taps(3);
   ASSERT_EQ(bivista::get_gaussian_kernel(3, taps.data(), 0.5f), 0);
@@ -200,32 +199,32 @@ TEST_F(GaussErrors, PathRefusesNullKernelsShortPoolsAndZeroThreadsUntouched) {
   EXPECT_EQ(GaussianBlur3x3_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
                                                         20, nullptr, pool2_, 2, nullptr),
             -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread",
-                     Fmt("input parameters error!src[%p] dst[%p] kernel[%p]",
-                         static_cast<void*>(im.src.data()), static_cast<void*>(im.dst.data()),
-                         static_cast<void*>(nullptr)),
-                     512),
+  EXPECT_EQ(Errors(log, "GaussianBlur3x3_u8_optimization_multithread",
+                   Fmt("input parameters error!src[%p] dst[%p] kernel[%p]",
+                       static_cast<void*>(im.src.data()), static_cast<void*>(im.dst.data()),
+                       static_cast<void*>(nullptr)),
+                   512),
             1);
   EXPECT_EQ(GaussianBlur3x3_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
                                                         20, taps, pool2_, 3, nullptr),
             -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur3x3_u8_optimization_multithread",
-                     "th_pool has 2 threads, fewer than th_num[3]!", 517),
+  EXPECT_EQ(Errors(log, "GaussianBlur3x3_u8_optimization_multithread",
+                   "th_pool has 2 threads, fewer than th_num[3]!", 517),
             1);
   EXPECT_EQ(GaussianBlur7x7_u8_optimization_multithread(im.src.data(), im.dst.data(), 20, 12, 20,
                                                         20, taps, nullptr, 17, nullptr),
             -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur7x7_u8_optimization_multithread",
-                     "th_num too large! th_num[17]", 2624),
+  EXPECT_EQ(Errors(log, "GaussianBlur7x7_u8_optimization_multithread",
+                   "th_num too large! th_num[17]", 2624),
             1);
   EXPECT_EQ(im.Blur(5, 0.8f, pool2_, 0), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur5x5_u8_optimization_Body_Caller",
-                     "threadNum is zero!!!\n", 1161),
-            1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "GaussianBlur5x5_u8_optimization_multithread",
-                     "GaussianBlur5x5_u8_optimization error in "
-                     "GaussianBlur5x5_u8_optimization_multithread\n",
-                     1551),
+  EXPECT_EQ(
+      Errors(log, "GaussianBlur5x5_u8_optimization_Body_Caller", "threadNum is zero!!!\n", 1161),
+      1);
+  EXPECT_EQ(Errors(log, "GaussianBlur5x5_u8_optimization_multithread",
+                   "GaussianBlur5x5_u8_optimization error in "
+                   "GaussianBlur5x5_u8_optimization_multithread\n",
+                   1551),
             1);
   EXPECT_TRUE(im.Untouched());
 }
@@ -266,10 +265,10 @@ TEST_F(GaussErrors, WorkersReportMissingScratch) {
     LogCapture log;
     w.worker(&arg, 0);
     EXPECT_EQ(status, -1);
-    EXPECT_EQ(CountMsg(log, 6, kAlgo, w.name,
-                       Fmt("input parameters error!%s[%p]\n", w.text, static_cast<void*>(nullptr)),
-                       w.line),
-              1);
+    EXPECT_EQ(
+        Errors(log, w.name,
+               Fmt("input parameters error!%s[%p]\n", w.text, static_cast<void*>(nullptr)), w.line),
+        1);
     EXPECT_TRUE(im.Untouched());
   }
 }
@@ -298,13 +297,12 @@ TEST_F(GaussErrors, AllocationFailuresAreReportedLeakFreeAndUntouched) {
       const int scratchLine = k == 3 ? 600 : k == 5 ? 1508 : 2703;
       const std::string scratch =
           k == 7 ? "Malloc p_self_malloc_Buffer_1 fail " : "Malloc pTmp fail ";
-      EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel", "cf Malloc failed!\n", 2886), 1);
-      EXPECT_EQ(CountMsg(log, 6, kAlgo, kBlur, "get_gaussian_kernel error!!!\n", 2831), 1);
-      EXPECT_EQ(
-          CountMsg(log, 6, kAlgo, path,
-                   std::string("Malloc thread_head_tail_data fail ") + path + "\n", headTailLine),
-          inPlace ? 1 : 0);
-      EXPECT_EQ(CountMsg(log, 6, kAlgo, path, scratch + path + "\n", scratchLine), 1);
+      EXPECT_EQ(Errors(log, "get_gaussian_kernel", "cf Malloc failed!\n", 2886), 1);
+      EXPECT_EQ(Errors(log, kBlur, "get_gaussian_kernel error!!!\n", 2831), 1);
+      EXPECT_EQ(Errors(log, path, std::string("Malloc thread_head_tail_data fail ") + path + "\n",
+                       headTailLine),
+                inPlace ? 1 : 0);
+      EXPECT_EQ(Errors(log, path, scratch + path + "\n", scratchLine), 1);
     }
   }
 }
@@ -314,15 +312,15 @@ TEST(GaussKernelErrors, BadParametersAreReported) {
   uint16_t taps[4];
   EXPECT_EQ(bivista::get_gaussian_kernel(4, taps, 1.f), -1);
   EXPECT_EQ(bivista::get_gaussian_kernel(3, nullptr, 1.f), -1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel",
-                     Fmt("get_gaussian_kernel Bad Parameter n[4] kernel[%p] !!",
-                         static_cast<void*>(taps)),
-                     2880),
-            1);
-  EXPECT_EQ(CountMsg(log, 6, kAlgo, "get_gaussian_kernel",
-                     Fmt("get_gaussian_kernel Bad Parameter n[3] kernel[%p] !!",
-                         static_cast<void*>(nullptr)),
-                     2880),
+  EXPECT_EQ(
+      Errors(log, "get_gaussian_kernel",
+             Fmt("get_gaussian_kernel Bad Parameter n[4] kernel[%p] !!", static_cast<void*>(taps)),
+             2880),
+      1);
+  EXPECT_EQ(Errors(log, "get_gaussian_kernel",
+                   Fmt("get_gaussian_kernel Bad Parameter n[3] kernel[%p] !!",
+                       static_cast<void*>(nullptr)),
+                   2880),
             1);
 }
 
