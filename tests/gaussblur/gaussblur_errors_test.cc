@@ -34,7 +34,7 @@ std::string Fmt(const char* format, ...) {
 
 // Error lines of the blur (level 6, "ZR481_ALGO").
 int Errors(const LogCapture& log, const char* func, const std::string& text, int line) {
-  return Errors(log, func, text, line);
+  return CountMsg(log, 6, kAlgo, func, text, line);
 }
 
 struct Image {
