@@ -1,5 +1,7 @@
 // Gaussian blur of a 4000x3000 8-bit plane against OpenCV on the same data, then 2 workers
-// against 1. Run with --benchmark_repetitions=3 --benchmark_min_time=0.3 and compare medians.
+// against 1. Run with --benchmark_repetitions=3 --benchmark_min_time=0.3
+// --benchmark_enable_random_interleaving=true and compare medians; the 2-worker figure needs two
+// otherwise idle CPUs.
 #include <benchmark/benchmark.h>
 #include <stdarg.h>
 
