@@ -11,8 +11,9 @@
  * the 2r x T scratch rows alone; every row is src_stride bytes. The size is not checked. */
 
 #ifdef __cplusplus
-/* Blurs src into dst (src may equal dst, then with equal strides) with a k_length-tap kernel built from sigma. th_pool
- * may be null only with th_num 1; at most 4 threads. Lengths 3, 5 and 7 are supported.
+/* Blurs src into dst (src may equal dst, then with equal strides) with a k_length-tap kernel
+ * built from sigma. th_pool may be null only with th_num 1; at most 4 threads. Lengths 3, 5 and 7
+ * are supported.
  * Returns 0, or -1 with one error line; images too small to filter are copied and refused. */
 BIVISTA_API int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height,
                               int src_stride, int dst_stride, int k_length, float sigma,
