@@ -1,0 +1,230 @@
+// Vector row kernels of the Gaussian blur, compiled once per target and dispatched at run time.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "gaussblur/gaussblur_kernels.cc"
+#include "gaussblur/gaussblur_kernels.h"
+
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+
+// Shared scalar pieces, defined once (outside the per-target part).
+#ifndef BIVISTA_GAUSSBLUR_KERNELS_SCALAR_ONCE
+#define BIVISTA_GAUSSBLUR_KERNELS_SCALAR_ONCE
+namespace bivista {
+namespace gauss_detail {
+
+inline int Mirror(int x, int width) {
+  if (x < 0) return -x;
+  if (x >= width) return 2 * (width - 1) - x;
+  return x;
+}
+
+// One pixel of the horizontal pass with mirrored columns.
+inline uint8_t HPixel(const uint8_t* src, int x, int width, const uint16_t* k, int radius) {
+  uint32_t acc = static_cast<uint32_t>(src[x]) * k[radius] + 128;
+  for (int j = 1; j <= radius; ++j) {
+    acc += (static_cast<uint32_t>(src[Mirror(x - j, width)]) + src[Mirror(x + j, width)]) *
+           k[radius - j];
+  }
+  return static_cast<uint8_t>(acc >> 8);
+}
+
+// One pixel of the vertical pass; bottom is the value of the last row (passed apart because
+// the fused kernel has it only in a register).
+inline uint8_t VPixel(const uint8_t* const* rows, uint8_t bottom, int x, const uint16_t* k,
+                      int radius) {
+  uint32_t acc = static_cast<uint32_t>(rows[radius][x]) * k[radius] + 128;
+  for (int j = 1; j <= radius; ++j) {
+    const uint32_t below = j == radius ? bottom : rows[radius + j][x];
+    acc += (static_cast<uint32_t>(rows[radius - j][x]) + below) * k[radius - j];
+  }
+  return static_cast<uint8_t>(acc >> 8);
+}
+
+inline void HVPixel(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+                    int x, int width, const uint16_t* k, int radius) {
+  const uint8_t h = HPixel(next, x, width, k, radius);
+  const uint8_t v = VPixel(rows, h, x, k, radius);
+  hNext[x] = h;  // after rows[0][x] was read: hNext may alias rows[0]
+  dst[x] = v;
+}
+
+}  // namespace gauss_detail
+}  // namespace bivista
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace bivista {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D16 = hn::ScalableTag<uint16_t>;
+using D8 = hn::Rebind<uint8_t, D16>;
+using V16 = hn::Vec<D16>;
+
+HWY_INLINE V16 Load8(const uint8_t* p) { return hn::PromoteTo(D16(), hn::LoadU(D8(), p)); }
+
+HWY_INLINE void Store8(V16 v, uint8_t* p) {
+  // Values are at most 255 here, so the saturating signed demotion is exact.
+  const hn::RebindToSigned<D16> di;
+  hn::StoreU(hn::DemoteTo(D8(), hn::BitCast(di, v)), D8(), p);
+}
+
+// Taps as vectors: c is the centre tap, pj the tap at distance j (unused beyond the radius).
+// Passed one by one: SVE vectors are sizeless and cannot live in arrays or structs.
+#define BV_TAP_PARAMS V16 c, V16 p1, V16 p2, V16 p3, V16 round
+#define BV_TAP_ARGS c, p1, p2, p3, round
+#define BV_SET_TAPS(k)                                                   \
+  const V16 c = hn::Set(D16(), (k)[R]), p1 = hn::Set(D16(), (k)[R - 1]), \
+            p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                \
+            p3 = hn::Set(D16(), (k)[R >= 3 ? R - 3 : 0]), round = hn::Set(D16(), 128)
+
+// (sum of pairs x taps + centre x centre tap + 128) >> 8 on 16-bit lanes: at most 65408.
+template <int R>
+HWY_INLINE V16 HVec(const uint8_t* s, BV_TAP_PARAMS) {
+  V16 acc = hn::Add(hn::Mul(Load8(s), c), round);
+  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 1), Load8(s + 1)), p1));
+  if constexpr (R >= 2) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 2), Load8(s + 2)), p2));
+  if constexpr (R >= 3) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 3), Load8(s + 3)), p3));
+  return hn::ShiftRight<8>(acc);
+}
+
+// rows[0 .. 2R-1] are the rows above `bottom`, the last row of the window.
+template <int R>
+HWY_INLINE V16 VVec(const uint8_t* const* rows, V16 bottom, int x, BV_TAP_PARAMS) {
+  V16 acc = hn::Add(hn::Mul(Load8(rows[R] + x), c), round);
+  const V16 below1 = R == 1 ? bottom : Load8(rows[R + 1 < 2 * R ? R + 1 : 0] + x);
+  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 1] + x), below1), p1));
+  if constexpr (R >= 2) {
+    const V16 below2 = R == 2 ? bottom : Load8(rows[R + 2 < 2 * R ? R + 2 : 0] + x);
+    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 2] + x), below2), p2));
+  }
+  if constexpr (R >= 3) {
+    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[0] + x), bottom), p3));
+  }
+  return hn::ShiftRight<8>(acc);
+}
+
+// Columns [R, end) go through vectors; the rest pixel by pixel.
+template <int R>
+HWY_INLINE int VectorEnd(int width) {
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  return width - R >= R + n ? R + (width - 2 * R - n) / n * n + n : R;
+}
+
+template <int R>
+void RowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel) {
+  uint16_t k[2 * R + 1];  // local: the byte stores below cannot alias it
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  const int end = VectorEnd<R>(width);
+  for (int x = R; x < end; x += n) Store8(HVec<R>(src + x, BV_TAP_ARGS), dst + x);
+  for (int x = 0; x < R && x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  for (int x = end; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+}
+
+template <int R>
+void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel) {
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  int x = 0;
+  for (; x + n <= width; x += n) {
+    Store8(VVec<R>(rows, Load8(rows[2 * R] + x), x, BV_TAP_ARGS), dst + x);
+  }
+  for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
+}
+
+template <int R>
+void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst, int width,
+           const uint16_t* kernel) {
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  BV_SET_TAPS(k);
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  const int end = VectorEnd<R>(width);
+  for (int x = R; x < end; x += n) {
+    const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
+    const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
+    Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
+    Store8(v, dst + x);
+  }
+  for (int x = 0; x < R && x < width; ++x) {
+    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+  }
+  for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+}
+
+#undef BV_TAP_PARAMS
+#undef BV_TAP_ARGS
+#undef BV_SET_TAPS
+
+// Radius 1 to 3; other radii do nothing.
+void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
+  static constexpr decltype(&RowH<1>) kRows[] = {RowH<1>, RowH<2>, RowH<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](src, dst, width, kernel);
+}
+
+void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
+               int radius) {
+  static constexpr decltype(&RowV<1>) kRows[] = {RowV<1>, RowV<2>, RowV<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](rows, dst, width, kernel);
+}
+
+void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+                int width, const uint16_t* kernel, int radius) {
+  static constexpr decltype(&RowHV<1>) kRows[] = {RowHV<1>, RowHV<2>, RowHV<3>};
+  if (radius >= 1 && radius <= kGaussMaxRadius) {
+    kRows[radius - 1](rows, next, hNext, dst, width, kernel);
+  }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace bivista
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace bivista {
+
+HWY_EXPORT(GaussRowH);
+HWY_EXPORT(GaussRowV);
+HWY_EXPORT(GaussRowHV);
+
+void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
+  HWY_DYNAMIC_DISPATCH(GaussRowH)(src, dst, width, kernel, radius);
+}
+
+void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
+               int radius) {
+  HWY_DYNAMIC_DISPATCH(GaussRowV)(rows, dst, width, kernel, radius);
+}
+
+void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+                int width, const uint16_t* kernel, int radius) {
+  HWY_DYNAMIC_DISPATCH(GaussRowHV)(rows, next, hNext, dst, width, kernel, radius);
+}
+
+namespace scalar {
+
+void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
+  for (int x = 0; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, kernel, radius);
+}
+
+void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
+               int radius) {
+  for (int x = 0; x < width; ++x) {
+    dst[x] = gauss_detail::VPixel(rows, rows[2 * radius][x], x, kernel, radius);
+  }
+}
+
+void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+                int width, const uint16_t* kernel, int radius) {
+  for (int x = 0; x < width; ++x) {
+    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, kernel, radius);
+  }
+}
+
+}  // namespace scalar
+}  // namespace bivista
+#endif
