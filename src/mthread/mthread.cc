@@ -58,7 +58,8 @@ uint32_t MaskFor(int bindMode) {
 long CurrentTid() { return syscall(SYS_gettid); }
 
 int BindTid(long tid, int bindMode) {
-  uint32_t mask = MaskFor(bindMode);
+  // The kernel reads masks in whole longs; emulators refuse a shorter length.
+  unsigned long mask = MaskFor(bindMode);
   return static_cast<int>(syscall(SYS_sched_setaffinity, tid, sizeof mask, &mask));
 }
 
