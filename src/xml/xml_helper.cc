@@ -9,6 +9,12 @@
 using bivista::kLineXmlLoad;
 using bivista::kLineXmlSave;
 
+namespace {
+// XMLVisitor's members are all inline, so its vtable is emitted only where the optimiser keeps a
+// use of it; this anchor keeps the exported set the same at every optimisation level.
+__attribute__((used)) const tinyxml2::XMLVisitor kVisitorVtableAnchor;
+}  // namespace
+
 extern "C" {
 
 int Bivista_XmlLoadFile(tinyxml2::XMLDocument* doc, const char* path) {
