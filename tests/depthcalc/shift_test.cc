@@ -8,7 +8,6 @@
 
 #include "depthcalc/depthcalc_internal.h"
 #include "depthcalc/frame_fixture.h"
-#include "support/alloc_table.h"
 #include "support/platform_capture.h"
 
 namespace {
@@ -162,21 +161,6 @@ TEST(Shift, SingularWarpFailsWithItsMessages) {
   const float tiny[9] = {1e-6f, 0, 0, 0, 1e-6f, 0, 0, 0, 1e-6f};
   float inv[9];
   EXPECT_EQ(bivista::InvertMatrix3x3(tiny, inv), -1);
-}
-
-TEST(Shift, PlaneAllocationFailuresAreFreed) {
-  Frame f(80, 60, 80, false, 2);
-  f.Fill(40);
-  const int runs = bvtest::ForEachMallocFailure([&](int run) {
-    bvtest::LogCapture log;
-    Outputs o;
-    EXPECT_EQ(Calc(f, ImageRect(f, 10, 10, 40, 40), 4, &o), run == 1 ? -1 : 0);
-    if (run == 1) {
-      EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "TransDispariyArea", "malloc failed"), 1);
-      EXPECT_EQ(o.sx, -99.0f);
-    }
-  });
-  EXPECT_EQ(runs, 2);
 }
 
 TEST(Shift, ReadMapsKeepTheLastSample) {

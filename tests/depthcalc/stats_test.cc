@@ -83,17 +83,18 @@ TEST(ResizeFactor, AspectRules) {
   EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "getResizeFac", "invalid image size:w=100,h=37"), 1);
 }
 
-// The average on one hand-made 8-bit row (or rows), full confidence; r[2] starts as a marker.
+// The average on hand-made rows (16-bit when `wide`), full confidence; r[2] starts as a marker.
 struct Avg {
   float r[4] = {9, 9, -5, 9};
   int score;
-  Avg(const std::vector<int>& pixels, int rows = 1, int startW = 0) {
-    std::vector<uint8_t> disp;
-    for (int p : pixels) disp.push_back(static_cast<uint8_t>(p * 4));
-    std::vector<uint8_t> conf(disp.size(), 255);
+  Avg(const std::vector<int>& pixels, int rows = 1, int startW = 0, bool wide = false) {
+    std::vector<uint8_t> d8, conf(pixels.size(), 255);
+    std::vector<uint16_t> d16;
+    for (int p : pixels) d8.push_back(static_cast<uint8_t>(p * 4)), d16.push_back(static_cast<uint16_t>(p * 4));
     DisparityType rec{};
-    rec.data = disp.data();
-    const int n = static_cast<int>(disp.size()) / rows;
+    rec.format = wide;
+    rec.data = wide ? static_cast<void*>(d16.data()) : d8.data();
+    const int n = static_cast<int>(pixels.size()) / rows;
     rec.width = rec.stride = n;
     rec.height = rows;
     score = bivista::D2DataAnalysisAFDisparity_New(rec, n, n, rows, 0, r, startW ? startW : n, rows, conf.data());
@@ -123,16 +124,7 @@ TEST(AverageDisparity, PeakNeighboursTiesAndEarlyReturn) {
 
 TEST(AverageDisparity, GuardsOutsideTheBins) {
   // 16-bit samples above bin 159 count only in the (clipped) maximum.
-  std::vector<uint16_t> d = {40 * 4, 40 * 4, 40 * 4, 900 * 4, 900 * 4, 900 * 4, 900 * 4};
-  std::vector<uint8_t> c(d.size(), 255);
-  DisparityType rec{};
-  rec.format = 1;
-  rec.data = d.data();
-  rec.width = rec.stride = 7;
-  rec.height = 1;
-  float r[4];
-  bivista::D2DataAnalysisAFDisparity_New(rec, 7, 7, 1, 0, r, 7, 1, c.data());
-  EXPECT_FLOAT_EQ(r[0], 40.0f);
+  EXPECT_FLOAT_EQ(Avg({40, 40, 40, 900, 900, 900, 900}, 1, 0, true).r[0], 40.0f);
   // Nothing kept and a minimum that starts at w = 400: no read outside the histogram.
   Avg flat(std::vector<int>(800, 0), 2, 40);
   EXPECT_TRUE(isnan(flat.r[0]));
@@ -265,21 +257,35 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnRandomMaps) {
   });
 }
 
-TEST(DepthMode1, ScratchFailuresAreReportedAndFreed) {
-  for (bool wide : {false, true}) {
-    Frame f(64, 48, 64, wide, 2);
-    f.rec.mode = 1;
+// Every allocation fails in turn: the message of that step, -1, and nothing leaked; the shift
+// planes (mode 0) and the corrected copies (mode 1, after the confidence is written).
+TEST(AllocationFailures, AreReportedAndFreed) {
+  const struct {
+    int mode;
+    bool wide;
+    int flags;
+    std::vector<std::pair<const char*, const char*>> msgs;  // (function, text) per failing run
+  } cases[] = {
+      {0, false, 4, {{"TransDispariyArea", "malloc failed"}}},
+      {1, false, 2 | 16, {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+                          {"Bivista_CalcShift", "Malloc CorrectedDisp_uchar memory error!"}}},
+      {1, true, 2 | 16, {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+                         {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
+  };
+  for (const auto& c : cases) {
+    Frame f(64, 48, 64, c.wide, 2);
+    f.rec.mode = c.mode;
     f.Fill(80);
-    const char* msgs[] = {"Malloc CorrectedConfidence memory error!",
-                          wide ? "Malloc CorrectedDisp_ushort memory error!" : "Malloc CorrectedDisp_uchar memory error!"};
+    const size_t n = c.msgs.size();
     const int runs = bvtest::ForEachMallocFailure([&](int run) {
       bvtest::LogCapture log;
       Outputs o;
-      EXPECT_EQ(Calc(f, ImageRect(f, 5, 5, 40, 30), 2 | 16, &o), run <= 2 ? -1 : 0);
-      if (run <= 2) { EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "Bivista_CalcShift", msgs[run - 1]), 1); }
-      if (run == 1) { EXPECT_TRUE(o.conf == 200 && o.depth == 0xBEEF); }  // confidence comes first
+      EXPECT_EQ(Calc(f, ImageRect(f, 5, 5, 40, 30), c.flags, &o), size_t(run) <= n ? -1 : 0);
+      if (size_t(run) > n) return;
+      EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", c.msgs[run - 1].first, c.msgs[run - 1].second), 1);
+      EXPECT_TRUE(o.depth == 0xBEEF && o.sx == -99.0f && o.conf == (c.mode ? 200 : 0xAB));
     });
-    EXPECT_EQ(runs, 3);
+    EXPECT_EQ(runs, int(n) + 1);
   }
 }
 
