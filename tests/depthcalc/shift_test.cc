@@ -157,9 +157,20 @@ TEST(Shift, SingularWarpFailsWithItsMessages) {
     EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "TransDispariyArea", "CalcVxVy failed in TransDispariyArea"), 1);
     EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "Bivista_CalcShift", "TransDispariyArea failed in calc xymap"), 1);
   }
-  // Determinant 1e-18 counts as singular.
-  const float tiny[9] = {1e-6f, 0, 0, 0, 1e-6f, 0, 0, 0, 1e-6f};
-  float inv[9];
+}
+
+// The warps above are near the identity; general matrices check every cofactor.
+TEST(Matrix3x3, InverseTimesMatrixIsIdentityAndTinyDeterminantFails) {
+  std::mt19937 rng(9);
+  std::uniform_real_distribution<float> u(-3.0f, 3.0f);
+  float m[9], inv[9], p[9];
+  for (int t = 0; t < 50; ++t) {
+    for (float& v : m) v = u(rng);
+    ASSERT_EQ(bivista::InvertMatrix3x3(m, inv), 0);
+    bivista::MulMatrix3x3(m, inv, p);
+    for (int i = 0; i < 9; ++i) EXPECT_NEAR(p[i], i % 4 == 0 ? 1.0 : 0.0, 2e-3);
+  }
+  const float tiny[9] = {1e-6f, 0, 0, 0, 1e-6f, 0, 0, 0, 1e-6f};  // determinant 1e-18
   EXPECT_EQ(bivista::InvertMatrix3x3(tiny, inv), -1);
 }
 
