@@ -62,10 +62,12 @@ TEST_F(DumpTest, WritesFramedPlanesAndAppends) {
   EXPECT_EQ(bvtest::CountMsg(log, 4, kAlgo, kSave, "imagepath is:" + root_ + "/disptrans\n"), 1);
   EXPECT_EQ(bvtest::CountMsg(log, 4, kAlgo, kSave, "create path(" + dir_ + ") sucessed.\n"), 1);
   // Whole disparity, focus disparity, whole confidence, focus confidence.
-  const std::string names[4] = {"00_dis_64x48_disp.yuv", "00_dis_l8_t6_r40_b30_33x25_disp_focus.yuv",
-                                "00_dis_64x48_conf.yuv", "00_dis_l8_t6_r40_b30_33x25_conf_focus.yuv"};
+  const std::string names[4] = {
+      "00_dis_64x48_disp.yuv", "00_dis_l8_t6_r40_b30_33x25_disp_focus.yuv", "00_dis_64x48_conf.yuv",
+      "00_dis_l8_t6_r40_b30_33x25_conf_focus.yuv"};
   std::vector<uint8_t> p[4];
-  for (int k = 0; k < 4; ++k) ASSERT_EQ((p[k] = ReadAll(dir_ + names[k])).size(), k & 1 ? 33u * 25 : 64u * 48);
+  for (int k = 0; k < 4; ++k)
+    ASSERT_EQ((p[k] = ReadAll(dir_ + names[k])).size(), k & 1 ? 33u * 25 : 64u * 48);
   for (int y = 0; y < 48; ++y)
     for (int x = 0; x < 64; ++x) {
       const int i = y - a.top, j = x - a.left;
@@ -92,7 +94,8 @@ TEST(DumpFrame, TallAreaEndsInSolidRows) {
   for (int y = 0; y < 50; ++y)
     for (int x = 0; x < 40; ++x) {
       const bool inside = x >= a.left && x <= a.right && y >= a.top && y <= a.bottom;
-      ASSERT_EQ(plane[y * 40 + x], inside && Painted(y - a.top, x - a.left, 13) ? 255 : 7) << x << "," << y;
+      ASSERT_EQ(plane[y * 40 + x], inside && Painted(y - a.top, x - a.left, 13) ? 255 : 7)
+          << x << "," << y;
     }
 }
 
@@ -102,7 +105,8 @@ TEST_F(DumpTest, PaintedFrameFeedsTheDepth) {
     Frame f(64, 48, 64, wide, 2);
     f.rec.mode = 1;
     f.Fill(8);  // 2 pixels: the correction keeps every sample in place
-    for (size_t i = 0; i < f.conf.size(); ++i) f.conf[i] = i >= 6 * 64 && i < 8 * 64 && i % 64 >= 8 && i % 64 <= 40 ? 255 : 0;
+    for (size_t i = 0; i < f.conf.size(); ++i)
+      f.conf[i] = i >= 6 * 64 && i < 8 * 64 && i % 64 >= 8 && i % 64 <= 40 ? 255 : 0;
     const BIVISTA_Rect img = ImageRect(f, 8, 6, 40, 30);
     Outputs off, on;
     bvtest::SetProperty("disptrans.saveEnable", "0");
@@ -111,7 +115,8 @@ TEST_F(DumpTest, PaintedFrameFeedsTheDepth) {
     ASSERT_EQ(Calc(f, img, 16, &on), 0);
     EXPECT_EQ(off.depth, static_cast<uint16_t>(static_cast<int>(f.K() / 2.0f)));
     // No plane to paint for 16-bit samples: same depth, and no disparity file.
-    EXPECT_EQ(on.depth, wide ? off.depth : static_cast<uint16_t>(static_cast<int>(f.K() / 63.0f)));  // 255 >> 2
+    EXPECT_EQ(on.depth, wide ? off.depth
+                             : static_cast<uint16_t>(static_cast<int>(f.K() / 63.0f)));  // 255 >> 2
     EXPECT_EQ(std::filesystem::exists(dir_ + "00_dis_64x48_disp.yuv"), !wide);
     EXPECT_EQ(ReadAll(dir_ + "00_dis_64x48_conf.yuv").size(), 64u * 48);
     std::filesystem::remove_all(dir_);
@@ -125,8 +130,10 @@ TEST_F(DumpTest, RelativeRootRefusesEveryWrite) {
   bvtest::LogCapture log;
   bivista::SaveDispTransImage(plane.data(), plane.data(), 32, 24, 32, BIVISTA_Rect{2, 2, 20, 10});
   EXPECT_EQ(log.CountContaining("create path(" + relative + "/disptrans/00/) failed."), 1);
-  EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, "writeFile", "your input filenmae contains relative signs!file: " +
-                                                             relative + "/disptrans/00/00_dis_32x24_disp.yuv"), 1);
+  EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, "writeFile",
+                             "your input filenmae contains relative signs!file: " + relative +
+                                 "/disptrans/00/00_dis_32x24_disp.yuv"),
+            1);
   EXPECT_EQ(log.CountContaining("your input filenmae contains relative signs!"), 4);
 }
 
@@ -140,7 +147,9 @@ TEST(DumpDefaults, NoImagepathAndUnopenableFile) {
   log.Clear();
   const uint8_t row[4] = {1, 2, 3, 4};
   EXPECT_NE(bivista::writeFile("/nonexistent-bv/dir/f.yuv", row, 4, 1, 4), 0);
-  EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "writeFile", "Debug open file Error:/nonexistent-bv/dir/f.yuv!"), 1);
+  EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "writeFile",
+                             "Debug open file Error:/nonexistent-bv/dir/f.yuv!"),
+            1);
 }
 
 }  // namespace

@@ -23,8 +23,14 @@ struct Frame {
   BIVISTA_CalibParam calib{};
 
   Frame(int w = 160, int h = 120, int s = 176, bool sixteen = false, int sc = 4)
-      : width(w), height(h), stride(s), scale(sc), wide(sixteen),
-        disp8(size_t(s) * h, 0), conf(size_t(s) * h, 200), disp16(size_t(s) * h, 0) {
+      : width(w),
+        height(h),
+        stride(s),
+        scale(sc),
+        wide(sixteen),
+        disp8(size_t(s) * h, 0),
+        conf(size_t(s) * h, 200),
+        disp16(size_t(s) * h, 0) {
     rec.format = wide;
     rec.data = wide ? static_cast<void*>(disp16.data()) : static_cast<void*>(disp8.data());
     rec.shiftDirection = 2;
@@ -39,10 +45,14 @@ struct Frame {
   }
   void Set(int x, int y, int raw) {
     const size_t i = size_t(y) * stride + x;
-    if (wide) disp16[i] = uint16_t(raw);
-    else disp8[i] = uint8_t(raw);
+    if (wide)
+      disp16[i] = uint16_t(raw);
+    else
+      disp8[i] = uint8_t(raw);
   }
-  int Get(int x, int y) const { return wide ? disp16[size_t(y) * stride + x] : disp8[size_t(y) * stride + x]; }
+  int Get(int x, int y) const {
+    return wide ? disp16[size_t(y) * stride + x] : disp8[size_t(y) * stride + x];
+  }
   void Fill(int raw) {
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) Set(x, y, raw);
@@ -68,8 +78,8 @@ struct Outputs {
 inline int Calc(const Frame& f, BIVISTA_Rect r, int flags, Outputs* o, int readMaps = 0,
                 const uint16_t* xm = nullptr, const uint16_t* ym = nullptr) {
   return Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, r, f.imageWidth(), f.imageHeight(), 0,
-                           nullptr, readMaps, xm, ym, flags, &o->depth, &o->multi, &o->conf,
-                           &o->sx, &o->sy);
+                           nullptr, readMaps, xm, ym, flags, &o->depth, &o->multi, &o->conf, &o->sx,
+                           &o->sy);
 }
 
 // Rectangle on the full image covering map samples [l, r] x [t, b].

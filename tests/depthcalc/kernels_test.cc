@@ -15,7 +15,8 @@ namespace {
 
 const int kWidths[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 127, 129};
 
-// Runs the vector and the scalar pass into guarded buffers and compares every byte, guards included.
+// Runs the vector and the scalar pass into guarded buffers and compares every byte, guards
+// included.
 template <typename T, typename F>
 std::vector<T> Same(size_t n, F&& run) {
   std::vector<T> vec(n + 8), ref(n + 8);
@@ -52,19 +53,22 @@ TEST(DepthcalcKernels, LandingTargetsEqualScalarInEveryForm) {
       for (int h : {1, 3, 6}) {
         const size_t n = size_t(w) * h;
         std::vector<float> rowAdd(n), colAdd(n);
-        for (size_t i = 0; i < n; ++i) rowAdd[i] = RandomOffset(rng, h), colAdd[i] = RandomOffset(rng, w);
+        for (size_t i = 0; i < n; ++i)
+          rowAdd[i] = RandomOffset(rng, h), colAdd[i] = RandomOffset(rng, w);
         for (int form = 0; form < 4; ++form) {
           const float* ra = (form & 1) ? rowAdd.data() : nullptr;
           const float* ca = (form & 2) ? colAdd.data() : nullptr;
           const auto ref = Same<int32_t>(n, [&](bool s, int32_t* o) {
-            s ? bivista::scalar::LandingTargets(ra, ca, w, h, o) : bivista::LandingTargets(ra, ca, w, h, o);
+            s ? bivista::scalar::LandingTargets(ra, ca, w, h, o)
+              : bivista::LandingTargets(ra, ca, w, h, o);
           });
           for (int r = 0; r < h; ++r)  // index of the landing cell, -1 outside
             for (int c = 0; c < w; ++c) {
               const size_t i = size_t(r) * w + c;
               const int r2 = ra ? bivista::LandIndex(double(r) + ra[i], h) : r;
               const int c2 = ca ? bivista::LandIndex(double(c) + ca[i], w) : c;
-              ASSERT_EQ(r2 < 0 || c2 < 0 ? -1 : r2 * w + c2, ref[i]) << w << " " << h << " " << form;
+              ASSERT_EQ(r2 < 0 || c2 < 0 ? -1 : r2 * w + c2, ref[i])
+                  << w << " " << h << " " << form;
             }
         }
       }
@@ -78,19 +82,22 @@ TEST(DepthcalcKernels, WarpFieldEqualsScalarAndFindsEveryDegenerateZ) {
   bvtest::ForEachHwyTarget([&](const char*) {
     for (int w : kWidths) {
       // A near-identity warp with a small projective term, far from any degenerate z.
-      float H[9] = {1.0f + near(rng), near(rng), 30.0f * near(rng), near(rng), 1.0f + near(rng),
-                    30.0f * near(rng), 1e-5f * near(rng), 1e-5f * near(rng), 1.0f};
+      float H[9] = {1.0f + near(rng),  near(rng),         30.0f * near(rng),
+                    near(rng),         1.0f + near(rng),  30.0f * near(rng),
+                    1e-5f * near(rng), 1e-5f * near(rng), 1.0f};
       const int x0 = static_cast<int>(rng() % 3900);
       const float Y = static_cast<float>(rng() % 2900);
       std::vector<float> vy[2];
       Same<float>(w, [&](bool s, float* vx) {
         vy[s].assign(w + 8, 0.5f);
-        EXPECT_FALSE((s ? bivista::scalar::AreaVxVyRow : bivista::AreaVxVyRow)(H, eps, x0, Y, w, vx, vy[s].data()));
+        EXPECT_FALSE((s ? bivista::scalar::AreaVxVyRow : bivista::AreaVxVyRow)(H, eps, x0, Y, w, vx,
+                                                                               vy[s].data()));
       });
       EXPECT_EQ(vy[0], vy[1]);
       // z = X - (x0 + at) vanishes at one column: head, body or tail.
       for (int at : {0, w / 2, w - 1}) {
-        const float G[9] = {H[0], H[1], H[2], H[3], H[4], H[5], 1.0f, 0.0f, -static_cast<float>(x0 + at)};
+        const float G[9] = {
+            H[0], H[1], H[2], H[3], H[4], H[5], 1.0f, 0.0f, -static_cast<float>(x0 + at)};
         float vx[129], vy2[129];
         EXPECT_TRUE(bivista::AreaVxVyRow(G, eps, x0, Y, w, vx, vy2)) << w << " " << at;
         EXPECT_TRUE(bivista::scalar::AreaVxVyRow(G, eps, x0, Y, w, vx, vy2));
@@ -162,15 +169,18 @@ void CheckConversions(std::mt19937& rng, int offset) {
     for (T& v : in) v = static_cast<T>(rng());
     const auto plane = Same<float>(size_t(w) * h, [&](bool s, float* o) {
       if constexpr (sizeof(T) == 1)
-        (s ? bivista::scalar::DisparityPlane8 : bivista::DisparityPlane8)(in.data(), stride, offset, w, h, o);
+        (s ? bivista::scalar::DisparityPlane8 : bivista::DisparityPlane8)(in.data(), stride, offset,
+                                                                          w, h, o);
       else
-        (s ? bivista::scalar::DisparityPlane16 : bivista::DisparityPlane16)(in.data(), stride, offset, w, h, o);
+        (s ? bivista::scalar::DisparityPlane16 : bivista::DisparityPlane16)(in.data(), stride,
+                                                                            offset, w, h, o);
     });
     const auto bins = Same<uint8_t>(w, [&](bool s, uint8_t* o) {
       if constexpr (sizeof(T) == 1)
         (s ? bivista::scalar::MultiDepthBins8 : bivista::MultiDepthBins8)(in.data(), offset, w, o);
       else
-        (s ? bivista::scalar::MultiDepthBins16 : bivista::MultiDepthBins16)(in.data(), offset, w, o);
+        (s ? bivista::scalar::MultiDepthBins16 : bivista::MultiDepthBins16)(in.data(), offset, w,
+                                                                            o);
     });
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {

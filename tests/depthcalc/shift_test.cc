@@ -40,8 +40,10 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
                      const Outputs& o) {
   double g[9], m[9];
   for (int i = 0; i < 9; ++i) m[i] = f.calib.warpMatrix[i];
-  if (forward) InverseByElimination(m, g);
-  else memcpy(g, m, sizeof m);
+  if (forward)
+    InverseByElimination(m, g);
+  else
+    memcpy(g, m, sizeof m);
   const double s = double(fixW) / f.calib.rectifiedWidth, cx = f.calib.rectifiedWidth / 2.0,
                cy = f.calib.rectifiedHeight / 2.0;
   const int xoff = (fixW - f.width) / 2, yoff = (fixH - f.height) / 2, dir = f.rec.shiftDirection;
@@ -65,7 +67,10 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
       const double d = disp(r, c);
       if (forward) {
         const int r2 = dir <= 1 ? round(d + r) : r, c2 = dir <= 1 ? c : round(c + d);
-        if (!in(r2, c2)) { --count; continue; }
+        if (!in(r2, c2)) {
+          --count;
+          continue;
+        }
         displace(a.left + c2, a.top + r2, &vx, &vy);
         const double sign = (dir == 1 || dir == 3) ? 1 : -1;
         sx += vx + (dir >= 2 ? sign * d : 0);
@@ -73,11 +78,16 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
       } else {
         displace(a.left + c, a.top + r, &vx, &vy);
         const int r2 = round(r + vy), c2 = round(c + vx);
-        if (!in(r2, c2)) { --count; continue; }
+        if (!in(r2, c2)) {
+          --count;
+          continue;
+        }
         const double D = disp(r2, c2);
         sx += vx + (dir == 2 ? D : dir == 3 ? -D : 0);
-        if (dir == 0) sy = D + vy + r;  // set, not added: only the last sample counts
-        else sy += vy + (dir == 1 ? -D : 0);
+        if (dir == 0)
+          sy = D + vy + r;  // set, not added: only the last sample counts
+        else
+          sy += vy + (dir == 1 ? -D : 0);
       }
     }
   const double ex = count ? sx / count : 0, ey = count ? sy / count : 0;
@@ -110,16 +120,17 @@ TEST(Shift, EveryBranchMatchesTheGeometry) {
           f.rec.mode = b.mode, f.rec.shiftDirection = dir;
           f.calib.warpMatrixForm = b.form;
           f.calib.rectifiedWidth = m.zoom ? 80 : 40, f.calib.rectifiedHeight = m.zoom ? 60 : 30;
-          const float random[9] = {1.0f + 0.01f * u(rng), 0.01f * u(rng), 2.3f * u(rng),
-                                   0.01f * u(rng), 1.0f + 0.01f * u(rng), 1.7f * u(rng),
-                                   2e-5f * u(rng), 2e-5f * u(rng), 1.0f};
+          const float random[9] = {1.0f + 0.01f * u(rng), 0.01f * u(rng),        2.3f * u(rng),
+                                   0.01f * u(rng),        1.0f + 0.01f * u(rng), 1.7f * u(rng),
+                                   2e-5f * u(rng),        2e-5f * u(rng),        1.0f};
           const float zoom[9] = {1.0537f, 0, 0.4129f, 0, 1.0537f, -0.3173f, 0, 0, 1};
           memcpy(f.calib.warpMatrix, m.zoom ? zoom : random, sizeof zoom);
-          const BIVISTA_Rect a = m.zoom ? BIVISTA_Rect{5, 6, m.w - 10, m.h - 8} : BIVISTA_Rect{12, 9, 47, 38};
+          const BIVISTA_Rect a =
+              m.zoom ? BIVISTA_Rect{5, 6, m.w - 10, m.h - 8} : BIVISTA_Rect{12, 9, 47, 38};
           Outputs o;
           ASSERT_EQ(Calc(f, ImageRect(f, a.left, a.top, a.right, a.bottom), 4, &o), 0);
-          SCOPED_TRACE(testing::Message() << m.w << "x" << m.h << " wide " << wide << " mode " << b.mode
-                                          << " form " << b.form << " dir " << dir);
+          SCOPED_TRACE(testing::Message() << m.w << "x" << m.h << " wide " << wide << " mode "
+                                          << b.mode << " form " << b.form << " dir " << dir);
           ExpectReference(f, a, b.forward, 80, m.fixH, o);
         }
 }
@@ -127,7 +138,7 @@ TEST(Shift, EveryBranchMatchesTheGeometry) {
 // Zero shift: other modes or forms, directions above 3, and (by choice) no target inside the
 // area, where the division would give not-a-number.
 TEST(Shift, ZeroShiftCases) {
-  const int cases[][4] = {{30, 2, 1, 2}, {30, 0, 2, 2}, {30, 0, 1, 4}, {400, 0, 1, 0},
+  const int cases[][4] = {{30, 2, 1, 2},  {30, 0, 2, 2},  {30, 0, 1, 4}, {400, 0, 1, 0},
                           {400, 0, 1, 1}, {400, 0, 1, 2}, {400, 0, 1, 3}};  // raw, mode, form, dir
   for (const auto& k : cases) {
     Frame f(80, 60, 80, true, 2);
@@ -152,10 +163,16 @@ TEST(Shift, SingularWarpFailsWithItsMessages) {
     EXPECT_EQ(o.sx, -99.0f);
     const std::string wrong = "Input warp image matrix is wrong";
     EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, form ? "CalcWarpingMatrix" : "CalcVxVy", wrong), 1);
-    EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "CalcVxVy",
-                               "CalcWarpingMatrix failed rectifyW: 80 rectifyH: 60 fixW: 80 fixH: 60"), form);
-    EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "TransDispariyArea", "CalcVxVy failed in TransDispariyArea"), 1);
-    EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "Bivista_CalcShift", "TransDispariyArea failed in calc xymap"), 1);
+    EXPECT_EQ(
+        bvtest::CountMsg(log, 6, kAlgo, "CalcVxVy",
+                         "CalcWarpingMatrix failed rectifyW: 80 rectifyH: 60 fixW: 80 fixH: 60"),
+        form);
+    EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "TransDispariyArea",
+                               "CalcVxVy failed in TransDispariyArea"),
+              1);
+    EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "Bivista_CalcShift",
+                               "TransDispariyArea failed in calc xymap"),
+              1);
   }
 }
 
@@ -186,7 +203,8 @@ TEST(Shift, ReadMapsKeepTheLastSample) {
   EXPECT_FLOAT_EQ(o.sx, static_cast<float>(xm[last] >> 3) / 600.0f);
   EXPECT_FLOAT_EQ(o.sy, static_cast<float>(ym[last] >> 3) / 600.0f);
   for (int y = 12; y <= 31; ++y)
-    for (int x = 10; x <= 39; ++x) xm[y * 96 + x] ^= y * 96 + x == int(last) ? 0 : 0x5555;  // all but the last
+    for (int x = 10; x <= 39; ++x)
+      xm[y * 96 + x] ^= y * 96 + x == int(last) ? 0 : 0x5555;  // all but the last
   ASSERT_EQ(Calc(f, img, 8, &o2, 1, xm.data(), ym.data()), 0);
   EXPECT_EQ(o2.sx, o.sx);
 }

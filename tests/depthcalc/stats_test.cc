@@ -31,11 +31,11 @@ TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
       const struct {
         int fill, offset, conf, depth, multi;  // depth -1: not checked
       } cases[] = {
-          {20 * 4 + 2, 0, 200, DepthOf(K, 20), 0},  // 20.5 truncates to 20 whole pixels
-          {100, -20, 200, DepthOf(K, 20), 0},       // (100 - 20) >> 2
+          {20 * 4 + 2, 0, 200, DepthOf(K, 20), 0},            // 20.5 truncates to 20 whole pixels
+          {100, -20, 200, DepthOf(K, 20), 0},                 // (100 - 20) >> 2
           {64 * 4, 0, 200, wide ? DepthOf(K, 0.2f) : -1, 0},  // above 63 counts as 0.2
-          {3, 0, 200, 0, 0},                        // nothing kept: not-a-number average gives 0
-          {80, 0, 32, 0, -1},                       // no confident sample: likewise
+          {3, 0, 200, 0, 0},   // nothing kept: not-a-number average gives 0
+          {80, 0, 32, 0, -1},  // no confident sample: likewise
       };
       for (const auto& c : cases) {
         f.Fill(c.fill);
@@ -48,8 +48,11 @@ TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
         EXPECT_EQ(o.conf, c.conf);
         if (c.depth >= 0) { EXPECT_EQ(o.depth, c.depth); }
         if (c.multi >= 0) { EXPECT_EQ(o.multi, c.multi); }
-        const std::string text = "myDispTrans depthresult=" + std::to_string(o.depth) + ",isMultiDepth=0";
-        if (c.multi == 0) { EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "Bivista_CalcShift", text), 1); }
+        const std::string text =
+            "myDispTrans depthresult=" + std::to_string(o.depth) + ",isMultiDepth=0";
+        if (c.multi == 0) {
+          EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "Bivista_CalcShift", text), 1);
+        }
       }
       // Two planes ten apart are half mixed (the correction of mode 1 moves them).
       if (mode == 1) continue;
@@ -74,13 +77,15 @@ TEST(Confidence, IntegerAverageOfTheArea) {
 }
 
 TEST(ResizeFactor, AspectRules) {
-  const int sizes[][3] = {{3968, 2976, 0}, {1600, 900, 0}, {204, 115, 0}, {3968, 2240, 0},
-                          {1800, 900, 0},  {2976, 2976, 1}};
+  const int sizes[][3] = {{3968, 2976, 0}, {1600, 900, 0}, {204, 115, 0},
+                          {3968, 2240, 0}, {1800, 900, 0}, {2976, 2976, 1}};
   for (const auto& s : sizes)
-    EXPECT_FLOAT_EQ(bivista::getResizeFac(s[0], s[1]), s[0] * (s[2] ? 0.0003360215 : 0.00025201612));
+    EXPECT_FLOAT_EQ(bivista::getResizeFac(s[0], s[1]),
+                    s[0] * (s[2] ? 0.0003360215 : 0.00025201612));
   bvtest::LogCapture log;
   EXPECT_EQ(bivista::getResizeFac(100, 37), 1.0f);
-  EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "getResizeFac", "invalid image size:w=100,h=37"), 1);
+  EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "getResizeFac", "invalid image size:w=100,h=37"),
+            1);
 }
 
 // The average on hand-made rows (16-bit when `wide`), full confidence; r[2] starts as a marker.
@@ -90,14 +95,16 @@ struct Avg {
   Avg(const std::vector<int>& pixels, int rows = 1, int startW = 0, bool wide = false) {
     std::vector<uint8_t> d8, conf(pixels.size(), 255);
     std::vector<uint16_t> d16;
-    for (int p : pixels) d8.push_back(static_cast<uint8_t>(p * 4)), d16.push_back(static_cast<uint16_t>(p * 4));
+    for (int p : pixels)
+      d8.push_back(static_cast<uint8_t>(p * 4)), d16.push_back(static_cast<uint16_t>(p * 4));
     DisparityType rec{};
     rec.format = wide;
     rec.data = wide ? static_cast<void*>(d16.data()) : d8.data();
     const int n = static_cast<int>(pixels.size()) / rows;
     rec.width = rec.stride = n;
     rec.height = rows;
-    score = bivista::D2DataAnalysisAFDisparity_New(rec, n, n, rows, 0, r, startW ? startW : n, rows, conf.data());
+    score = bivista::D2DataAnalysisAFDisparity_New(rec, n, n, rows, 0, r, startW ? startW : n, rows,
+                                                   conf.data());
   }
 };
 
@@ -111,7 +118,8 @@ TEST(AverageDisparity, PeakNeighboursTiesAndEarlyReturn) {
   EXPECT_EQ(a.score, std::min(static_cast<int>(9 * 457.14285f / 10 + 13.714287f + 0.5f), 255));
   EXPECT_EQ(a.r[3], static_cast<float>(a.score));
   // A low peak trusts half of its left neighbour.
-  EXPECT_FLOAT_EQ(Avg({3, 3, 3, 2, 2, 4}).r[0], static_cast<float>((0.5 * 2 * 2 + 4 + 3 * 3) / (0.5 * 2 + 1 + 3)));
+  EXPECT_FLOAT_EQ(Avg({3, 3, 3, 2, 2, 4}).r[0],
+                  static_cast<float>((0.5 * 2 * 2 + 4 + 3 * 3) / (0.5 * 2 + 1 + 3)));
   // Raw 30 and 31 tie: 30 wins, so the mean is over 29..31, not 30..32.
   Avg tie({30, 30, 31, 31, 32});
   EXPECT_EQ(tie.r[1], 30.0f);
@@ -135,7 +143,7 @@ TEST(AverageDisparity, GuardsOutsideTheBins) {
 // a large value, so a small start lets the scans begin below the smallest kept disparity.
 TEST(RunningMinimum, StartsAtWidthAndStride) {
   EXPECT_EQ(Avg(std::vector<int>(10, 20)).r[1], 18.0f);  // w = 10: smoothed bins 18..22 tie
-  Avg wide(std::vector<int>(30, 20));                      // w = 30: scan from 20
+  Avg wide(std::vector<int>(30, 20));                    // w = 30: scan from 20
   EXPECT_EQ(wide.r[1], 20.0f);
   EXPECT_FLOAT_EQ(wide.r[0], 20.0f);
   // Disparities 20 and 23 span less than 5, which alone gives 0; a stride of 12 starts the
@@ -147,7 +155,9 @@ TEST(RunningMinimum, StartsAtWidthAndStride) {
     DisparityType rec{};
     rec.data = d.data();
     EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, stride, 10, 2, 0), stride == 12 ? 128 : 0);
-    if (stride == 12) { EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0); }  // one depth
+    if (stride == 12) {
+      EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0);
+    }  // one depth
   }
 }
 
@@ -159,7 +169,8 @@ TEST(WindowGrowth, StopsAtTheFirstConfidentWindow) {
   for (int y = 0; y < 120; ++y)
     for (int x = 0; x < 160; ++x) {
       const int i = x - left, j = y - top;
-      const bool ring = i >= 0 && i < w && j >= 0 && j < h && !(i >= 20 && i < 80 && j >= 16 && j < 64);
+      const bool ring =
+          i >= 0 && i < w && j >= 0 && j < h && !(i >= 20 && i < 80 && j >= 16 && j < 64);
       f.conf[y * 160 + x] = ring ? 255 : 0;
     }
   float r[4];
@@ -178,10 +189,10 @@ TEST(MultiDepth, DegreeAndCutoffs) {
     std::vector<std::pair<int, int>> runs;  // (disparity, count)
     int offset, expect;
   } cases[] = {
-      {{{20, 50}}, 0, 0},                       // one depth
-      {{{20, 50}, {24, 50}}, 0, 0},             // range below 5
-      {{{10, 30}, {20, 30}}, 0, 128},           // two halves
-      {{{10, 95}, {20, 5}}, 0, 0},              // window above 90%
+      {{{20, 50}}, 0, 0},              // one depth
+      {{{20, 50}, {24, 50}}, 0, 0},    // range below 5
+      {{{10, 30}, {20, 30}}, 0, 128},  // two halves
+      {{{10, 95}, {20, 5}}, 0, 0},     // window above 90%
       {{{10, 91}, {20, 9}}, 0, 0},
       {{{10, 90}, {20, 10}}, 0, 26},
       {{{10, 20}, {20, 40}, {40, 40}}, 0, 153},  // peak window holds 40%
@@ -199,7 +210,8 @@ TEST(MultiDepth, DegreeAndCutoffs) {
     rec.dispOffset = c.offset;
     rec.width = rec.stride = static_cast<int>(d.size());
     rec.height = 1;
-    EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, rec.stride, rec.width, 1, 0), c.expect) << c.runs.size();
+    EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, rec.stride, rec.width, 1, 0), c.expect)
+        << c.runs.size();
   }
 }
 
@@ -267,10 +279,16 @@ TEST(AllocationFailures, AreReportedAndFreed) {
     std::vector<std::pair<const char*, const char*>> msgs;  // (function, text) per failing run
   } cases[] = {
       {0, false, 4, {{"TransDispariyArea", "malloc failed"}}},
-      {1, false, 2 | 16, {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
-                          {"Bivista_CalcShift", "Malloc CorrectedDisp_uchar memory error!"}}},
-      {1, true, 2 | 16, {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
-                         {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
+      {1,
+       false,
+       2 | 16,
+       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+        {"Bivista_CalcShift", "Malloc CorrectedDisp_uchar memory error!"}}},
+      {1,
+       true,
+       2 | 16,
+       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+        {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
   };
   for (const auto& c : cases) {
     Frame f(64, 48, 64, c.wide, 2);
@@ -282,7 +300,8 @@ TEST(AllocationFailures, AreReportedAndFreed) {
       Outputs o;
       EXPECT_EQ(Calc(f, ImageRect(f, 5, 5, 40, 30), c.flags, &o), size_t(run) <= n ? -1 : 0);
       if (size_t(run) > n) return;
-      EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", c.msgs[run - 1].first, c.msgs[run - 1].second), 1);
+      EXPECT_EQ(
+          bvtest::CountMsg(log, 6, "ZR481_ALGO", c.msgs[run - 1].first, c.msgs[run - 1].second), 1);
       EXPECT_TRUE(o.depth == 0xBEEF && o.sx == -99.0f && o.conf == (c.mode ? 200 : 0xAB));
     });
     EXPECT_EQ(runs, int(n) + 1);
@@ -311,12 +330,14 @@ TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
     bivista::CorrectFocusArea(f.rec, f.conf.data(), a, disp.data(), conf.data());
     DisparityType corrected = f.rec;
     corrected.data = disp.data();
-    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1, offset = a.left + a.top * stride;
+    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1,
+              offset = a.left + a.top * stride;
     float r[4];
     bivista::analysisAFDepth(corrected, stride, aw, ah, offset, r, 0.0f, conf.data());
     const float D = r[0] > 63.0f || r[0] < 0.2f ? 0.2f : r[0];
     // Not 4:3: factor 1, camera 2's smaller focal length, baseline 13.
-    const float K = static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 * 13.0);
+    const float K =
+        static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 * 13.0);
     EXPECT_EQ(o.depth, static_cast<uint16_t>(bivista::ToInt32Sat(K / D))) << t;
     EXPECT_EQ(o.multi, bivista::D2AnalysisAFMultiDepth(corrected, stride, aw, ah, offset)) << t;
   }

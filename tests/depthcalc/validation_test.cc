@@ -1,4 +1,5 @@
-// Create/destroy and the input checks of Bivista_CalcShift: codes, exact messages, untouched outputs.
+// Create/destroy and the input checks of Bivista_CalcShift: codes, exact messages, untouched
+// outputs.
 #include <gtest/gtest.h>
 #include <stdarg.h>
 
@@ -43,21 +44,27 @@ struct CreateCase {
 };
 
 TEST(DepthCalcCreate, EveryCheckInOrderAndBoundaries) {
-  const std::string wrong = "Failed to Create handle (Wrong Image Width = %d / Height = %d stride = %d) !";
+  const std::string wrong =
+      "Failed to Create handle (Wrong Image Width = %d / Height = %d stride = %d) !";
   const struct {
     std::function<void(CreateCase*)> mutate;
     int code;
     std::string text;
   } steps[] = {
-      {[](CreateCase* c) { c->out = nullptr; }, 256, "Failed to Creat handle (NULL Pointer of Handle) !"},
-      {[](CreateCase* c) { c->param = nullptr; }, 256, "Failed to Creat handle (NULL Pointer of Parameter) !"},
+      {[](CreateCase* c) { c->out = nullptr; }, 256,
+       "Failed to Creat handle (NULL Pointer of Handle) !"},
+      {[](CreateCase* c) { c->param = nullptr; }, 256,
+       "Failed to Creat handle (NULL Pointer of Parameter) !"},
       {[](CreateCase* c) { c->p.scene = 2; }, 259, "Don't support Scene(2)"},
       {[](CreateCase* c) { c->p.imageWidth = 6529; }, 259, Format(wrong.c_str(), 6529, 3000, 4032)},
-      {[](CreateCase* c) { c->p.imageHeight = 4897; }, 259, Format(wrong.c_str(), 4000, 4897, 4032)},
+      {[](CreateCase* c) { c->p.imageHeight = 4897; }, 259,
+       Format(wrong.c_str(), 4000, 4897, 4032)},
       {[](CreateCase* c) { c->p.stride = 3999; }, 259, Format(wrong.c_str(), 4000, 3000, 3999)},
-      {[](CreateCase* c) { c->p.pMemoryFxn = nullptr; }, 256, "Failed to Create handle (NULL Pointer of pMemoryFxn "},
+      {[](CreateCase* c) { c->p.pMemoryFxn = nullptr; }, 256,
+       "Failed to Create handle (NULL Pointer of pMemoryFxn "},
       {[](CreateCase* c) { c->table.getIbuf = nullptr; }, 256,
-       Format("Failed to Create handle (NULL Pointer of malloc Fxn = %p / free Fxn = %p / getIbuf Fxn = %p) !",
+       Format("Failed to Create handle (NULL Pointer of malloc Fxn = %p / free Fxn = %p / getIbuf "
+              "Fxn = %p) !",
               (void*)Dummy, (void*)DummyFree, (void*)nullptr)},
       {[](CreateCase* c) { c->p.pGPUResource = nullptr; }, 256,
        "Failed to Create handle NULL Pointer of pGPUResource "},
@@ -107,73 +114,89 @@ struct CalcArgs {
   int32_t* multiOut = &o.multi;
   uint8_t* confOut = &o.conf;
   float *sxOut = &o.sx, *syOut = &o.sy;
-  CalcArgs() : rec(f.rec), conf(f.conf.data()), rect(dctest::ImageRect(f, 10, 10, 50, 40)) { f.Fill(80); }
+  CalcArgs() : rec(f.rec), conf(f.conf.data()), rect(dctest::ImageRect(f, 10, 10, 50, 40)) {
+    f.Fill(80);
+  }
   int Run() {
     return Bivista_CalcShift(&rec, conf, &f.calib, rect, imageW, imageH, depthRequest, nullptr,
-                             readMaps, xMap, yMap, flags, depthOut, multiOut, confOut, sxOut, syOut);
+                             readMaps, xMap, yMap, flags, depthOut, multiOut, confOut, sxOut,
+                             syOut);
   }
 };
 
-// Every rejection of Bivista_CalcShift, in the order the checks run, leaves every output as it was.
+// Every rejection of Bivista_CalcShift leaves every output as it was. Each row changes one
+// argument: {what, code, values}.
+enum What {
+  kConf, kDisp, kConfOut, kMultiOut, kDepthReq, kDepthOut, kYMap, kDispSize, kImageSize, kArea,
+  kScale
+};
+
 TEST(CalcShiftValidation, MessagesCodesAndUntouchedOutputs) {
-  struct Case {
-    std::function<std::string(CalcArgs*)> mutate;  // returns the expected message
-    int code;
-  };
-  std::vector<Case> cases = {
-      {[](CalcArgs* a) {
-         a->conf = nullptr;
-         return Format("Input calibParameterin(%p) or inputConfidence(%p) is NULL!", (void*)&a->f.calib, nullptr);
-       }, 256},
-      {[](CalcArgs* a) { a->rec.data = nullptr; return std::string("dispdata is NULL"); }, 256},
-      {[](CalcArgs* a) { a->flags = 2, a->confOut = nullptr; return std::string("averConfidence is NULL"); }, 256},
-      {[](CalcArgs* a) {
-         a->flags = 16, a->multiOut = nullptr;
-         return Format("averDepth(%p) or beMultiDepth(%p) is NULL", (void*)&a->o.depth, nullptr);
-       }, 256},
-      {[](CalcArgs* a) { a->flags = 16, a->depthRequest = 1; return std::string("depth is NULL"); }, 256},
-      {[](CalcArgs* a) {
-         a->flags = 4, a->readMaps = 1, a->xMap = a->map;
-         return Format("xMap(%p) or yMap(%p) is NULL", (void*)a->map, nullptr);
-       }, 256},
-      {[](CalcArgs* a) {
-         a->imageH = 484;
-         return std::string("scale of imageWidth/dispwidth and imageHeight/dispheight should be the same");
-       }, 257},
-  };
-  for (int shiftFlag : {4, 8})
-    cases.push_back({[shiftFlag](CalcArgs* a) {
-                       a->flags = shiftFlag, a->depthOut = nullptr;
-                       return Format("averShiftX(%p) or averShiftY(%p) or averDepth(%p) is NULL",
-                                     (void*)&a->o.sx, (void*)&a->o.sy, nullptr);
-                     }, 256});
-  const int dispSizes[][3] = {{0, 120, 176}, {3969, 120, 4000}, {160, 0, 176}, {160, 2977, 176}, {160, 120, 159}};
-  for (const auto& s : dispSizes)
-    cases.push_back({[s](CalcArgs* a) {
-                       a->rec.width = s[0], a->rec.height = s[1], a->rec.stride = s[2];
-                       return Format("dispwidth(%d) or dispheight(%d) or dispstride(%d) is not support", s[0], s[1], s[2]);
-                     }, 257});
-  const int imageSizes[][2] = {{0, 480}, {4000, 3000}, {640, 0}, {3968, 2977}};
-  for (const auto& s : imageSizes)
-    cases.push_back({[s](CalcArgs* a) {
-                       a->imageW = s[0], a->imageH = s[1];
-                       return Format("imageWidth(%d) or imageHeight(%d) is not support", s[0], s[1]);
-                     }, 257});
-  const BIVISTA_Rect badAreas[] = {{10, 10, 50, 480}, {10, 20, 50, 20}, {30, 10, 30, 40},
-                                   {-1, 10, 50, 40},  {10, -2, 50, 40}, {10, 10, 640, 40}};
-  for (const BIVISTA_Rect& r : badAreas)
-    cases.push_back({[r](CalcArgs* a) {
-                       a->rect = r;
-                       return Format("invaild orifocusArea: left:%d right:%d top:%d bottom:%d ", r.left, r.right, r.top, r.bottom);
-                     }, 257});
-  for (const Case& c : cases) {
+  const struct {
+    What what;
+    int code, v[4];
+  } cases[] = {
+      {kConf, 256, {}}, {kDisp, 256, {}}, {kConfOut, 256, {}}, {kMultiOut, 256, {}},
+      {kDepthReq, 256, {}}, {kDepthOut, 256, {4}}, {kDepthOut, 256, {8}}, {kYMap, 256, {}},
+      {kDispSize, 257, {0, 120, 176}}, {kDispSize, 257, {3969, 120, 4000}},
+      {kDispSize, 257, {160, 0, 176}}, {kDispSize, 257, {160, 2977, 176}},
+      {kDispSize, 257, {160, 120, 159}}, {kImageSize, 257, {0, 480}},
+      {kImageSize, 257, {4000, 3000}}, {kImageSize, 257, {640, 0}},
+      {kImageSize, 257, {3968, 2977}}, {kArea, 257, {10, 10, 50, 480}},
+      {kArea, 257, {10, 20, 50, 20}}, {kArea, 257, {30, 10, 30, 40}},
+      {kArea, 257, {-1, 10, 50, 40}}, {kArea, 257, {10, -2, 50, 40}},
+      {kArea, 257, {10, 10, 640, 40}}, {kScale, 257, {}}};
+  for (const auto& c : cases) {
     CalcArgs a;
-    const std::string text = c.mutate(&a);
+    const int* v = c.v;
+    std::string text;
+    switch (c.what) {
+      case kConf:
+        a.conf = nullptr;
+        text = Format("Input calibParameterin(%p) or inputConfidence(%p) is NULL!",
+                      (void*)&a.f.calib, nullptr);
+        break;
+      case kDisp: a.rec.data = nullptr, text = "dispdata is NULL"; break;
+      case kConfOut: a.flags = 2, a.confOut = nullptr, text = "averConfidence is NULL"; break;
+      case kMultiOut:
+        a.flags = 16, a.multiOut = nullptr;
+        text = Format("averDepth(%p) or beMultiDepth(%p) is NULL", (void*)&a.o.depth, nullptr);
+        break;
+      case kDepthReq: a.flags = 16, a.depthRequest = 1, text = "depth is NULL"; break;
+      case kDepthOut:
+        a.flags = v[0], a.depthOut = nullptr;
+        text = Format("averShiftX(%p) or averShiftY(%p) or averDepth(%p) is NULL", (void*)&a.o.sx,
+                      (void*)&a.o.sy, nullptr);
+        break;
+      case kYMap:
+        a.flags = 4, a.readMaps = 1, a.xMap = a.map;
+        text = Format("xMap(%p) or yMap(%p) is NULL", (void*)a.map, nullptr);
+        break;
+      case kDispSize:
+        a.rec.width = v[0], a.rec.height = v[1], a.rec.stride = v[2];
+        text = Format("dispwidth(%d) or dispheight(%d) or dispstride(%d) is not support", v[0],
+                      v[1], v[2]);
+        break;
+      case kImageSize:
+        a.imageW = v[0], a.imageH = v[1];
+        text = Format("imageWidth(%d) or imageHeight(%d) is not support", v[0], v[1]);
+        break;
+      case kArea:
+        a.rect = BIVISTA_Rect{v[0], v[1], v[2], v[3]};
+        text = Format("invaild orifocusArea: left:%d right:%d top:%d bottom:%d ", v[0], v[2], v[1],
+                      v[3]);
+        break;
+      case kScale:
+        a.imageH = 484;
+        text = "scale of imageWidth/dispwidth and imageHeight/dispheight should be the same";
+        break;
+    }
     LogCapture log;
     EXPECT_EQ(a.Run(), c.code) << text;
     ExpectOneError(log, "Bivista_CalcShift", text);
     EXPECT_TRUE(a.o.depth == 0xBEEF && a.o.multi == -7 && a.o.conf == 0xAB && a.o.sx == -99.0f &&
-                a.o.sy == -99.0f) << text;
+                a.o.sy == -99.0f)
+        << text;
   }
 }
 
@@ -186,8 +209,10 @@ TEST(CalcShiftValidation, LargestSizesPassAndInvertedAreaIsEmpty) {
   rec.height = 2976;
   BIVISTA_CalibParam calib{};
   LogCapture log;
-  EXPECT_EQ(Bivista_CalcShift(&rec, &one, &calib, BIVISTA_Rect{0, 0, 3967, 2975}, 3968, 2976, 0, nullptr,
-                              0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(
+      Bivista_CalcShift(&rec, &one, &calib, BIVISTA_Rect{0, 0, 3967, 2975}, 3968, 2976, 0, nullptr,
+                        0, nullptr, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr),
+      0);
   EXPECT_TRUE(log.Lines().empty());
   // left > right passes the checks; the area is empty: confidence 0, a not-a-number average
   // (depth 0), and the shift planes cannot be sized.
