@@ -40,10 +40,8 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
                      const Outputs& o) {
   double g[9], m[9];
   for (int i = 0; i < 9; ++i) m[i] = f.calib.warpMatrix[i];
-  if (forward)
-    InverseByElimination(m, g);
-  else
-    memcpy(g, m, sizeof m);
+  memcpy(g, m, sizeof m);
+  if (forward) InverseByElimination(m, g);
   const double s = double(fixW) / f.calib.rectifiedWidth, cx = f.calib.rectifiedWidth / 2.0,
                cy = f.calib.rectifiedHeight / 2.0;
   const int xoff = (fixW - f.width) / 2, yoff = (fixH - f.height) / 2, dir = f.rec.shiftDirection;
@@ -61,16 +59,14 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
   auto in = [&](int r, int c) { return r >= 0 && r < h && c >= 0 && c < w; };
   auto round = [](double v) { return static_cast<int>(v + 0.5); };  // -0.8 lands on 0
   double sx = 0, sy = 0, vx, vy;
-  int count = w * h;
+  int count = 0;
   for (int r = 0; r < h; ++r)
     for (int c = 0; c < w; ++c) {
       const double d = disp(r, c);
       if (forward) {
         const int r2 = dir <= 1 ? round(d + r) : r, c2 = dir <= 1 ? c : round(c + d);
-        if (!in(r2, c2)) {
-          --count;
-          continue;
-        }
+        if (!in(r2, c2)) continue;
+        ++count;
         displace(a.left + c2, a.top + r2, &vx, &vy);
         const double sign = (dir == 1 || dir == 3) ? 1 : -1;
         sx += vx + (dir >= 2 ? sign * d : 0);
@@ -78,16 +74,12 @@ void ExpectReference(const Frame& f, const BIVISTA_Rect& a, bool forward, int fi
       } else {
         displace(a.left + c, a.top + r, &vx, &vy);
         const int r2 = round(r + vy), c2 = round(c + vx);
-        if (!in(r2, c2)) {
-          --count;
-          continue;
-        }
+        if (!in(r2, c2)) continue;
+        ++count;
         const double D = disp(r2, c2);
         sx += vx + (dir == 2 ? D : dir == 3 ? -D : 0);
-        if (dir == 0)
-          sy = D + vy + r;  // set, not added: only the last sample counts
-        else
-          sy += vy + (dir == 1 ? -D : 0);
+        // Direction 0 sets, not adds: only the last sample counts.
+        sy = dir == 0 ? D + vy + r : sy + vy + (dir == 1 ? -D : 0);
       }
     }
   const double ex = count ? sx / count : 0, ey = count ? sy / count : 0;

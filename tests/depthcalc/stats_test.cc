@@ -155,9 +155,8 @@ TEST(RunningMinimum, StartsAtWidthAndStride) {
     DisparityType rec{};
     rec.data = d.data();
     EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, stride, 10, 2, 0), stride == 12 ? 128 : 0);
-    if (stride == 12) {
-      EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0);
-    }  // one depth
+    // One row holds one depth.
+    if (stride == 12) { EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0); }
   }
 }
 
