@@ -1,4 +1,4 @@
-// Small synthetic frames for the depth and shift tests.
+// Small synthetic frames and a shared call for the depth and shift tests.
 #ifndef BIVISTA_TESTS_DEPTHCALC_FRAME_FIXTURE_H
 #define BIVISTA_TESTS_DEPTHCALC_FRAME_FIXTURE_H
 
@@ -12,51 +12,46 @@
 
 namespace dctest {
 
-// A disparity map (8- or 16-bit), its confidence and a calibration; the image is `scale` times
-// the map on both axes.
+// A disparity map (8- or 16-bit), confidence 200 and a calibration with baseline 13; the image
+// is `scale` times the map on both axes.
 struct Frame {
-  int width = 160, height = 120, stride = 176, scale = 4;
-  bool wide = false;  // 16-bit samples
-  std::vector<uint8_t> disp8;
+  int width, height, stride, scale;
+  bool wide;
+  std::vector<uint8_t> disp8, conf;
   std::vector<uint16_t> disp16;
-  std::vector<uint8_t> conf;
   DisparityType rec{};
   BIVISTA_CalibParam calib{};
 
   Frame(int w = 160, int h = 120, int s = 176, bool sixteen = false, int sc = 4)
-      : width(w), height(h), stride(s), scale(sc), wide(sixteen) {
-    disp8.assign(static_cast<size_t>(stride) * height, 0);
-    disp16.assign(static_cast<size_t>(stride) * height, 0);
-    conf.assign(static_cast<size_t>(stride) * height, 200);
-    rec.format = wide ? 1 : 0;
+      : width(w),
+        height(h),
+        stride(s),
+        scale(sc),
+        wide(sixteen),
+        disp8(size_t(s) * h, 0),
+        conf(size_t(s) * h, 200),
+        disp16(size_t(s) * h, 0) {
+    rec.format = wide;
     rec.data = wide ? static_cast<void*>(disp16.data()) : static_cast<void*>(disp8.data());
-    rec.mode = 0;
     rec.shiftDirection = 2;
-    rec.dispOffset = 0;
-    rec.width = width;
-    rec.height = height;
-    rec.stride = stride;
-    calib.camera1.value[1] = 1000.0;
-    calib.camera1.value[2] = 1010.0;
-    calib.camera2.value[1] = 1500.0;
-    calib.camera2.value[2] = 1490.0;
-    calib.translation[0] = 3.0;
-    calib.translation[1] = 4.0;
-    calib.translation[2] = 12.0;  // baseline 13
+    rec.width = w, rec.height = h, rec.stride = s;
+    calib.camera1.value[1] = 1000.0, calib.camera1.value[2] = 1010.0;
+    calib.camera2.value[1] = 1500.0, calib.camera2.value[2] = 1490.0;
+    calib.translation[0] = 3.0, calib.translation[1] = 4.0, calib.translation[2] = 12.0;
     const float identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     memcpy(calib.warpMatrix, identity, sizeof identity);
     calib.warpMatrixForm = 1;
-    calib.rectifiedWidth = width;
-    calib.rectifiedHeight = height;
+    calib.rectifiedWidth = w, calib.rectifiedHeight = h;
   }
   void Set(int x, int y, int raw) {
-    const size_t i = static_cast<size_t>(y) * stride + x;
-    if (wide) disp16[i] = static_cast<uint16_t>(raw);
-    else disp8[i] = static_cast<uint8_t>(raw);
+    const size_t i = size_t(y) * stride + x;
+    if (wide)
+      disp16[i] = uint16_t(raw);
+    else
+      disp8[i] = uint8_t(raw);
   }
   int Get(int x, int y) const {
-    const size_t i = static_cast<size_t>(y) * stride + x;
-    return wide ? disp16[i] : disp8[i];
+    return wide ? disp16[size_t(y) * stride + x] : disp8[size_t(y) * stride + x];
   }
   void Fill(int raw) {
     for (int y = 0; y < height; ++y)
@@ -72,6 +67,7 @@ struct Frame {
   }
 };
 
+// Outputs start as markers so untouched ones can be told apart.
 struct Outputs {
   uint16_t depth = 0xBEEF;
   int32_t multi = -7;
@@ -82,8 +78,8 @@ struct Outputs {
 inline int Calc(const Frame& f, BIVISTA_Rect r, int flags, Outputs* o, int readMaps = 0,
                 const uint16_t* xm = nullptr, const uint16_t* ym = nullptr) {
   return Bivista_CalcShift(&f.rec, f.conf.data(), &f.calib, r, f.imageWidth(), f.imageHeight(), 0,
-                           nullptr, readMaps, xm, ym, flags, &o->depth, &o->multi, &o->conf,
-                           &o->sx, &o->sy);
+                           nullptr, readMaps, xm, ym, flags, &o->depth, &o->multi, &o->conf, &o->sx,
+                           &o->sy);
 }
 
 // Rectangle on the full image covering map samples [l, r] x [t, b].

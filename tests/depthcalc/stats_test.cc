@@ -1,4 +1,5 @@
-// Depth, confidence and multi-depth: hand-derived end-to-end results and the statistics' corners.
+// Depth, confidence and multi-depth: hand-derived end-to-end results, the statistics' corners, and
+// the correction and mode 1 against direct statements.
 #include <gtest/gtest.h>
 #include <math.h>
 
@@ -18,61 +19,50 @@ using dctest::Frame;
 using dctest::ImageRect;
 using dctest::Outputs;
 
-class DepthEndToEnd : public ::testing::TestWithParam<bool> {};
+int DepthOf(float K, float D) { return static_cast<uint16_t>(static_cast<int>(K / D)); }
 
-TEST_P(DepthEndToEnd, FlatPlaneGivesKOverDisparity) {
-  for (int mode : {0, 1, 2}) {
-    Frame f(160, 120, 176, GetParam());
-    f.rec.mode = mode;
-    f.Fill(20 * 4 + 2);  // 20.5 quarter-pixel samples truncate to 20 whole pixels
-    bvtest::LogCapture log;
-    Outputs o;
-    ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 2 | 16, &o), 0);
-    EXPECT_EQ(o.conf, 200);
-    EXPECT_EQ(o.multi, 0);
-    const float K = f.K();
-    EXPECT_EQ(o.depth, static_cast<uint16_t>(static_cast<int>(K / 20.0f))) << "mode " << mode;
-    char text[96];
-    snprintf(text, sizeof text, "myDispTrans depthresult=%d,isMultiDepth=0", o.depth);
-    EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "Bivista_CalcShift", text), 1);
-  }
+TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
+  for (bool wide : {false, true})
+    for (int mode : {0, 1, 2}) {
+      Frame f(160, 120, 176, wide);
+      f.rec.mode = mode;
+      const BIVISTA_Rect a = ImageRect(f, 20, 10, 99, 69);
+      const float K = f.K();
+      const struct {
+        int fill, offset, conf, depth, multi;  // depth -1: not checked
+      } cases[] = {
+          {20 * 4 + 2, 0, 200, DepthOf(K, 20), 0},            // 20.5 truncates to 20 whole pixels
+          {100, -20, 200, DepthOf(K, 20), 0},                 // (100 - 20) >> 2
+          {64 * 4, 0, 200, wide ? DepthOf(K, 0.2f) : -1, 0},  // above 63 counts as 0.2
+          {3, 0, 200, 0, 0},   // nothing kept: not-a-number average gives 0
+          {80, 0, 32, 0, -1},  // no confident sample: likewise
+      };
+      for (const auto& c : cases) {
+        f.Fill(c.fill);
+        f.rec.dispOffset = c.offset;
+        for (uint8_t& v : f.conf) v = static_cast<uint8_t>(c.conf);
+        bvtest::LogCapture log;
+        Outputs o;
+        ASSERT_EQ(Calc(f, a, 2 | 16, &o), 0);
+        SCOPED_TRACE(testing::Message() << wide << " mode " << mode << " fill " << c.fill);
+        EXPECT_EQ(o.conf, c.conf);
+        if (c.depth >= 0) { EXPECT_EQ(o.depth, c.depth); }
+        if (c.multi >= 0) { EXPECT_EQ(o.multi, c.multi); }
+        const std::string text =
+            "myDispTrans depthresult=" + std::to_string(o.depth) + ",isMultiDepth=0";
+        if (c.multi == 0) {
+          EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "Bivista_CalcShift", text), 1);
+        }
+      }
+      // Two planes ten apart are half mixed (the correction of mode 1 moves them).
+      if (mode == 1) continue;
+      for (int y = 0; y < f.height; ++y)
+        for (int x = 0; x < f.width; ++x) f.Set(x, y, (x < 60 ? 10 : 20) * 4);
+      Outputs o;
+      ASSERT_EQ(Calc(f, a, 16, &o), 0);
+      EXPECT_EQ(o.multi, 128);
+    }
 }
-
-TEST_P(DepthEndToEnd, TwoPlanesTenApartAreHalfMixed) {
-  Frame f(160, 120, 176, GetParam());
-  for (int y = 0; y < f.height; ++y)
-    for (int x = 0; x < f.width; ++x) f.Set(x, y, (x < 60 ? 10 : 20) * 4);
-  Outputs o;
-  ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 16, &o), 0);
-  EXPECT_EQ(o.multi, 128);
-}
-
-TEST_P(DepthEndToEnd, OffsetAndClamp) {
-  Frame f(160, 120, 176, GetParam());
-  f.Fill(100);
-  f.rec.dispOffset = -20;  // (100 - 20) >> 2 = 20
-  Outputs o;
-  ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 16, &o), 0);
-  EXPECT_EQ(o.depth, static_cast<uint16_t>(static_cast<int>(f.K() / 20.0f)));
-  // Above 63 and 0 both count as 0.2.
-  const uint16_t clamped = static_cast<uint16_t>(static_cast<int>(f.K() / 0.2f));
-  f.rec.dispOffset = 0;
-  f.Fill(64 * 4);
-  ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 16, &o), 0);
-  if (GetParam()) {
-    EXPECT_EQ(o.depth, clamped);
-  }
-  f.Fill(3);  // every sample below 2 pixels: nothing kept, not-a-number average gives 0
-  ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 16, &o), 0);
-  EXPECT_EQ(o.depth, 0);
-  // No confident sample: the average is not a number and passes the clamp.
-  f.Fill(80);
-  for (uint8_t& c : f.conf) c = 32;
-  ASSERT_EQ(Calc(f, ImageRect(f, 20, 10, 99, 69), 16, &o), 0);
-  EXPECT_EQ(o.depth, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, DepthEndToEnd, ::testing::Bool());
 
 TEST(Confidence, IntegerAverageOfTheArea) {
   Frame f(64, 48, 70, false, 2);
@@ -87,141 +77,100 @@ TEST(Confidence, IntegerAverageOfTheArea) {
 }
 
 TEST(ResizeFactor, AspectRules) {
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(3968, 2976), 3968 * 0.00025201612);
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(1600, 900), 1600 * 0.00025201612);
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(204, 115), 204 * 0.00025201612);
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(3968, 2240), 3968 * 0.00025201612);
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(1800, 900), 1800 * 0.00025201612);
-  EXPECT_FLOAT_EQ(bivista::getResizeFac(2976, 2976), 2976 * 0.0003360215);
+  const int sizes[][3] = {{3968, 2976, 0}, {1600, 900, 0}, {204, 115, 0},
+                          {3968, 2240, 0}, {1800, 900, 0}, {2976, 2976, 1}};
+  for (const auto& s : sizes)
+    EXPECT_FLOAT_EQ(bivista::getResizeFac(s[0], s[1]),
+                    s[0] * (s[2] ? 0.0003360215 : 0.00025201612));
   bvtest::LogCapture log;
   EXPECT_EQ(bivista::getResizeFac(100, 37), 1.0f);
   EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "getResizeFac", "invalid image size:w=100,h=37"),
             1);
 }
 
-// The average on a hand-made window: one 8-bit row per case, full confidence.
-struct Window {
-  std::vector<uint8_t> disp, conf;
-  DisparityType rec{};
-  explicit Window(const std::vector<int>& pixels) {
-    for (int p : pixels) disp.push_back(static_cast<uint8_t>(p * 4));
-    conf.assign(disp.size(), 255);
-    rec.data = disp.data();
-    rec.width = rec.stride = static_cast<int>(disp.size());
-    rec.height = 1;
-  }
-  int Run(float* r) {
-    const int n = static_cast<int>(disp.size());
-    return bivista::D2DataAnalysisAFDisparity_New(rec, n, n, 1, 0, r, n, 1, conf.data());
+// The average on hand-made rows (16-bit when `wide`), full confidence; r[2] starts as a marker.
+struct Avg {
+  float r[4] = {9, 9, -5, 9};
+  int score;
+  Avg(const std::vector<int>& pixels, int rows = 1, int startW = 0, bool wide = false) {
+    std::vector<uint8_t> d8, conf(pixels.size(), 255);
+    std::vector<uint16_t> d16;
+    for (int p : pixels)
+      d8.push_back(static_cast<uint8_t>(p * 4)), d16.push_back(static_cast<uint16_t>(p * 4));
+    DisparityType rec{};
+    rec.format = wide;
+    rec.data = wide ? static_cast<void*>(d16.data()) : d8.data();
+    const int n = static_cast<int>(pixels.size()) / rows;
+    rec.width = rec.stride = n;
+    rec.height = rows;
+    score = bivista::D2DataAnalysisAFDisparity_New(rec, n, n, rows, 0, r, startW ? startW : n, rows,
+                                                   conf.data());
   }
 };
 
-TEST(AverageDisparity, PeakCentredMean) {
-  float r[4] = {0, 0, -5, 0};
+TEST(AverageDisparity, PeakNeighboursTiesAndEarlyReturn) {
   // Peak 20 (5 samples), neighbours 19 (1) and 21 (2); 30 is outside the three bins.
-  Window w({20, 20, 20, 20, 20, 19, 21, 21, 30, 22});
-  const int score = w.Run(r);
-  EXPECT_FLOAT_EQ(r[0], (19.0f * 1 + 20 * 5 + 21 * 2) / 8.0f);
-  EXPECT_EQ(r[1], 20.0f);
-  EXPECT_EQ(r[2], -5.0f);  // not written on this path
+  Avg a({20, 20, 20, 20, 20, 19, 21, 21, 30, 22});
+  EXPECT_FLOAT_EQ(a.r[0], (19.0f * 1 + 20 * 5 + 21 * 2) / 8.0f);
+  EXPECT_EQ(a.r[1], 20.0f);
+  EXPECT_EQ(a.r[2], -5.0f);  // not written on this path
   // Smoothed count at 20: every sample from 18 to 22 adds one.
-  const int expect = static_cast<int>(9 * 457.14285f / 10 + 13.714287f + 0.5f);
-  EXPECT_EQ(score, std::min(expect, 255));
-  EXPECT_EQ(r[3], static_cast<float>(score));
-}
-
-TEST(AverageDisparity, LowPeakTrustsLeftNeighbourHalf) {
-  float r[4];
-  Window w({3, 3, 3, 2, 2, 4});
-  w.Run(r);
-  EXPECT_FLOAT_EQ(r[0], static_cast<float>((0.5 * 2 * 2 + 4 * 1 + 3 * 3) / (0.5 * 2 + 1 + 3)));
-}
-
-TEST(AverageDisparity, TiesKeepLowerAndDisagreementReturnsEarly) {
-  float r[4] = {0, 0, 0, 0};
+  EXPECT_EQ(a.score, std::min(static_cast<int>(9 * 457.14285f / 10 + 13.714287f + 0.5f), 255));
+  EXPECT_EQ(a.r[3], static_cast<float>(a.score));
+  // A low peak trusts half of its left neighbour.
+  EXPECT_FLOAT_EQ(Avg({3, 3, 3, 2, 2, 4}).r[0],
+                  static_cast<float>((0.5 * 2 * 2 + 4 + 3 * 3) / (0.5 * 2 + 1 + 3)));
   // Raw 30 and 31 tie: 30 wins, so the mean is over 29..31, not 30..32.
-  Window tie({30, 30, 31, 31, 32});
-  tie.Run(r);
-  EXPECT_EQ(r[1], 30.0f);
-  EXPECT_FLOAT_EQ(r[0], 30.5f);
-  // Raw peak 10 (three samples) but smoothed peak in the dense run 40..44.
-  Window split({10, 10, 10, 40, 41, 42, 43, 44});
-  float q[4] = {9, 9, 9, 9};
-  const int ret = split.Run(q);
-  EXPECT_EQ(q[0], 10.0f);
-  EXPECT_EQ(q[1], 42.0f);
-  EXPECT_EQ(q[2], 44.0f);
-  EXPECT_EQ(q[3], 0.0f);
-  EXPECT_EQ(ret, 42 - 10 + 2);
+  Avg tie({30, 30, 31, 31, 32});
+  EXPECT_EQ(tie.r[1], 30.0f);
+  EXPECT_FLOAT_EQ(tie.r[0], 30.5f);
+  // Raw peak 10 (three samples) but smoothed peak in the dense run 40..44: early return.
+  Avg split({10, 10, 10, 40, 41, 42, 43, 44});
+  EXPECT_TRUE(split.r[0] == 10 && split.r[1] == 42 && split.r[2] == 44 && split.r[3] == 0);
+  EXPECT_EQ(split.score, 42 - 10 + 2);
 }
 
 TEST(AverageDisparity, GuardsOutsideTheBins) {
   // 16-bit samples above bin 159 count only in the (clipped) maximum.
-  std::vector<uint16_t> d = {40 * 4, 40 * 4, 40 * 4, 900 * 4, 900 * 4, 900 * 4, 900 * 4};
-  std::vector<uint8_t> c(d.size(), 255);
-  DisparityType rec{};
-  rec.format = 1;
-  rec.data = d.data();
-  rec.width = rec.stride = static_cast<int>(d.size());
-  rec.height = 1;
-  float r[4];
-  bivista::D2DataAnalysisAFDisparity_New(rec, 7, 7, 1, 0, r, 7, 1, c.data());
-  EXPECT_FLOAT_EQ(r[0], 40.0f);
+  EXPECT_FLOAT_EQ(Avg({40, 40, 40, 900, 900, 900, 900}, 1, 0, true).r[0], 40.0f);
   // Nothing kept and a minimum that starts at w = 400: no read outside the histogram.
-  std::vector<uint8_t> flat(400 * 2, 0);
-  std::vector<uint8_t> conf(flat.size(), 255);
-  rec.format = 0;
-  rec.data = flat.data();
-  rec.width = rec.stride = 400;
-  rec.height = 2;
-  const int score = bivista::D2DataAnalysisAFDisparity_New(rec, 400, 400, 2, 0, r, 40, 2,
-                                                           conf.data());
-  EXPECT_TRUE(isnan(r[0]));
-  EXPECT_EQ(score, 14);
+  Avg flat(std::vector<int>(800, 0), 2, 40);
+  EXPECT_TRUE(isnan(flat.r[0]));
+  EXPECT_EQ(flat.score, 14);
 }
 
 // The running minima start at the area width (average) and at the stride (multi-depth), not at
 // a large value, so a small start lets the scans begin below the smallest kept disparity.
 TEST(RunningMinimum, StartsAtWidthAndStride) {
-  float r[4];
-  Window narrow(std::vector<int>(10, 20));  // w = 10: smoothed bins 18..22 tie, scan from 10
-  narrow.Run(r);
-  EXPECT_EQ(r[1], 18.0f);
-  Window wide(std::vector<int>(30, 20));  // w = 30: scan from 20
-  wide.Run(r);
-  EXPECT_EQ(r[1], 20.0f);
-  EXPECT_FLOAT_EQ(r[0], 20.0f);
-
+  EXPECT_EQ(Avg(std::vector<int>(10, 20)).r[1], 18.0f);  // w = 10: smoothed bins 18..22 tie
+  Avg wide(std::vector<int>(30, 20));                    // w = 30: scan from 20
+  EXPECT_EQ(wide.r[1], 20.0f);
+  EXPECT_FLOAT_EQ(wide.r[0], 20.0f);
   // Disparities 20 and 23 span less than 5, which alone gives 0; a stride of 12 starts the
   // minimum at 12, the span passes, and the window around 20 holds half the samples.
-  std::vector<uint8_t> d(12 * 2, 0);
-  for (int i = 0; i < 10; ++i) {
-    d[i] = 20 * 4;
-    d[12 + i] = 23 * 4;
+  for (int stride : {12, 400}) {
+    std::vector<uint8_t> d(stride * 2, 0);
+    std::fill(d.begin(), d.begin() + 10, 20 * 4);
+    std::fill(d.begin() + stride, d.begin() + stride + 10, 23 * 4);
+    DisparityType rec{};
+    rec.data = d.data();
+    EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, stride, 10, 2, 0), stride == 12 ? 128 : 0);
+    // One row holds one depth.
+    if (stride == 12) { EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0); }
   }
-  DisparityType rec{};
-  rec.data = d.data();
-  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 2, 0), 128);
-  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0);  // one depth: above 90%
-  std::vector<uint8_t> big(400 * 2, 0);
-  for (int i = 0; i < 10; ++i) {
-    big[i] = 20 * 4;
-    big[400 + i] = 23 * 4;
-  }
-  rec.data = big.data();
-  EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 400, 10, 2, 0), 0);  // minimum from the samples
 }
 
 TEST(WindowGrowth, StopsAtTheFirstConfidentWindow) {
   // Confident samples only on a ring outside the 50.6% window: the growth must reach 75.9%.
   Frame f(160, 120, 160, false, 1);
   f.Fill(30 * 4);
-  for (uint8_t& c : f.conf) c = 0;
   const int w = 100, h = 80, left = 30, top = 20;
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      const bool inner = x >= 20 && x < 80 && y >= 16 && y < 64;
-      f.conf[(top + y) * 160 + left + x] = inner ? 0 : 255;
+  for (int y = 0; y < 120; ++y)
+    for (int x = 0; x < 160; ++x) {
+      const int i = x - left, j = y - top;
+      const bool ring =
+          i >= 0 && i < w && j >= 0 && j < h && !(i >= 20 && i < 80 && j >= 16 && j < 64);
+      f.conf[y * 160 + x] = ring ? 255 : 0;
     }
   float r[4];
   bivista::analysisAFDepth(f.rec, 160, w, h, left + top * 160, r, 0.0f, f.conf.data());
@@ -229,70 +178,43 @@ TEST(WindowGrowth, StopsAtTheFirstConfidentWindow) {
   EXPECT_GE(r[3], 64.0f);
   // A confident centre at another disparity stops the growth at 10%.
   for (int y = 36; y < 64; ++y)
-    for (int x = 70; x < 90; ++x) {
-      f.Set(x, y, 12 * 4);
-      f.conf[y * 160 + x] = 255;
-    }
+    for (int x = 70; x < 90; ++x) f.Set(x, y, 12 * 4), f.conf[y * 160 + x] = 255;
   bivista::analysisAFDepth(f.rec, 160, w, h, left + top * 160, r, 0.0f, f.conf.data());
   EXPECT_FLOAT_EQ(r[0], 12.0f);
 }
 
-int Multi(const std::vector<int>& pixels, int offset = 0) {
-  std::vector<uint8_t> d;
-  for (int p : pixels) d.push_back(static_cast<uint8_t>(p));
-  DisparityType rec{};
-  rec.data = d.data();
-  rec.dispOffset = offset;
-  rec.width = rec.stride = static_cast<int>(d.size());
-  rec.height = 1;
-  return bivista::D2AnalysisAFMultiDepth(rec, rec.stride, rec.width, 1, 0);
-}
-
-std::vector<int> Pixels(std::initializer_list<std::pair<int, int>> runs) {
-  std::vector<int> v;
-  for (auto [disp, count] : runs)
-    for (int i = 0; i < count; ++i) v.push_back(disp * 4);
-  return v;
-}
-
 TEST(MultiDepth, DegreeAndCutoffs) {
-  EXPECT_EQ(Multi(Pixels({{20, 50}})), 0);                      // one depth
-  EXPECT_EQ(Multi(Pixels({{20, 50}, {24, 50}})), 0);            // range below 5
-  EXPECT_EQ(Multi(Pixels({{10, 30}, {20, 30}})), 128);          // two halves
-  EXPECT_EQ(Multi(Pixels({{10, 95}, {20, 5}})), 0);             // window above 90%
-  EXPECT_EQ(Multi(Pixels({{10, 91}, {20, 9}})), 0);
-  EXPECT_EQ(Multi(Pixels({{10, 90}, {20, 10}})), 26);
-  EXPECT_EQ(Multi(Pixels({{10, 20}, {20, 40}, {40, 40}})), 153);  // peak window holds 40%
-  // A peak at 2 sums bins 1..5: 1 and 5 are inside the window, 6 is not.
-  EXPECT_EQ(Multi(Pixels({{2, 40}, {1, 10}, {5, 10}, {6, 10}, {30, 30}})), 102);
-  // Offsets are taken before the absolute value; 63 and 0 are out.
-  EXPECT_EQ(Multi(Pixels({{10, 30}, {20, 30}}), -160), 128);  // |40-160|>>2=30, |80-160|>>2=20
-  EXPECT_EQ(Multi(Pixels({{63, 30}, {20, 30}})), 0);
+  const struct {
+    std::vector<std::pair<int, int>> runs;  // (disparity, count)
+    int offset, expect;
+  } cases[] = {
+      {{{20, 50}}, 0, 0},              // one depth
+      {{{20, 50}, {24, 50}}, 0, 0},    // range below 5
+      {{{10, 30}, {20, 30}}, 0, 128},  // two halves
+      {{{10, 95}, {20, 5}}, 0, 0},     // window above 90%
+      {{{10, 91}, {20, 9}}, 0, 0},
+      {{{10, 90}, {20, 10}}, 0, 26},
+      {{{10, 20}, {20, 40}, {40, 40}}, 0, 153},  // peak window holds 40%
+      // A peak at 2 sums bins 1..5: 1 and 5 are inside the window, 6 is not.
+      {{{2, 40}, {1, 10}, {5, 10}, {6, 10}, {30, 30}}, 0, 102},
+      // Offsets are taken before the absolute value; 63 and 0 are out.
+      {{{10, 30}, {20, 30}}, -160, 128},  // |40-160|>>2=30, |80-160|>>2=20
+      {{{63, 30}, {20, 30}}, 0, 0},
+  };
+  for (const auto& c : cases) {
+    std::vector<uint8_t> d;
+    for (auto [disp, count] : c.runs) d.insert(d.end(), count, static_cast<uint8_t>(disp * 4));
+    DisparityType rec{};
+    rec.data = d.data();
+    rec.dispOffset = c.offset;
+    rec.width = rec.stride = static_cast<int>(d.size());
+    rec.height = 1;
+    EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, rec.stride, rec.width, 1, 0), c.expect)
+        << c.runs.size();
+  }
 }
 
 // Plain per-pixel statement of the correction, carried best cost and k included.
-template <typename T>
-void ReferenceCorrect(const std::vector<T>& in, const std::vector<uint8_t>& conf, int width,
-                      int stride, BIVISTA_Rect r, std::vector<T>* out, std::vector<uint8_t>* oc) {
-  int best = 1 << 30, bestK = 0;
-  for (int y = r.top; y <= r.bottom; ++y)
-    for (int x = r.left; x <= r.right; ++x) {
-      for (int k = 0; k < 50; ++k) {
-        const int col = x + k < width - 1 ? x + k : width - 1;
-        const int cost = std::abs(k + 2 - (in[y * stride + col] >> 2));
-        if (cost < best) {
-          best = cost;
-          bestK = k;
-          if (cost == 0) break;
-        }
-      }
-      int k = bestK < width - 1 - x ? bestK : width - 1 - x;
-      if (k < 0) k = 0;
-      (*out)[y * stride + x] = in[y * stride + x + k];
-      (*oc)[y * stride + x] = conf[y * stride + x + k];
-    }
-}
-
 template <typename T>
 void CheckCorrection(int seed, int maxValue, int minValue = 0, int minWidth = 70) {
   std::mt19937 rng(seed);
@@ -306,13 +228,22 @@ void CheckCorrection(int seed, int maxValue, int minValue = 0, int minWidth = 70
   r.bottom = r.top + 3 + static_cast<int>(rng() % 10);
   std::vector<T> out(in.size(), 7), expect(in.size(), 7);
   std::vector<uint8_t> oc(in.size(), 9), ec(in.size(), 9);
-  ReferenceCorrect(in, conf, width, stride, r, &expect, &ec);
+  int best = 1 << 30, bestK = 0;
+  for (int y = r.top; y <= r.bottom; ++y)
+    for (int x = r.left; x <= r.right; ++x) {
+      for (int k = 0; k < 50; ++k) {
+        const int cost = std::abs(k + 2 - (in[y * stride + std::min(x + k, width - 1)] >> 2));
+        if (cost < best) best = cost, bestK = k;
+        if (cost == 0) break;
+      }
+      const int k = std::max(0, std::min(bestK, width - 1 - x));  // past the edge: last column
+      expect[y * stride + x] = in[y * stride + x + k];
+      ec[y * stride + x] = conf[y * stride + x + k];
+    }
   DisparityType rec{};
-  rec.format = sizeof(T) == 1 ? 0 : 1;
+  rec.format = sizeof(T) == 2;
   rec.data = in.data();
-  rec.width = width;
-  rec.height = height;
-  rec.stride = stride;
+  rec.width = width, rec.height = height, rec.stride = stride;
   bivista::CorrectFocusArea(rec, conf.data(), r, out.data(), oc.data());
   ASSERT_EQ(out, expect) << "seed " << seed;
   ASSERT_EQ(oc, ec) << "seed " << seed;
@@ -327,10 +258,7 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnRandomMaps) {
     CheckCorrection<uint8_t>(seed + 400, 256, 208);  // never a cost of 0: every pixel searches
     CheckCorrection<uint16_t>(seed + 500, 1024, 208);
   }
-}
-
-// Rows long enough for several search chunks, on every vector target.
-TEST(CorrectFocusArea, MatchesPlainStatementOnLongRowsOnEveryTarget) {
+  // Rows long enough for several search chunks, on every vector target.
   bvtest::ForEachHwyTarget([](const char*) {
     for (int seed = 0; seed < 4; ++seed) {
       CheckCorrection<uint8_t>(seed + 600, 12, 0, 600);
@@ -340,52 +268,44 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnLongRowsOnEveryTarget) {
   });
 }
 
-TEST(CorrectFocusArea, ConstantDisparityShiftsByItsValue) {
-  Frame f(64, 8, 64, false, 1);
-  for (int y = 0; y < 8; ++y)
-    for (int x = 0; x < 64; ++x) {
-      f.Set(x, y, 10 * 4);
-      f.conf[y * 64 + x] = static_cast<uint8_t>(x);
-    }
-  std::vector<uint8_t> od(f.disp8.size(), 0), oc(f.disp8.size(), 0);
-  bivista::CorrectFocusArea(f.rec, f.conf.data(), BIVISTA_Rect{4, 2, 63, 5}, od.data(), oc.data());
-  // cost |k + 2 - 10| is 0 at k = 8; columns past 55 take the last column.
-  for (int x = 4; x < 64; ++x) EXPECT_EQ(oc[3 * 64 + x], x + 8 < 64 ? x + 8 : 63) << x;
-  EXPECT_EQ(oc[1 * 64 + 10], 0);  // outside the rectangle
-  EXPECT_EQ(oc[3 * 64 + 3], 0);
-}
-
-TEST(DepthMode1, ScratchFailuresAreReportedAndFreed) {
-  for (bool wide : {false, true}) {
-    Frame f(64, 48, 64, wide, 2);
-    f.rec.mode = 1;
+// Every allocation fails in turn: the message of that step, -1, and nothing leaked; the shift
+// planes (mode 0) and the corrected copies (mode 1, after the confidence is written).
+TEST(AllocationFailures, AreReportedAndFreed) {
+  const struct {
+    int mode;
+    bool wide;
+    int flags;
+    std::vector<std::pair<const char*, const char*>> msgs;  // (function, text) per failing run
+  } cases[] = {
+      {0, false, 4, {{"TransDispariyArea", "malloc failed"}}},
+      {1,
+       false,
+       2 | 16,
+       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+        {"Bivista_CalcShift", "Malloc CorrectedDisp_uchar memory error!"}}},
+      {1,
+       true,
+       2 | 16,
+       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
+        {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
+  };
+  for (const auto& c : cases) {
+    Frame f(64, 48, 64, c.wide, 2);
+    f.rec.mode = c.mode;
     f.Fill(80);
-    const char* dispMsg = wide ? "Malloc CorrectedDisp_ushort memory error!"
-                               : "Malloc CorrectedDisp_uchar memory error!";
+    const size_t n = c.msgs.size();
     const int runs = bvtest::ForEachMallocFailure([&](int run) {
       bvtest::LogCapture log;
       Outputs o;
-      const int rc = Calc(f, ImageRect(f, 5, 5, 40, 30), 2 | 16, &o);
-      if (run == 1) {
-        EXPECT_EQ(rc, -1);
-        EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "Bivista_CalcShift",
-                                   "Malloc CorrectedConfidence memory error!"), 1);
-        EXPECT_EQ(o.conf, 200);  // written before the depth step
-        EXPECT_EQ(o.depth, 0xBEEF);
-      } else if (run == 2) {
-        EXPECT_EQ(rc, -1);
-        EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "Bivista_CalcShift", dispMsg), 1);
-      } else {
-        EXPECT_EQ(rc, 0);
-      }
+      EXPECT_EQ(Calc(f, ImageRect(f, 5, 5, 40, 30), c.flags, &o), size_t(run) <= n ? -1 : 0);
+      if (size_t(run) > n) return;
+      EXPECT_EQ(
+          bvtest::CountMsg(log, 6, "ZR481_ALGO", c.msgs[run - 1].first, c.msgs[run - 1].second), 1);
+      EXPECT_TRUE(o.depth == 0xBEEF && o.sx == -99.0f && o.conf == (c.mode ? 200 : 0xAB));
     });
-    EXPECT_EQ(runs, 3);
+    EXPECT_EQ(runs, int(n) + 1);
   }
 }
-
-}  // namespace
-
-namespace {
 
 // Mode 1 works on packed copies of the corrected area; the results must be those of the
 // map-sized corrected planes read with the map's stride.
@@ -404,22 +324,19 @@ TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
                          w - 1 - static_cast<int>(rng() % 10), h - 1 - static_cast<int>(rng() % 8)};
     Outputs o;
     ASSERT_EQ(Calc(f, a, 16, &o), 0);
-
-    const size_t n = static_cast<size_t>(stride) * h;
-    std::vector<uint16_t> disp(n, 0);  // wide enough for either format
-    std::vector<uint8_t> conf(n, 0);
+    std::vector<uint16_t> disp(size_t(stride) * h, 0);  // wide enough for either format
+    std::vector<uint8_t> conf(disp.size(), 0);
     bivista::CorrectFocusArea(f.rec, f.conf.data(), a, disp.data(), conf.data());
     DisparityType corrected = f.rec;
     corrected.data = disp.data();
-    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1;
-    const int offset = a.left + a.top * stride;
+    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1,
+              offset = a.left + a.top * stride;
     float r[4];
     bivista::analysisAFDepth(corrected, stride, aw, ah, offset, r, 0.0f, conf.data());
-    float D = r[0];
-    if (D > 63.0f || D < 0.2f) D = 0.2f;
+    const float D = r[0] > 63.0f || r[0] < 0.2f ? 0.2f : r[0];
     // Not 4:3: factor 1, camera 2's smaller focal length, baseline 13.
-    const float K = static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 *
-                                       13.0);
+    const float K =
+        static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 * 13.0);
     EXPECT_EQ(o.depth, static_cast<uint16_t>(bivista::ToInt32Sat(K / D))) << t;
     EXPECT_EQ(o.multi, bivista::D2AnalysisAFMultiDepth(corrected, stride, aw, ah, offset)) << t;
   }
