@@ -1,18 +1,28 @@
-// Float resizers against direct formulations, and their row kernels against the scalar rows.
+// Resizers against direct formulations, their messages, and vector against scalar rows.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <vector>
 
 #include "bivista/imageformat.h"
+#include "bivista/xelma_log.h"
 #include "imageformat/resize_float_kernels.h"
+#include "imageformat/resize_u8_kernels.h"
 #include "support/alloc_table.h"
 #include "support/hwy_targets.h"
+#include "support/platform_capture.h"
 
 namespace {
+
+std::vector<uint8_t> Bytes(size_t n, std::mt19937& rng) {
+  std::vector<uint8_t> v(n);
+  for (auto& b : v) b = static_cast<uint8_t>(rng());
+  return v;
+}
 
 std::vector<float> Floats(size_t n, std::mt19937& rng, float lo = -5.0f, float hi = 50.0f) {
   std::uniform_real_distribution<float> u(lo, hi);
@@ -133,43 +143,6 @@ TEST(ResizeFloat, ExactHalvingAndDoublingUseTheirOwnIndexRules) {
   }
 }
 
-TEST(ResizeFloat, EmptyDestinationsAreNotWritten) {
-  const float src[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-  const uint8_t mask[16] = {};
-  std::vector<float> out(16, -9.0f);
-  for (const auto& d : {std::pair<int, int>{4, -1}, {0, 4}}) {
-    const int dw = d.first, dh = d.second;
-    ResizeFloat(src, out.data(), 4, 4, dw, dh);
-    ResizeDepth(src, out.data(), 4, 4, dw, dh);
-    ResizeSpareDisparity(src, out.data(), 4, 4, dw, dh, 0.0f);
-    ResizeSpareDisparityNearest(src, out.data(), 4, 4, dw, dh, 0.0f);
-    ResizeSparedataFloat(src, mask, out.data(), 4, 4, dw, dh, 1.0f, 0.0f);
-    ResizeFloatImg_Bilinear(src, out.data(), 4, 4, dw, dh);
-    ResizeFloatImage_KeepBorder_full(src, out.data(), nullptr, nullptr, 4, 4, dw, dh);
-  }
-  EXPECT_EQ(out, std::vector<float>(16, -9.0f));
-}
-
-TEST(ResizeFloat, AllocationFailureKeepsResultsAndLeaksNothing) {
-  std::mt19937 rng(65);
-  const auto src = Floats(41 * 29, rng);
-  std::vector<uint8_t> mask(41 * 29);
-  for (auto& m : mask) m = rng() % 4 == 0;
-  std::vector<float> want(23 * 31), got(23 * 31);
-  auto each = [&](auto call) {
-    call(want.data());
-    EXPECT_EQ(bvtest::ForEachMallocFailure([&](int) {
-      std::fill(got.begin(), got.end(), 0.0f);
-      call(got.data());
-      EXPECT_TRUE(SameBits(got, want));
-    }), 2);
-  };
-  each([&](float* o) { ResizeFloat(src.data(), o, 41, 29, 23, 31); });
-  each([&](float* o) { ResizeSpareDisparity(src.data(), o, 41, 29, 23, 31, 3.0f); });
-  each([&](float* o) { ResizeSparedataFloat(src.data(), mask.data(), o, 41, 29, 23, 31, 2.0f, -1.0f); });
-  each([&](float* o) { ResizeSpareDisparityNearest(src.data(), o, 41, 29, 23, 31, 3.0f); });
-}
-
 // Guided up-sampling by its definition: nearest band, 5x5 joint bilateral inside with the
 // weights exp(-0.1 |d|) the table holds.
 std::vector<float> DirectKeepBorder(const std::vector<float>& s, const std::vector<uint8_t>& gl,
@@ -278,6 +251,195 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
         auto extend = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n, wy0, 1.0 - wy0); }; };
         ASSERT_TRUE(same(extend(bivista::ExtendRow), extend(bivista::scalar::ExtendRow), 2 * n)) << n;
       }
+    }
+  });
+}
+
+// Channel k of pixel p of an image with ch bytes a pixel, resized by the definition.
+float Direct(const std::vector<uint8_t>& s, int sw, int sh, int dw, int dh, int ch, int k, int p) {
+  const float fx = (p % dw) * (static_cast<float>(sw - 1) / dw), fy = (p / dw) * (static_cast<float>(sh - 1) / dh);
+  const int x0 = static_cast<int>(fx), y0 = static_cast<int>(fy);
+  const float ax = fx - x0, ay = fy - y0;
+  auto at = [&](int y, int x) { return static_cast<float>(s[(y * sw + x) * ch + k]); };
+  return (at(y0, x0) * (1 - ax) + at(y0, x0 + 1) * ax) * (1 - ay) + (at(y0 + 1, x0) * (1 - ax) + at(y0 + 1, x0 + 1) * ax) * ay;
+}
+
+TEST(ResizeU8, ResizersFollowTheDefinition) {
+  std::mt19937 rng(51);
+  for (const auto& z : kSizes) {
+    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
+    for (int ch = 1; ch <= 4; ++ch) {
+      const auto src = Bytes(sw * sh * ch, rng);
+      if (ch == 1) {  // the plane truncates, the mask thresholds above 127
+        std::vector<uint8_t> out(dw * dh + 1, 0xEE), mask(dw * dh + 1, 0xEE);
+        ResizeUchar(src.data(), out.data(), sw, sh, dw, dh);
+        ResizeUcharMask(src.data(), mask.data(), sw, sh, dw, dh);
+        for (int p = 0; p < dw * dh; ++p) {
+          const float v = Direct(src, sw, sh, dw, dh, 1, 0, p);
+          ASSERT_TRUE(out[p] == static_cast<uint8_t>(static_cast<int>(v)) && mask[p] == (v > 127.0f ? 255 : 0)) << p;
+        }
+        EXPECT_TRUE(out[dw * dh] == 0xEE && mask[dw * dh] == 0xEE);
+      }
+      // A channel resizer touches only its channel.
+      for (int k = 0; k < ch; ++k) {
+        auto dst = Bytes(dw * dh * ch, rng);
+        const auto before = dst;
+        ResizeUcharChl(src.data() + k, dst.data() + k, sw, sh, dw, dh, ch);
+        for (int i = 0; i < dw * dh * ch; ++i)
+          ASSERT_EQ(dst[i], i % ch != k ? before[i] : static_cast<uint8_t>(static_cast<int>(Direct(src, sw, sh, dw, dh, ch, k, i / ch)))) << ch << " " << k << " " << i;
+      }
+    }
+  }
+  // At exactly 127 the mask stays 0; values just above 127 come up in the random images.
+  const uint8_t flat[4] = {127, 127, 127, 127};
+  uint8_t m[2];
+  ResizeUcharMask(flat, m, 2, 2, 2, 1);
+  EXPECT_EQ(m[1], 0);
+  // NV21 and RGB are their channel passes.
+  for (const auto& z : {std::array<int, 4>{8, 6, 4, 4}, {40, 20, 22, 12}, {66, 34, 130, 66}, {4, 4, 2, 2}}) {
+    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
+    const auto nv21 = Bytes(sw * sh * 3 / 2, rng), rgb = Bytes(sw * sh * 3, rng);
+    std::vector<uint8_t> ours(dw * dh * 3 / 2, 1), want(dw * dh * 3 / 2, 1), o3(dw * dh * 3, 1), w3(dw * dh * 3, 2);
+    ResizeUcharNV21(nv21.data(), ours.data(), sw, sh, dw, dh);
+    ResizeUchar(nv21.data(), want.data(), sw, sh, dw, dh);
+    ResizeUcharRGB(rgb.data(), o3.data(), sw, sh, dw, dh);
+    for (int k = 0; k < 3; ++k) {
+      ResizeUcharChl(rgb.data() + k, w3.data() + k, sw, sh, dw, dh, 3);
+      if (k < 2) ResizeUcharChl(nv21.data() + sw * sh + k, want.data() + dw * dh + k, sw / 2, sh / 2, dw / 2, dh / 2, 2);
+    }
+    EXPECT_TRUE(ours == want && o3 == w3) << sw << "x" << sh;
+  }
+}
+
+TEST(Resize, EmptyDestinationsWriteNothingAndChannelResizersReportUnderOneName) {
+  bvtest::LogCapture log;
+  const uint8_t src[64] = {};
+  const float fsrc[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  std::vector<uint8_t> dst(64, 0x33);
+  float* out = reinterpret_cast<float*>(dst.data());
+  auto floats = [&](int dw, int dh) {
+    ResizeFloat(fsrc, out, 4, 4, dw, dh);
+    ResizeDepth(fsrc, out, 4, 4, dw, dh);
+    ResizeSpareDisparity(fsrc, out, 4, 4, dw, dh, 0.0f);
+    ResizeSpareDisparityNearest(fsrc, out, 4, 4, dw, dh, 0.0f);
+    ResizeSparedataFloat(fsrc, src, out, 4, 4, dw, dh, 1.0f, 0.0f);
+    ResizeFloatImg_Bilinear(fsrc, out, 4, 4, dw, dh);
+    ResizeFloatImage_KeepBorder_full(fsrc, out, nullptr, nullptr, 4, 4, dw, dh);
+  };
+  const struct {
+    std::function<void()> call;
+    int messages;
+    size_t firstUntouched;
+  } cases[] = {
+      {[&] { floats(4, -1); }, 0, 0},
+      {[&] { floats(0, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 4, 4, 0, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 4, 4, 4, 0); }, 0, 0},
+      {[&] { ResizeUcharMask(src, dst.data(), 4, 4, -1, 4); }, 0, 0},
+      {[&] { ResizeUchar_upScale2x2(src, dst.data(), 2, 2, 5, 4); }, 0, 0},
+      {[&] { ResizeUchar_upScale2x2(src, dst.data(), 2, 2, 4, 5); }, 0, 0},
+      {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 0, 4, 2); }, 1, 0},
+      {[&] { ResizeUcharRGB(src, dst.data(), 4, 4, 0, 4); }, 3, 0},
+      {[&] { ResizeUcharNV21(src, dst.data(), 4, 4, 1, 4); }, 2, 4},  // luma resized, chroma width 0 twice
+  };
+  for (const auto& c : cases) {
+    log.Clear();
+    c.call();
+    EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_WARN, "ZR481_ALGO", "ResizeUcharChl", "dstW <= 0", 758), c.messages);
+    EXPECT_EQ(log.Lines().size(), static_cast<size_t>(c.messages));
+    for (size_t i = c.firstUntouched; i < dst.size(); ++i) ASSERT_EQ(dst[i], 0x33) << c.messages << " at " << i;
+  }
+}
+
+TEST(Resize, AllocationFailureKeepsResultsAndLeaksNothing) {
+  std::mt19937 rng(65);
+  const auto src = Floats(41 * 29, rng);
+  const auto bytes = Bytes(97 * 31 * 3, rng);
+  std::vector<uint8_t> mask(41 * 29);
+  for (auto& m : mask) m = rng() % 4 == 0;
+  // Each call once as it is, then once for every allocation it makes, that one failing.
+  auto each = [&](auto call, auto want) {
+    auto got = want;
+    call(want.data());
+    EXPECT_EQ(bvtest::ForEachMallocFailure([&](int) {
+      std::fill(got.begin(), got.end(), 0);
+      call(got.data());
+      EXPECT_EQ(0, std::memcmp(got.data(), want.data(), got.size() * sizeof(got[0])));
+    }), 2);
+  };
+  const std::vector<float> f(23 * 31);
+  each([&](float* o) { ResizeFloat(src.data(), o, 41, 29, 23, 31); }, f);
+  each([&](float* o) { ResizeSpareDisparity(src.data(), o, 41, 29, 23, 31, 3.0f); }, f);
+  each([&](float* o) { ResizeSparedataFloat(src.data(), mask.data(), o, 41, 29, 23, 31, 2.0f, -1.0f); }, f);
+  each([&](float* o) { ResizeSpareDisparityNearest(src.data(), o, 41, 29, 23, 31, 3.0f); }, f);
+  each([&](uint8_t* o) { ResizeUchar(bytes.data(), o, 97, 31, 45, 40); }, std::vector<uint8_t>(45 * 40));
+  each([&](uint8_t* o) { ResizeUcharRGB(bytes.data(), o, 97, 31, 45, 40); }, std::vector<uint8_t>(45 * 40 * 3));
+}
+
+TEST(ResizeU8, UpScale2x2KeepsItsEdgeRule) {
+  std::mt19937 rng(55);
+  for (const auto& z : {std::pair<int, int>{2, 2}, {3, 2}, {17, 5}, {64, 9}, {129, 3}}) {
+    const int w = z.first, h = z.second;
+    const auto src = Bytes(w * h, rng);
+    std::vector<uint8_t> dst(4 * w * h, 0xEE);
+    ResizeUchar_upScale2x2(src.data(), dst.data(), w, h, 2 * w, 2 * h);
+    // The last column and row repeat the interpolation of the ones before them.
+    for (int p = 0; p < w * h; ++p) {
+      const int x = p % w, y = p / w, xs = x == w - 1 ? w - 2 : x, ys = y == h - 1 ? h - 2 : y;
+      const int a = src[ys * w + xs], b = src[ys * w + xs + 1], c = src[(ys + 1) * w + xs], e = src[(ys + 1) * w + xs + 1];
+      const uint8_t* o = &dst[2 * y * 2 * w + 2 * x];
+      ASSERT_TRUE(o[0] == a && o[1] == (a + b) >> 1 && o[2 * w] == (a + c) >> 1 && o[2 * w + 1] == (a + b + c + e) >> 2) << p;
+    }
+  }
+}
+
+TEST(ResizeU8, RandFloatSequence) {
+  // This test owns the process-wide state: it must be the only caller in the program.
+  EXPECT_EQ(randFloat(), 1.0f);
+  uint32_t state = 16383;
+  for (int i = 0; i < 1000; ++i) {
+    state = ((state & 0xFFFF) * 16383 + (state >> 16)) & 0x7FFFFFFF;
+    ASSERT_EQ(randFloat(), static_cast<float>(state & 255) * 0.00392156862745098f) << i;
+  }
+}
+
+TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
+  std::mt19937 rng(56);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int n : {1, 3, 15, 16, 17, 33, 65, 100}) {
+      for (float step : {0.3f, 1.0f, 2.08f, 2.7f, 7.5f}) {
+        const int srcW = static_cast<int>(n * step) + 6, minimal = static_cast<int>((n - 1) * step) + 2;
+        const auto a = Bytes(srcW + 256, rng), c = Bytes(srcW + 256, rng);
+        // With the column table and without it; rows readable amply or just to the last pair.
+        const bivista::ColumnTable table = bivista::MakeColumnTable(n, step);
+        for (int mask = 0; mask < 2; ++mask)
+          for (const bivista::ColumnTable& cols : {table, bivista::ColumnTable()})
+            for (int readable : {srcW + 256, minimal, minimal + 3, minimal + 40}) {
+              std::vector<uint8_t> v(n + 1, 0xEE), s(n + 1, 0xEE);
+              bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, readable, step, 0.37f, mask, cols);
+              bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, readable, step, 0.37f, mask, cols);
+              ASSERT_EQ(v, s) << n << " " << step << " readable " << readable;
+            }
+        bivista::FreeColumnTable(table);
+        std::vector<int32_t> x0(n);
+        std::vector<float> ax(n);
+        for (int i = 0; i < n; ++i) x0[i] = static_cast<int32_t>(i * step), ax[i] = i * step - x0[i];
+        for (int ch = 1; ch <= 4; ++ch) {
+          const auto ra = Bytes((srcW + 2) * ch, rng), rc = Bytes((srcW + 2) * ch, rng);
+          for (int count = 1; count <= ch; ++count) {
+            auto v = Bytes(n * ch, rng), s = v;
+            bivista::ResizeRowChannels(ra.data(), rc.data(), v.data(), x0.data(), ax.data(), n, n, 0.61f, ch, count);
+            bivista::scalar::ResizeRowChannels(ra.data(), rc.data(), s.data(), x0.data(), ax.data(), n, n, 0.61f, ch, count);
+            ASSERT_EQ(v, s) << n << " ch " << ch << " count " << count;
+          }
+        }
+      }
+      const int w = n + 1;
+      const auto a = Bytes(w, rng), c = Bytes(w, rng);
+      std::vector<uint8_t> v0(2 * w + 1, 0xEE), v1 = v0, s0 = v0, s1 = v0;
+      bivista::UpScale2x2Rows(a.data(), c.data(), v0.data(), v1.data(), w);
+      bivista::scalar::UpScale2x2Rows(a.data(), c.data(), s0.data(), s1.data(), w);
+      ASSERT_TRUE(v0 == s0 && v1 == s1) << n;
     }
   });
 }
