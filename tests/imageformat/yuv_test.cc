@@ -130,52 +130,44 @@ TEST(Yuv, CopyNv12ToPlanarYuv444WithOffsetsAndStride) {
 TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(21);
   namespace sc = bivista::scalar;
-  bvtest::ForEachHwyTarget([&](const char*) {
-    for (int n : {1, 2, 3, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 129, 257}) {
-      const auto pairs = Bytes(2 * n, rng), a = Bytes(n, rng), b = Bytes(n, rng), uv = Bytes((n + 1) & ~1, rng);
-      // Both variants write into guarded buffers o[0..5]; every byte must agree.
-      auto same = [&](auto call) {
-        Buf v[6], s[6];
-        for (int k = 0; k < 6; ++k) v[k] = s[k] = Buf(3 * n + 1, 0xEE);
-        call(v, false);
-        call(s, true);
-        for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
-      };
-      same([&](Buf* o, bool scalar) {
-        (scalar ? sc::SplitPairs : bivista::SplitPairs)(pairs.data(), o[0].data(), o[1].data(), n);
-        (scalar ? sc::MergePairs : bivista::MergePairs)(a.data(), b.data(), o[2].data(), n);
-        (scalar ? sc::UpsamplePairs : bivista::UpsamplePairs)(pairs.data(), o[3].data(), o[4].data(), n);
-        (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), uv.data(), o[5].data(), n);
-      });
-      same([&](Buf* o, bool scalar) {
-        const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
-        for (int fixed = 0; fixed < 2; ++fixed) {
-          rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
-          rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
-        }
-      });
-    }
-  });
-}
-
-// Every chroma pair once, with luma values that reach both clamps: the shortcut the vector code
-// takes for the floating-point variant must agree with the double arithmetic everywhere.
-TEST(YuvKernels, Nv12ToRgbCoversEveryChromaPair) {
-  const int w = 512;  // 256 pairs a row, one row per U value
-  Buf uv(w), y0(w), y1(w), v0(3 * w), v1(3 * w), s0(3 * w), s1(3 * w);
-  std::mt19937 rng(23);
-  for (int x = 0; x < w; ++x) {
+  // Both variants write into guarded buffers o[0..5] of n pixels; every byte must agree.
+  auto same = [](int n, auto call) {
+    Buf v[6], s[6];
+    for (int k = 0; k < 6; ++k) v[k] = s[k] = Buf(3 * n + 1, 0xEE);
+    call(v, false);
+    call(s, true);
+    for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
+  };
+  auto nv12 = [&](const Buf& a, const Buf& b, const Buf& uv, int n) {
+    same(n, [&](Buf* o, bool scalar) {
+      const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
+      for (int fixed = 0; fixed < 2; ++fixed) {
+        rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
+        rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
+      }
+    });
+  };
+  // Every chroma pair once, 256 a row, with luma values that reach both clamps: the shortcut the
+  // vector code takes for the floating-point variant must agree with the double arithmetic.
+  Buf uv(512), y0(512), y1(512);
+  for (int x = 0; x < 512; ++x) {
     y0[x] = static_cast<uint8_t>(x < 8 ? (x & 1 ? 255 : 0) : rng());
     y1[x] = static_cast<uint8_t>(x * 37 + 11);
   }
   bvtest::ForEachHwyTarget([&](const char*) {
+    for (int n : {1, 2, 3, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 129, 257}) {
+      const auto pairs = Bytes(2 * n, rng), a = Bytes(n, rng), b = Bytes(n, rng), c = Bytes((n + 1) & ~1, rng);
+      same(n, [&](Buf* o, bool scalar) {
+        (scalar ? sc::SplitPairs : bivista::SplitPairs)(pairs.data(), o[0].data(), o[1].data(), n);
+        (scalar ? sc::MergePairs : bivista::MergePairs)(a.data(), b.data(), o[2].data(), n);
+        (scalar ? sc::UpsamplePairs : bivista::UpsamplePairs)(pairs.data(), o[3].data(), o[4].data(), n);
+        (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), c.data(), o[5].data(), n);
+      });
+      nv12(a, b, c, n);
+    }
     for (int u = 0; u < 256; ++u) {
       for (int k = 0; k < 256; ++k) uv[2 * k] = static_cast<uint8_t>(u), uv[2 * k + 1] = static_cast<uint8_t>(k);
-      for (int fixed = 0; fixed < 2; ++fixed) {
-        bivista::Nv12RowsToRgb24(y0.data(), y1.data(), uv.data(), v0.data(), v1.data(), w, fixed);
-        bivista::scalar::Nv12RowsToRgb24(y0.data(), y1.data(), uv.data(), s0.data(), s1.data(), w, fixed);
-        ASSERT_TRUE(v0 == s0 && v1 == s1) << "u " << u << " fixed " << fixed;
-      }
+      nv12(y0, y1, uv, 512);
     }
   });
 }
