@@ -1,4 +1,5 @@
-// YUV and RGB conversions against direct formulations of the layouts and formulas.
+// YUV and RGB conversions against direct formulations of the layouts and formulas, and their row
+// kernels against the scalar rows on every vector target.
 #include "bivista/imageformat.h"
 
 #include <gtest/gtest.h>
@@ -8,12 +9,15 @@
 
 #include "bivista/xelma_log.h"
 #include "imageformat/yuv_kernels.h"
+#include "support/hwy_targets.h"
 #include "support/platform_capture.h"
 
 namespace {
 
-std::vector<uint8_t> Bytes(size_t n, std::mt19937& rng) {
-  std::vector<uint8_t> v(n);
+using Buf = std::vector<uint8_t>;
+
+Buf Bytes(size_t n, std::mt19937& rng) {
+  Buf v(n);
   for (auto& b : v) b = static_cast<uint8_t>(rng());
   return v;
 }
@@ -23,167 +27,149 @@ struct Size {
 };
 const Size kSizes[] = {{2, 2, 2}, {6, 4, 9}, {34, 6, 34}, {66, 10, 80}, {130, 2, 131}, {2, 8, 5}};
 
-TEST(Yuv, Nv12ToRgbFollowsThePixelDefinitionsWithStrides) {
-  std::mt19937 rng(31);
-  for (const Size& s : kSizes) {
-    const auto nv12 = Bytes(static_cast<size_t>(s.stride) * s.h * 3 / 2, rng);
-    std::vector<uint8_t> fl(3 * s.w * s.h + 3, 0xEE), fx(3 * s.w * s.h + 3, 0xEE);
-    ConvertNV122RGB24_wideRange(nv12.data(), fl.data(), s.w, s.h, s.stride);
-    ConvertNV122RGB24_wideRange_NEON(nv12.data(), fx.data(), s.w, s.h, s.stride);
-    for (int y = 0; y < s.h; ++y) {
-      for (int x = 0; x < s.w; ++x) {
-        const uint8_t* c = &nv12[s.stride * s.h + (y / 2) * s.stride + (x & ~1)];
-        uint8_t want[3];
-        bivista::scalar::PixelToRgbFloat(nv12[y * s.stride + x], c[0], c[1], want);
-        for (int k = 0; k < 3; ++k) ASSERT_EQ(fl[3 * (y * s.w + x) + k], want[k]);
-        bivista::scalar::PixelToRgbFixed(nv12[y * s.stride + x], c[0], c[1], want);
-        for (int k = 0; k < 3; ++k) ASSERT_EQ(fx[3 * (y * s.w + x) + k], want[k]);
-      }
-    }
-    EXPECT_EQ(fl[3 * s.w * s.h], 0xEE);
-    EXPECT_EQ(fx[3 * s.w * s.h], 0xEE);
+TEST(Yuv, PixelFormulasAtKnownPoints) {
+  // {y, u, v, fixed, r, g, b}; -1 is not checked.
+  const int cases[][7] = {{255, 128, 128, 0, 255, 255, 255}, {0, 255, 128, 0, 0, 0, 225},  // B = 225.17, G < 0
+                          {128, 128, 0, 0, 0, 172, 128},  // the V weight of G is 0.344
+                          {128, 0, 128, 0, -1, 219, -1},  // 0.714 goes with U
+                          {128, 128, 0, 1, -1, 172, -1},   {128, 0, 128, 1, -1, 219, -1}};
+  for (const auto& c : cases) {
+    uint8_t rgb[3];
+    (c[3] ? bivista::scalar::PixelToRgbFixed : bivista::scalar::PixelToRgbFloat)(c[0], c[1], c[2], rgb);
+    for (int k = 0; k < 3; ++k) EXPECT_TRUE(c[4 + k] < 0 || rgb[k] == c[4 + k]) << c[0] << " " << c[1] << " " << c[2] << " " << k;
   }
 }
 
-TEST(Yuv, PixelFormulasAtKnownPoints) {
-  uint8_t rgb[3];
-  bivista::scalar::PixelToRgbFloat(255, 128, 128, rgb);
-  EXPECT_EQ(rgb[0], 255);
-  EXPECT_EQ(rgb[1], 255);
-  EXPECT_EQ(rgb[2], 255);
-  bivista::scalar::PixelToRgbFloat(0, 255, 128, rgb);  // B = 225.17, G negative
-  EXPECT_EQ(rgb[0], 0);
-  EXPECT_EQ(rgb[1], 0);
-  EXPECT_EQ(rgb[2], 225);
-  bivista::scalar::PixelToRgbFloat(128, 128, 0, rgb);  // the V weight of G is 0.344
-  EXPECT_EQ(rgb[0], 0);
-  EXPECT_EQ(rgb[1], 172);
-  EXPECT_EQ(rgb[2], 128);
-  bivista::scalar::PixelToRgbFloat(128, 0, 128, rgb);  // 0.714 goes with U
-  EXPECT_EQ(rgb[1], 219);
-  bivista::scalar::PixelToRgbFixed(128, 128, 0, rgb);
-  EXPECT_EQ(rgb[1], 172);
-  bivista::scalar::PixelToRgbFixed(128, 0, 128, rgb);
-  EXPECT_EQ(rgb[1], 219);
-  // One 2x2 block through the public entries.
-  const uint8_t nv12[6] = {0, 255, 128, 128, 255, 128};
-  uint8_t out[12];
-  ConvertNV122RGB24_wideRange(nv12, out, 2, 2, 2);
-  EXPECT_EQ(out[0], 0);
-  EXPECT_EQ(out[2], 225);
-  EXPECT_EQ(out[3], 255);
-}
-
-TEST(Yuv, Nv21AndI420RoundTripWithStrides) {
-  std::mt19937 rng(32);
+TEST(Yuv, PublicConversionsFollowTheLayoutsWithStrides) {
+  std::mt19937 rng(31);
   for (const Size& s : kSizes) {
-    const auto nv21 = Bytes(static_cast<size_t>(s.stride) * s.h * 3 / 2, rng);
-    const size_t n420 = static_cast<size_t>(s.w) * s.h * 3 / 2;
-    std::vector<uint8_t> i420(n420 + 1, 0xEE);
-    ConvertNV21ToI420(nv21.data(), i420.data(), s.w, s.h, s.stride);
-    const int cw = s.w / 2, ch = s.h / 2;
-    for (int y = 0; y < s.h; ++y)
-      for (int x = 0; x < s.w; ++x) ASSERT_EQ(i420[y * s.w + x], nv21[y * s.stride + x]);
-    for (int r = 0; r < ch; ++r) {
-      for (int k = 0; k < cw; ++k) {
-        const uint8_t* pair = &nv21[s.stride * s.h + r * s.stride + 2 * k];
-        ASSERT_EQ(i420[s.w * s.h + r * cw + k], pair[1]);            // U
-        ASSERT_EQ(i420[s.w * s.h + cw * ch + r * cw + k], pair[0]);  // V
-      }
+    const int cw = s.w / 2, ch = s.h / 2, plane = s.w * s.h;
+    const auto src = Bytes(static_cast<size_t>(s.stride) * s.h * 3 / 2, rng);
+    const uint8_t* chroma = &src[s.stride * s.h];
+    Buf fl(3 * plane + 3, 0xEE), fx(3 * plane + 3, 0xEE), i420(plane * 3 / 2 + 1, 0xEE), yuv(3 * plane + 1, 0xEE);
+    ConvertNV122RGB24_wideRange(src.data(), fl.data(), s.w, s.h, s.stride);
+    ConvertNV122RGB24_wideRange_NEON(src.data(), fx.data(), s.w, s.h, s.stride);
+    ConvertNV21ToI420(src.data(), i420.data(), s.w, s.h, s.stride);
+    ASSERT_EQ(ConvertNV21ToYuv(src.data(), yuv.data(), s.w, s.h), 0);  // unstrided
+    for (int p = 0; p < plane; ++p) {
+      const int x = p % s.w, y = p / s.w;
+      const uint8_t *c = chroma + (y / 2) * s.stride + (x & ~1), *c0 = &src[plane + (y / 2) * s.w + (x & ~1)];
+      uint8_t want[3];
+      bivista::scalar::PixelToRgbFloat(src[y * s.stride + x], c[0], c[1], want);
+      for (int k = 0; k < 3; ++k) ASSERT_EQ(fl[3 * p + k], want[k]) << p;
+      bivista::scalar::PixelToRgbFixed(src[y * s.stride + x], c[0], c[1], want);
+      for (int k = 0; k < 3; ++k) ASSERT_EQ(fx[3 * p + k], want[k]) << p;
+      ASSERT_EQ(i420[p], src[y * s.stride + x]);
+      ASSERT_TRUE(yuv[3 * p] == src[p] && yuv[3 * p + 1] == c0[1] && yuv[3 * p + 2] == c0[0]) << p;
     }
-    EXPECT_EQ(i420[n420], 0xEE);
+    for (int p = 0; p < cw * ch; ++p) {
+      const uint8_t* pair = chroma + (p / cw) * s.stride + 2 * (p % cw);
+      ASSERT_TRUE(i420[plane + p] == pair[1] && i420[plane + cw * ch + p] == pair[0]) << p;  // U, then V
+    }
+    EXPECT_TRUE(fl[3 * plane] == 0xEE && fx[3 * plane] == 0xEE && i420[plane * 3 / 2] == 0xEE && yuv[3 * plane] == 0xEE);
     // Back again: the row padding of the destination is never written.
-    std::vector<uint8_t> back(static_cast<size_t>(s.stride) * s.h * 3 / 2, 0xEE);
+    Buf back(src.size(), 0xEE);
     ConvertI420ToNV21(i420.data(), back.data(), s.w, s.h, s.stride);
-    for (size_t i = 0; i < back.size(); ++i) {
-      const size_t row = i / s.stride, col = i % s.stride;
-      const bool inside = col < static_cast<size_t>(s.w) && (row < static_cast<size_t>(s.h) ||
-                                                             row < static_cast<size_t>(s.h + ch));
-      ASSERT_EQ(back[i], inside ? nv21[i] : 0xEE) << i;
-    }
+    for (size_t i = 0; i < back.size(); ++i)
+      ASSERT_EQ(back[i], i % s.stride < static_cast<size_t>(s.w) && i / s.stride < static_cast<size_t>(s.h + ch) ? src[i] : 0xEE) << i;
   }
   // A single row copies only the luma.
   const uint8_t one[4] = {1, 2, 3, 4};
   uint8_t out[6] = {9, 9, 9, 9, 9, 9};
   ConvertNV21ToI420(one, out, 4, 1, 4);
-  EXPECT_EQ(out[3], 4);
-  EXPECT_EQ(out[4], 9);
-}
-
-TEST(Yuv, Nv21ToYuv444WritesTriples) {
-  std::mt19937 rng(33);
-  for (const Size& s : kSizes) {
-    const auto nv21 = Bytes(static_cast<size_t>(s.w) * s.h * 3 / 2, rng);
-    std::vector<uint8_t> out(3 * s.w * s.h + 1, 0xEE);
-    ASSERT_EQ(ConvertNV21ToYuv(nv21.data(), out.data(), s.w, s.h), 0);
-    for (int y = 0; y < s.h; ++y) {
-      for (int x = 0; x < s.w; ++x) {
-        const uint8_t* t = &out[3 * (y * s.w + x)];
-        const uint8_t* pair = &nv21[s.w * s.h + (y / 2) * s.w + (x & ~1)];
-        ASSERT_EQ(t[0], nv21[y * s.w + x]);
-        ASSERT_EQ(t[1], pair[1]);
-        ASSERT_EQ(t[2], pair[0]);
-      }
-    }
-    EXPECT_EQ(out[3 * s.w * s.h], 0xEE);
-  }
+  EXPECT_TRUE(out[3] == 4 && out[4] == 9);
 }
 
 TEST(Yuv, Nv21ToYuv444RejectsBadArgumentsWithItsMessages) {
   bvtest::LogCapture log;
-  uint8_t src[24] = {}, dst[48];
-  for (uint8_t& b : dst) b = 0x5A;
-  const char* f = "ConvertNV21ToYuv";
-  EXPECT_EQ(ConvertNV21ToYuv(nullptr, dst, 4, 4), -1);
-  EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_ERROR, "ZR481_FMAT", f, "VOID Poiter of NV21 Image!", 335), 1);
-  EXPECT_EQ(ConvertNV21ToYuv(src, nullptr, 4, 4), -1);
-  EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_ERROR, "ZR481_FMAT", f, "VOID Poiter of YUV Image!", 341), 1);
-  const int bad[][2] = {{3, 4}, {4, 3}, {0, 4}, {4, 0}, {-2, 4}, {4, -2}};
-  for (const auto& b : bad) {
+  uint8_t src[24] = {};
+  Buf dst(48, 0x5A);
+  const struct {
+    const uint8_t* src;
+    uint8_t* dst;
+    int w, h, line;
+    const char* text;
+  } cases[] = {{nullptr, dst.data(), 4, 4, 335, "VOID Poiter of NV21 Image!"}, {src, nullptr, 4, 4, 341, "VOID Poiter of YUV Image!"},
+               {src, dst.data(), 3, 4, 347, nullptr}, {src, dst.data(), 4, 3, 347, nullptr}, {src, dst.data(), 0, 4, 347, nullptr},
+               {src, dst.data(), 4, 0, 347, nullptr}, {src, dst.data(), -2, 4, 347, nullptr}, {src, dst.data(), 4, -2, 347, nullptr}};
+  for (const auto& c : cases) {
     log.Clear();
-    EXPECT_EQ(ConvertNV21ToYuv(src, dst, b[0], b[1]), -1);
-    const std::string text = "Wrong Image Widht(" + std::to_string(b[0]) + ") / Height(" +
-                             std::to_string(b[1]) + ")";
-    EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_ERROR, "ZR481_FMAT", f, text, 347), 1) << text;
+    EXPECT_EQ(ConvertNV21ToYuv(c.src, c.dst, c.w, c.h), -1);
+    const std::string text = c.text ? c.text : "Wrong Image Widht(" + std::to_string(c.w) + ") / Height(" + std::to_string(c.h) + ")";
+    EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_ERROR, "ZR481_FMAT", "ConvertNV21ToYuv", text, c.line), 1) << text;
     EXPECT_EQ(log.Lines().size(), 1u);
   }
-  for (uint8_t b : dst) ASSERT_EQ(b, 0x5A);
+  EXPECT_EQ(dst, Buf(48, 0x5A));
 }
 
 TEST(Yuv, CopyNv12ToPlanarYuv444WithOffsetsAndStride) {
   std::mt19937 rng(34);
-  const struct {
-    int w, h, d, x0, y0;
-  } cases[] = {{8, 4, 8, 0, 0}, {6, 4, 10, 2, 2}, {40, 6, 48, 4, 1}, {8, 5, 8, 0, 0}, {34, 3, 40, 2, 0}};
+  const int cases[][5] = {{8, 4, 8, 0, 0}, {6, 4, 10, 2, 2}, {40, 6, 48, 4, 1}, {8, 5, 8, 0, 0}, {34, 3, 40, 2, 0}};
   for (const auto& c : cases) {
+    const int w = c[0], h = c[1], d = c[2], x0 = c[3], y0 = c[4], hEven = (h + 1) & ~1, plane = w * h;
     // Reads run past the luma plane by y0 rows (kept as it stands): give the source room.
-    const size_t srcSize = static_cast<size_t>(c.w) * (c.h + c.y0) * 2 + 64;
-    const auto nv12 = Bytes(srcSize, rng);
-    const int hEven = (c.h + 1) & ~1;
-    const size_t plane = static_cast<size_t>(c.w) * c.h;
-    const size_t dstSize = 2 * plane + static_cast<size_t>(hEven) * c.d + 8;
-    std::vector<uint8_t> dst(dstSize, 0xEE);
-    EXPECT_EQ(copyNV12ToYuv444(nv12.data(), c.w, c.h, c.d, c.x0, c.y0, dst.data()), dst.data());
-    std::vector<uint8_t> want(dstSize, 0xEE);
-    for (int r = 0; r < c.h; ++r)
-      for (int x = 0; x < c.w; ++x) want[r * c.d + x] = nv12[(c.y0 + r) * c.w + c.x0 + x];
-    for (int i = 0; 2 * i < hEven; ++i) {
-      for (int j = 0; 2 * j < c.w; ++j) {
-        const uint8_t* uv = &nv12[plane + (c.y0 / 2 + i) * c.w + c.x0 + 2 * j];
-        for (int dy = 0; dy < 2; ++dy) {
-          for (int dx = 0; dx < 2; ++dx) {
-            want[plane + (2 * i + dy) * c.d + 2 * j + dx] = uv[0];
-            want[2 * plane + (2 * i + dy) * c.d + 2 * j + dx] = uv[1];
-          }
-        }
+    const auto nv12 = Bytes(static_cast<size_t>(w) * (h + y0) * 2 + 64, rng);
+    Buf dst(2 * plane + hEven * d + 8, 0xEE), want = dst;
+    EXPECT_EQ(copyNV12ToYuv444(nv12.data(), w, h, d, x0, y0, dst.data()), dst.data());
+    // The planes overlap when d > w: the chroma written after the luma wins.
+    for (int r = 0; r < h; ++r)
+      for (int x = 0; x < w; ++x) want[r * d + x] = nv12[(y0 + r) * w + x0 + x];
+    for (int r = 0; r < hEven; ++r)
+      for (int x = 0; x < w; ++x) {
+        const uint8_t* uv = &nv12[plane + (y0 / 2 + r / 2) * w + x0 + (x & ~1)];
+        want[plane + r * d + x] = uv[0];
+        want[2 * plane + r * d + x] = uv[1];
       }
-    }
-    EXPECT_EQ(dst, want) << c.w << "x" << c.h;
+    EXPECT_EQ(dst, want) << w << "x" << h;
   }
-  uint8_t keep[4] = {1, 2, 3, 4};
-  const uint8_t src[16] = {};
-  copyNV12ToYuv444(src, 2, 0, 2, 0, 0, keep);
+  uint8_t keep[4] = {1, 2, 3, 4}, none[16] = {};
+  copyNV12ToYuv444(none, 2, 0, 2, 0, 0, keep);
   EXPECT_EQ(keep[0], 1);
+}
+
+TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
+  std::mt19937 rng(21);
+  namespace sc = bivista::scalar;
+  // Both variants write into guarded buffers o[0..5] of n pixels; every byte must agree.
+  auto same = [](int n, auto call) {
+    Buf v[6], s[6];
+    for (int k = 0; k < 6; ++k) v[k] = s[k] = Buf(3 * n + 1, 0xEE);
+    call(v, false);
+    call(s, true);
+    for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
+  };
+  auto nv12 = [&](const Buf& a, const Buf& b, const Buf& uv, int n) {
+    same(n, [&](Buf* o, bool scalar) {
+      const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
+      for (int fixed = 0; fixed < 2; ++fixed) {
+        rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
+        rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
+      }
+    });
+  };
+  // Every chroma pair once, 256 a row, with luma values that reach both clamps: the shortcut the
+  // vector code takes for the floating-point variant must agree with the double arithmetic.
+  Buf uv(512), y0(512), y1(512);
+  for (int x = 0; x < 512; ++x) {
+    y0[x] = static_cast<uint8_t>(x < 8 ? (x & 1 ? 255 : 0) : rng());
+    y1[x] = static_cast<uint8_t>(x * 37 + 11);
+  }
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int n : {1, 2, 3, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 129, 257}) {
+      const auto pairs = Bytes(2 * n, rng), a = Bytes(n, rng), b = Bytes(n, rng), c = Bytes((n + 1) & ~1, rng);
+      same(n, [&](Buf* o, bool scalar) {
+        (scalar ? sc::SplitPairs : bivista::SplitPairs)(pairs.data(), o[0].data(), o[1].data(), n);
+        (scalar ? sc::MergePairs : bivista::MergePairs)(a.data(), b.data(), o[2].data(), n);
+        (scalar ? sc::UpsamplePairs : bivista::UpsamplePairs)(pairs.data(), o[3].data(), o[4].data(), n);
+        (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), c.data(), o[5].data(), n);
+      });
+      nv12(a, b, c, n);
+    }
+    for (int u = 0; u < 256; ++u) {
+      for (int k = 0; k < 256; ++k) uv[2 * k] = static_cast<uint8_t>(u), uv[2 * k + 1] = static_cast<uint8_t>(k);
+      nv12(y0, y1, uv, 512);
+    }
+  });
 }
 
 }  // namespace

@@ -1,0 +1,447 @@
+// Resizers against direct formulations, their messages, and vector against scalar rows.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include "bivista/imageformat.h"
+#include "bivista/xelma_log.h"
+#include "imageformat/resize_float_kernels.h"
+#include "imageformat/resize_u8_kernels.h"
+#include "support/alloc_table.h"
+#include "support/hwy_targets.h"
+#include "support/platform_capture.h"
+
+namespace {
+
+std::vector<uint8_t> Bytes(size_t n, std::mt19937& rng) {
+  std::vector<uint8_t> v(n);
+  for (auto& b : v) b = static_cast<uint8_t>(rng());
+  return v;
+}
+
+std::vector<float> Floats(size_t n, std::mt19937& rng, float lo = -5.0f, float hi = 50.0f) {
+  std::uniform_real_distribution<float> u(lo, hi);
+  std::vector<float> v(n);
+  for (auto& x : v) x = u(rng);
+  return v;
+}
+
+bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+// Below invalid + 0.1 is invalid: one-sided, so anything far below counts too.
+bool Invalid(float v, float invalid) { return static_cast<double>(v - invalid) < 0.1; }
+
+enum Kind { kFloat, kDepth, kSparse, kMasked };
+
+// The common bilinear mapping, positions accumulated; a mask rejects where its lerp truncates above 0.
+std::vector<float> DirectBilinear(const std::vector<float>& s, const uint8_t* m, int sw, int sh,
+                                  int dw, int dh, Kind kind, float scale, float invalid) {
+  std::vector<float> out(dw * dh);
+  const float stepX = static_cast<float>(sw - 1) / dw, stepY = static_cast<float>(sh - 1) / dh;
+  const float ratio = static_cast<float>(dw) / sw;
+  float fy = 0;
+  for (int j = 0; j < dh; ++j, fy += stepY) {
+    float fx = 0;
+    for (int i = 0; i < dw; ++i, fx += stepX) {
+      const int x0 = static_cast<int>(fx), y0 = static_cast<int>(fy), p = y0 * sw + x0;
+      const float ax = fx - x0, ay = fy - y0;
+      auto lerp = [&](auto* q) {
+        return (q[p] * (1 - ax) + q[p + 1] * ax) * (1 - ay) + (q[p + sw] * (1 - ax) + q[p + sw + 1] * ax) * ay;
+      };
+      const float v = lerp(s.data());
+      const bool bad = Invalid(s[p], invalid) || Invalid(s[p + 1], invalid) || Invalid(s[p + sw], invalid) ||
+                       Invalid(s[p + sw + 1], invalid);
+      float r = kind == kDepth ? v : v * ratio;
+      if (kind == kSparse && bad) r = invalid;
+      if (kind == kMasked) r = static_cast<int>(lerp(m)) > 0 ? invalid : v * scale;
+      out[j * dw + i] = r;
+    }
+  }
+  return out;
+}
+
+const int kSizes[][4] = {{7, 5, 3, 3},    {9, 7, 20, 13},  {64, 48, 31, 17}, {33, 65, 65, 33},
+                         {100, 3, 37, 2}, {5, 5, 129, 4}, {301, 11, 150, 6}, {2, 2, 1, 1}};
+
+TEST(ResizeFloat, BilinearAndNearestFamiliesFollowTheDefinitions) {
+  std::mt19937 rng(61);
+  for (const auto& z : kSizes) {
+    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
+    auto src = Floats(sw * sh, rng);
+    // Some samples at or just above the invalid value 1.5.
+    for (size_t k = 0; k < src.size(); k += 7) src[k] = 1.5f + (k % 3) * 0.05f;
+    std::vector<uint8_t> m01(sw * sh), m255(sw * sh);
+    for (int k = 0; k < sw * sh; ++k) m255[k] = 255 * (m01[k] = rng() % 3 == 0);
+    std::vector<float> out(dw * dh + 1, -7.0f);
+    EXPECT_EQ(ResizeFloat(src.data(), out.data(), sw, sh, dw, dh), src.data());
+    EXPECT_EQ(out.back(), -7.0f);
+    out.pop_back();
+    EXPECT_TRUE(SameBits(out, DirectBilinear(src, nullptr, sw, sh, dw, dh, kFloat, 0, 0))) << sw << "->" << dw;
+    ResizeDepth(src.data(), out.data(), sw, sh, dw, dh);
+    EXPECT_TRUE(SameBits(out, DirectBilinear(src, nullptr, sw, sh, dw, dh, kDepth, 0, 0)));
+    ResizeSpareDisparity(src.data(), out.data(), sw, sh, dw, dh, 1.5f);
+    EXPECT_TRUE(SameBits(out, DirectBilinear(src, nullptr, sw, sh, dw, dh, kSparse, 0, 1.5f)));
+    for (const auto* m : {&m01, &m255}) {
+      ResizeSparedataFloat(src.data(), m->data(), out.data(), sw, sh, dw, dh, 0.75f, -1.0f);
+      EXPECT_TRUE(SameBits(out, DirectBilinear(src, m->data(), sw, sh, dw, dh, kMasked, 0.75f, -1.0f)));
+    }
+    // Nearest maps corners onto corners, rounding half up.
+    const int nw = dw + 1, nh = dh + 1;
+    std::vector<float> near(nw * nh);
+    ResizeSpareDisparityNearest(src.data(), near.data(), sw, sh, nw, nh, 1.5f);
+    const float sx = static_cast<float>(sw - 1) / (nw - 1), sy = static_cast<float>(sh - 1) / (nh - 1);
+    float ay = 0;
+    for (int j = 0; j < nh; ++j, ay += sy) {
+      float ax = 0;
+      for (int i = 0; i < nw; ++i, ax += sx) {
+        const float s = src[static_cast<int>(std::floor(ay + 0.5f)) * sw + static_cast<int>(std::floor(ax + 0.5f))];
+        ASSERT_EQ(near[j * nw + i], Invalid(s, 1.5f) ? 1.5f : s * (static_cast<float>(nw) / sw)) << i << "," << j;
+      }
+    }
+  }
+}
+
+TEST(ResizeFloat, ExactHalvingAndDoublingUseTheirOwnIndexRules) {
+  std::mt19937 rng(64);
+  for (const auto& z : {std::pair<int, int>{2, 2}, {3, 5}, {17, 4}, {40, 9}, {67, 3}}) {
+    const int w = z.first, h = z.second, dw = 2 * w, dh = 2 * h;
+    const auto s = Floats(4 * w * h, rng);
+    // The dispatcher: halving averages without scaling, doubling extends, anything else is ResizeFloat.
+    std::vector<float> down(w * h), up(dw * dh), viaDispatch(dw * dh), other(7 * 9), want(7 * 9);
+    ResizeFloatImg_Bilinear(s.data(), down.data(), dw, dh, w, h);
+    for (int p = 0; p < w * h; ++p) {
+      const int i = p % w, j = p / w, a = 2 * j * dw + 2 * i;
+      ASSERT_EQ(down[p], 0.25f * (s[a] + s[a + 1] + s[a + dw] + s[a + dw + 1])) << p;
+    }
+    ResizeFloatImg_Bilinear_Extend_Quarter(s.data(), up.data(), w, h, dw, dh);
+    ResizeFloatImg_Bilinear(s.data(), viaDispatch.data(), w, h, dw, dh);
+    EXPECT_TRUE(SameBits(up, viaDispatch));
+    ResizeFloatImg_Bilinear(s.data(), other.data(), w, h, 7, 9);
+    ResizeFloat(s.data(), want.data(), w, h, 7, 9);
+    EXPECT_TRUE(SameBits(other, want));
+    auto base = [](int i, int dst) { return std::min(dst / 2 - 2, i < 3 ? 0 : (i - 1) / 2); };
+    for (int j = 0; j < dh; ++j) {
+      const int r = base(j, dh);
+      const double wy0 = 0.25 + 0.5 * (j % 2), wy1 = 1.0 - wy0;
+      for (int i = 0; i < dw; ++i) {
+        const int c = base(i, dw);
+        const double wx0 = 0.25 + 0.5 * (i % 2), wx1 = 1.0 - wx0;
+        const float want = s[r * w + c] * static_cast<float>(wy0 * wx0) +
+                           s[r * w + c + 1] * static_cast<float>(wy0 * wx1) +
+                           s[(r + 1) * w + c] * static_cast<float>(wy1 * wx0) +
+                           s[(r + 1) * w + c + 1] * static_cast<float>(wy1 * wx1);
+        ASSERT_EQ(up[j * dw + i], want) << w << "x" << h << " at " << i << "," << j;
+      }
+    }
+  }
+}
+
+// Guided up-sampling by its definition: nearest band, 5x5 joint bilateral inside with the
+// weights exp(-0.1 |d|) the table holds.
+std::vector<float> DirectKeepBorder(const std::vector<float>& s, const std::vector<uint8_t>& gl,
+                                    const std::vector<uint8_t>& gf, int sw, int dw, int dh) {
+  std::vector<float> out(dw * dh);
+  const int q = dw / sw, b = 2 * q + 1;
+  for (int y = 0; y < dh; ++y) {
+    for (int x = 0; x < dw; ++x) {
+      const int cy = y / q, cx = x / q;
+      if (y < b || y > dh - b - 1 || x < b || x > dw - b - 1) {
+        out[y * dw + x] = s[cx + sw * cy];
+        continue;
+      }
+      float W = 0, S = 0;
+      for (int i = -2; i <= 2; ++i) {
+        for (int j = -2; j <= 2; ++j) {
+          float w = 1;
+          for (int k = 0; k < 3; ++k)
+            w *= static_cast<float>(std::exp(-0.1 * std::abs(gf[3 * (y * dw + x) + k] - gl[3 * ((cy + i) * sw + cx + j) + k])));
+          W += w;
+          S = std::fma(w, s[(cy + i) * sw + cx + j], S);
+        }
+      }
+      out[y * dw + x] = W > 0.01 ? S / W : s[cy * sw + cx];
+    }
+  }
+  return out;
+}
+
+TEST(ResizeFloat, KeepBorderFullGuidedUpsampling) {
+  float t[511];
+  getBilateralWeight(t);
+  EXPECT_EQ(t[0], 8.423464e-12f);
+  for (int d = 0; d <= 255; ++d) ASSERT_TRUE(t[255 + d] == static_cast<float>(std::exp(-0.1 * d)) && t[255 - d] == t[255 + d]) << d;
+  std::mt19937 rng(66);
+  for (const auto& z : {std::array<int, 3>{8, 6, 2}, {9, 7, 3}, {12, 10, 2}}) {
+    const int sw = z[0], sh = z[1], q = z[2], dw = sw * q, dh = sh * q;
+    const auto s = Floats(sw * sh, rng);
+    std::vector<uint8_t> gl(3 * sw * sh), gf(3 * dw * dh);
+    // Guides close to each other so most weights matter, some far so some sums fall below 0.01.
+    for (auto& g : gl) g = static_cast<uint8_t>(100 + rng() % 20);
+    for (size_t k = 0; k < gf.size(); ++k) gf[k] = static_cast<uint8_t>(k % 11 == 0 ? 255 : 100 + rng() % 20);
+    std::vector<float> out(dw * dh);
+    ResizeFloatImage_KeepBorder_full(s.data(), out.data(), gl.data(), gf.data(), sw, sh, dw, dh);
+    EXPECT_TRUE(SameBits(out, DirectKeepBorder(s, gl, gf, sw, dw, dh))) << sw << "x" << sh << " q" << q;
+  }
+  // A destination narrower than the source: every sample is source sample 0.
+  const float s[8] = {3, 1, 4, 1, 5, 9, 2, 6};
+  std::vector<float> o(6);
+  ResizeFloatImage_KeepBorder_full(s, o.data(), nullptr, nullptr, 4, 2, 3, 2);
+  EXPECT_EQ(o, std::vector<float>(6, 3.0f));
+}
+
+TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
+  std::mt19937 rng(67);
+  float t[511];
+  getBilateralWeight(t);
+  // Guided rows: row 5 has its window start on source row 0, so the first columns touch (0, 0).
+  const int gw = 23, gh = 9;
+  const auto gs = Floats(gw * gh, rng);
+  std::vector<uint8_t> gl(3 * gw * gh), gf(3 * 4 * gw * gh);
+  for (auto& g : gl) g = static_cast<uint8_t>(rng() % 40);
+  for (size_t k = 0; k < gf.size(); ++k) gf[k] = static_cast<uint8_t>(k % 13 == 0 ? 250 : rng() % 40);
+  const bivista::GuidedArgs g{gs.data(), gl.data(), gf.data(), t, gw, 2 * gw, 2};
+  auto same = [](auto vec, auto sca, size_t n, auto... args) {
+    std::vector<float> v(n, -1.0f), s(n, -1.0f);
+    vec(args..., v.data());
+    sca(args..., s.data());
+    return SameBits(v, s);
+  };
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int y : {5, 7, 12})
+      for (int x1 = 6; x1 <= 2 * gw - 5; x1 += 7)
+        ASSERT_TRUE(same(bivista::GuidedRow, bivista::scalar::GuidedRow, 2 * gw, g, y, 5, x1)) << y << " " << x1;
+    for (int n : {1, 3, 7, 8, 9, 15, 16, 17, 33, 65, 100}) {
+      for (float step : {0.3f, 1.0f, 1.9995f, 2.7f, 9.0f}) {
+        const int srcW = static_cast<int>(n * step) + 64;
+        const auto a = Floats(srcW, rng, 0.0f, 3.0f), c = Floats(srcW, rng, 0.0f, 3.0f);
+        std::vector<uint8_t> ma(srcW), mc(srcW);
+        for (int k = 0; k < srcW; ++k) ma[k] = rng() % 3 == 0 ? 255 : rng() % 2, mc[k] = rng() % 2;
+        std::vector<int32_t> x0(n), sx(n);
+        std::vector<float> ax(n);
+        float fx = 0;
+        for (int i = 0; i < n; ++i, fx += step) {
+          x0[i] = static_cast<int32_t>(fx);
+          ax[i] = fx - x0[i];
+          sx[i] = static_cast<int32_t>(std::floor(fx + 0.5f));
+        }
+        // Rows readable to the end, or only up to the last pair.
+        for (int mode = 0; mode < 3; ++mode) {
+          for (int readable : {srcW, x0[n - 1] + 2}) {
+            const bivista::FloatRowArgs r{a.data(), c.data(), x0.data(), ax.data(), n, 0.3f,
+                                          static_cast<bivista::FloatRowMode>(mode), 0.8f, 1.0f, readable};
+            ASSERT_TRUE(same(bivista::BilinearRowF32, bivista::scalar::BilinearRowF32, n, r)) << n << " " << step << " " << mode;
+            ASSERT_TRUE(same(bivista::MaskedRowF32, bivista::scalar::MaskedRowF32, n, r, ma.data(), mc.data(), n));
+          }
+        }
+        ASSERT_TRUE(same(bivista::NearestRowF32, bivista::scalar::NearestRowF32, n, a.data(), sx.data(), n, 0.5f, 1.0f));
+      }
+      const auto r0 = Floats(2 * n, rng), r1 = Floats(2 * n, rng);
+      // These two take the output before the count.
+      auto quarter = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n); }; };
+      ASSERT_TRUE(same(quarter(bivista::QuarterMeanRow), quarter(bivista::scalar::QuarterMeanRow), n)) << n;
+      for (double wy0 : {0.25, 0.75}) {
+        if (n < 2) break;
+        auto extend = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n, wy0, 1.0 - wy0); }; };
+        ASSERT_TRUE(same(extend(bivista::ExtendRow), extend(bivista::scalar::ExtendRow), 2 * n)) << n;
+      }
+    }
+  });
+}
+
+// Channel k of pixel p of an image with ch bytes a pixel, resized by the definition.
+float Direct(const std::vector<uint8_t>& s, int sw, int sh, int dw, int dh, int ch, int k, int p) {
+  const float fx = (p % dw) * (static_cast<float>(sw - 1) / dw), fy = (p / dw) * (static_cast<float>(sh - 1) / dh);
+  const int x0 = static_cast<int>(fx), y0 = static_cast<int>(fy);
+  const float ax = fx - x0, ay = fy - y0;
+  auto at = [&](int y, int x) { return static_cast<float>(s[(y * sw + x) * ch + k]); };
+  return (at(y0, x0) * (1 - ax) + at(y0, x0 + 1) * ax) * (1 - ay) + (at(y0 + 1, x0) * (1 - ax) + at(y0 + 1, x0 + 1) * ax) * ay;
+}
+
+TEST(ResizeU8, ResizersFollowTheDefinition) {
+  std::mt19937 rng(51);
+  for (const auto& z : kSizes) {
+    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
+    for (int ch = 1; ch <= 4; ++ch) {
+      const auto src = Bytes(sw * sh * ch, rng);
+      if (ch == 1) {  // the plane truncates, the mask thresholds above 127
+        std::vector<uint8_t> out(dw * dh + 1, 0xEE), mask(dw * dh + 1, 0xEE);
+        ResizeUchar(src.data(), out.data(), sw, sh, dw, dh);
+        ResizeUcharMask(src.data(), mask.data(), sw, sh, dw, dh);
+        for (int p = 0; p < dw * dh; ++p) {
+          const float v = Direct(src, sw, sh, dw, dh, 1, 0, p);
+          ASSERT_TRUE(out[p] == static_cast<uint8_t>(static_cast<int>(v)) && mask[p] == (v > 127.0f ? 255 : 0)) << p;
+        }
+        EXPECT_TRUE(out[dw * dh] == 0xEE && mask[dw * dh] == 0xEE);
+      }
+      // A channel resizer touches only its channel.
+      for (int k = 0; k < ch; ++k) {
+        auto dst = Bytes(dw * dh * ch, rng);
+        const auto before = dst;
+        ResizeUcharChl(src.data() + k, dst.data() + k, sw, sh, dw, dh, ch);
+        for (int i = 0; i < dw * dh * ch; ++i)
+          ASSERT_EQ(dst[i], i % ch != k ? before[i] : static_cast<uint8_t>(static_cast<int>(Direct(src, sw, sh, dw, dh, ch, k, i / ch)))) << ch << " " << k << " " << i;
+      }
+    }
+  }
+  // At exactly 127 the mask stays 0; values just above 127 come up in the random images.
+  const uint8_t flat[4] = {127, 127, 127, 127};
+  uint8_t m[2];
+  ResizeUcharMask(flat, m, 2, 2, 2, 1);
+  EXPECT_EQ(m[1], 0);
+  // NV21 and RGB are their channel passes.
+  for (const auto& z : {std::array<int, 4>{8, 6, 4, 4}, {40, 20, 22, 12}, {66, 34, 130, 66}, {4, 4, 2, 2}}) {
+    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
+    const auto nv21 = Bytes(sw * sh * 3 / 2, rng), rgb = Bytes(sw * sh * 3, rng);
+    std::vector<uint8_t> ours(dw * dh * 3 / 2, 1), want(dw * dh * 3 / 2, 1), o3(dw * dh * 3, 1), w3(dw * dh * 3, 2);
+    ResizeUcharNV21(nv21.data(), ours.data(), sw, sh, dw, dh);
+    ResizeUchar(nv21.data(), want.data(), sw, sh, dw, dh);
+    ResizeUcharRGB(rgb.data(), o3.data(), sw, sh, dw, dh);
+    for (int k = 0; k < 3; ++k) {
+      ResizeUcharChl(rgb.data() + k, w3.data() + k, sw, sh, dw, dh, 3);
+      if (k < 2) ResizeUcharChl(nv21.data() + sw * sh + k, want.data() + dw * dh + k, sw / 2, sh / 2, dw / 2, dh / 2, 2);
+    }
+    EXPECT_TRUE(ours == want && o3 == w3) << sw << "x" << sh;
+  }
+}
+
+TEST(Resize, EmptyDestinationsWriteNothingAndChannelResizersReportUnderOneName) {
+  bvtest::LogCapture log;
+  const uint8_t src[64] = {};
+  const float fsrc[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  std::vector<uint8_t> dst(64, 0x33);
+  float* out = reinterpret_cast<float*>(dst.data());
+  auto floats = [&](int dw, int dh) {
+    ResizeFloat(fsrc, out, 4, 4, dw, dh);
+    ResizeDepth(fsrc, out, 4, 4, dw, dh);
+    ResizeSpareDisparity(fsrc, out, 4, 4, dw, dh, 0.0f);
+    ResizeSpareDisparityNearest(fsrc, out, 4, 4, dw, dh, 0.0f);
+    ResizeSparedataFloat(fsrc, src, out, 4, 4, dw, dh, 1.0f, 0.0f);
+    ResizeFloatImg_Bilinear(fsrc, out, 4, 4, dw, dh);
+    ResizeFloatImage_KeepBorder_full(fsrc, out, nullptr, nullptr, 4, 4, dw, dh);
+  };
+  const struct {
+    std::function<void()> call;
+    int messages;
+    size_t firstUntouched;
+  } cases[] = {
+      {[&] { floats(4, -1); }, 0, 0},
+      {[&] { floats(0, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 4, 4, 0, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 4, 4, 4, 0); }, 0, 0},
+      {[&] { ResizeUcharMask(src, dst.data(), 4, 4, -1, 4); }, 0, 0},
+      {[&] { ResizeUchar_upScale2x2(src, dst.data(), 2, 2, 5, 4); }, 0, 0},
+      {[&] { ResizeUchar_upScale2x2(src, dst.data(), 2, 2, 4, 5); }, 0, 0},
+      {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 0, 4, 2); }, 1, 0},
+      {[&] { ResizeUcharRGB(src, dst.data(), 4, 4, 0, 4); }, 3, 0},
+      {[&] { ResizeUcharNV21(src, dst.data(), 4, 4, 1, 4); }, 2, 4},  // luma resized, chroma width 0 twice
+  };
+  for (const auto& c : cases) {
+    log.Clear();
+    c.call();
+    EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_WARN, "ZR481_ALGO", "ResizeUcharChl", "dstW <= 0", 758), c.messages);
+    EXPECT_EQ(log.Lines().size(), static_cast<size_t>(c.messages));
+    for (size_t i = c.firstUntouched; i < dst.size(); ++i) ASSERT_EQ(dst[i], 0x33) << c.messages << " at " << i;
+  }
+}
+
+TEST(Resize, AllocationFailureKeepsResultsAndLeaksNothing) {
+  std::mt19937 rng(65);
+  const auto src = Floats(41 * 29, rng);
+  const auto bytes = Bytes(97 * 31 * 3, rng);
+  std::vector<uint8_t> mask(41 * 29);
+  for (auto& m : mask) m = rng() % 4 == 0;
+  // Each call once as it is, then once for every allocation it makes, that one failing.
+  auto each = [&](auto call, auto want) {
+    auto got = want;
+    call(want.data());
+    EXPECT_EQ(bvtest::ForEachMallocFailure([&](int) {
+      std::fill(got.begin(), got.end(), 0);
+      call(got.data());
+      EXPECT_EQ(0, std::memcmp(got.data(), want.data(), got.size() * sizeof(got[0])));
+    }), 2);
+  };
+  const std::vector<float> f(23 * 31);
+  each([&](float* o) { ResizeFloat(src.data(), o, 41, 29, 23, 31); }, f);
+  each([&](float* o) { ResizeSpareDisparity(src.data(), o, 41, 29, 23, 31, 3.0f); }, f);
+  each([&](float* o) { ResizeSparedataFloat(src.data(), mask.data(), o, 41, 29, 23, 31, 2.0f, -1.0f); }, f);
+  each([&](float* o) { ResizeSpareDisparityNearest(src.data(), o, 41, 29, 23, 31, 3.0f); }, f);
+  each([&](uint8_t* o) { ResizeUchar(bytes.data(), o, 97, 31, 45, 40); }, std::vector<uint8_t>(45 * 40));
+  each([&](uint8_t* o) { ResizeUcharRGB(bytes.data(), o, 97, 31, 45, 40); }, std::vector<uint8_t>(45 * 40 * 3));
+}
+
+TEST(ResizeU8, UpScale2x2KeepsItsEdgeRule) {
+  std::mt19937 rng(55);
+  for (const auto& z : {std::pair<int, int>{2, 2}, {3, 2}, {17, 5}, {64, 9}, {129, 3}}) {
+    const int w = z.first, h = z.second;
+    const auto src = Bytes(w * h, rng);
+    std::vector<uint8_t> dst(4 * w * h, 0xEE);
+    ResizeUchar_upScale2x2(src.data(), dst.data(), w, h, 2 * w, 2 * h);
+    // The last column and row repeat the interpolation of the ones before them.
+    for (int p = 0; p < w * h; ++p) {
+      const int x = p % w, y = p / w, xs = x == w - 1 ? w - 2 : x, ys = y == h - 1 ? h - 2 : y;
+      const int a = src[ys * w + xs], b = src[ys * w + xs + 1], c = src[(ys + 1) * w + xs], e = src[(ys + 1) * w + xs + 1];
+      const uint8_t* o = &dst[2 * y * 2 * w + 2 * x];
+      ASSERT_TRUE(o[0] == a && o[1] == (a + b) >> 1 && o[2 * w] == (a + c) >> 1 && o[2 * w + 1] == (a + b + c + e) >> 2) << p;
+    }
+  }
+}
+
+TEST(ResizeU8, RandFloatSequence) {
+  // This test owns the process-wide state: it must be the only caller in the program.
+  EXPECT_EQ(randFloat(), 1.0f);
+  uint32_t state = 16383;
+  for (int i = 0; i < 1000; ++i) {
+    state = ((state & 0xFFFF) * 16383 + (state >> 16)) & 0x7FFFFFFF;
+    ASSERT_EQ(randFloat(), static_cast<float>(state & 255) * 0.00392156862745098f) << i;
+  }
+}
+
+TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
+  std::mt19937 rng(56);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int n : {1, 3, 15, 16, 17, 33, 65, 100}) {
+      for (float step : {0.3f, 1.0f, 2.08f, 2.7f, 7.5f}) {
+        const int srcW = static_cast<int>(n * step) + 6, minimal = static_cast<int>((n - 1) * step) + 2;
+        const auto a = Bytes(srcW + 256, rng), c = Bytes(srcW + 256, rng);
+        // With the column table and without it; rows readable amply or just to the last pair.
+        const bivista::ColumnTable table = bivista::MakeColumnTable(n, step);
+        for (int mask = 0; mask < 2; ++mask)
+          for (const bivista::ColumnTable& cols : {table, bivista::ColumnTable()})
+            for (int readable : {srcW + 256, minimal, minimal + 3, minimal + 40}) {
+              std::vector<uint8_t> v(n + 1, 0xEE), s(n + 1, 0xEE);
+              bivista::ResizeRowU8(a.data(), c.data(), v.data(), n, readable, step, 0.37f, mask, cols);
+              bivista::scalar::ResizeRowU8(a.data(), c.data(), s.data(), n, readable, step, 0.37f, mask, cols);
+              ASSERT_EQ(v, s) << n << " " << step << " readable " << readable;
+            }
+        bivista::FreeColumnTable(table);
+        std::vector<int32_t> x0(n);
+        std::vector<float> ax(n);
+        for (int i = 0; i < n; ++i) x0[i] = static_cast<int32_t>(i * step), ax[i] = i * step - x0[i];
+        for (int ch = 1; ch <= 4; ++ch) {
+          const auto ra = Bytes((srcW + 2) * ch, rng), rc = Bytes((srcW + 2) * ch, rng);
+          for (int count = 1; count <= ch; ++count) {
+            auto v = Bytes(n * ch, rng), s = v;
+            bivista::ResizeRowChannels(ra.data(), rc.data(), v.data(), x0.data(), ax.data(), n, n, 0.61f, ch, count);
+            bivista::scalar::ResizeRowChannels(ra.data(), rc.data(), s.data(), x0.data(), ax.data(), n, n, 0.61f, ch, count);
+            ASSERT_EQ(v, s) << n << " ch " << ch << " count " << count;
+          }
+        }
+      }
+      const int w = n + 1;
+      const auto a = Bytes(w, rng), c = Bytes(w, rng);
+      std::vector<uint8_t> v0(2 * w + 1, 0xEE), v1 = v0, s0 = v0, s1 = v0;
+      bivista::UpScale2x2Rows(a.data(), c.data(), v0.data(), v1.data(), w);
+      bivista::scalar::UpScale2x2Rows(a.data(), c.data(), s0.data(), s1.data(), w);
+      ASSERT_TRUE(v0 == s0 && v1 == s1) << n;
+    }
+  });
+}
+
+}  // namespace
