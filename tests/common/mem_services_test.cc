@@ -93,30 +93,30 @@ TEST(Array2D, LayoutRefusalsAndAllocationFailures) {
 TEST(MemoryManager, BumpAllocatorBoundaries) {
   unsigned char block[100];
   MemoryManager m = {100, 0, block, block}, empty = {10, 0, nullptr, nullptr};
-  const auto state = [&] { return std::make_pair(m.free, m.used); };
   LogCapture log;
-  EXPECT_EQ(mAllocate(&m, 100), nullptr);  // exactly the free bytes fails on purpose
-  EXPECT_EQ(mAllocate(&m, 30), block);
-  EXPECT_EQ(mAllocate(&m, 69), block + 30);  // free 70 > 69
-  EXPECT_EQ(state(), std::make_pair(1, 99));
-  EXPECT_EQ(mAllocate(&m, 1), nullptr);
+  // {op: allocate, free or free all; size; expected offset (-1: null); then free and used}
+  const struct { char op; int n, at, free, used; } steps[] = {
+      {'a', 100, -1, 100, 0},  // exactly the free bytes fails on purpose
+      {'a', 30, 0, 70, 30},   {'a', 69, 30, 1, 99}, {'a', 1, -1, 1, 99},
+      {'a', -5, -1, 1, 99},    // never moves the cursor backwards
+      {'f', 99, 0, 1, 99},     // exactly the used count does nothing
+      {'f', -1, 0, 1, 99},    {'f', 69, 0, 70, 30}, {'a', 1, 30, 69, 31}, {'F', 0, 0, 100, 0}, {'a', 7, 0, 93, 7}};
+  for (const auto& s : steps) {
+    void* got = s.op == 'a' ? mAllocate(&m, s.n) : nullptr;
+    if (s.op == 'f') mFree(&m, s.n);
+    if (s.op == 'F') mFreeAll(&m);
+    EXPECT_EQ(got, s.op == 'a' && s.at >= 0 ? block + s.at : nullptr) << s.n;
+    EXPECT_EQ(std::make_pair(m.free, m.used), std::make_pair(s.free, s.used)) << s.op << s.n;
+  }
   EXPECT_EQ(mAllocate(nullptr, 1), nullptr);
-  EXPECT_EQ(mAllocate(&m, -5), nullptr);  // never moves the cursor backwards
   EXPECT_EQ(mAllocate(&empty, 1), nullptr);
-  EXPECT_EQ(CountMsg(log, 6, "ZR481_ALGO", "mAllocate", "\n!!!!!!!!!!!!!!error!!!!!!!!!!!\n\n"), 5);
-  mFree(&m, 99);  // exactly the used count does nothing
-  mFree(&m, -1);
-  mFree(&m, 69);
-  EXPECT_EQ(state(), std::make_pair(70, 30));
-  EXPECT_EQ(mAllocate(&m, 1), block + 30);
-  mFreeAll(&m);
-  mFreeAll(&empty);
-  EXPECT_EQ(m.current, block);
-  EXPECT_EQ(state(), std::make_pair(100, 0));
-  EXPECT_EQ(empty.free, 10);
   mFree(nullptr, 1);
   mFreeAll(nullptr);
-  EXPECT_EQ(log.Lines().size(), 5u);  // only mAllocate refusals speak
+  mFreeAll(&empty);
+  EXPECT_EQ(empty.free, 10);
+  // Only mAllocate refusals speak.
+  EXPECT_EQ(CountMsg(log, 6, "ZR481_ALGO", "mAllocate", "\n!!!!!!!!!!!!!!error!!!!!!!!!!!\n\n"), 5);
+  EXPECT_EQ(log.Lines().size(), 5u);
 }
 
 TEST(IsRelativePath, FlagsDotSlashAnywhere) {
