@@ -134,11 +134,13 @@ TEST(BoundsCheck, StringRefusals) {
   // strtok_s refusals write nothing: not the string, not *ptr, not *strmax.
   std::vector<Refusal> tok;
   // fresh: a null string with a null *ptr, rather than "ab cd" with *ptr at its 'b'
-  const auto add = [&](const char* what, rsize_t m, bool useMax, const char* delim, bool usePtr, bool fresh = false) {
+  const auto add = [&](const char* what, rsize_t m, bool useMax, const char* delim, bool usePtr,
+                       bool fresh = false) {
     tok.push_back({what, 0, kKeep, [=](char* d) {
                      char *ptr = fresh ? nullptr : d + 1, *start = ptr;
                      rsize_t max = m;
-                     char* r = strtok_s(fresh ? nullptr : d, useMax ? &max : nullptr, delim, usePtr ? &ptr : nullptr);
+                     char* r = strtok_s(fresh ? nullptr : d, useMax ? &max : nullptr, delim,
+                                        usePtr ? &ptr : nullptr);
                      return long{r != nullptr || ptr != start || max != m};
                    }, "ab cd"});
   };
@@ -175,7 +177,8 @@ TEST(BoundsCheck, FormattedRefusals) {
                  {kRange, -ERANGE, kKeep, [](char* d) { return snprintf_s(d, kBig, "x"); }},
                  {"%n in format", -EINVAL, kEmptied, [](char* d) { return snprintf_s(d, 16, "%1$n", &count); }}});
   CheckRefusals("vsnprintf_s", bc::kLineVsnprintfS,
-                {{"null %s argument", -EINVAL, kEmptied, [](char* d) { return Call(vsnprintf_s, d, 16, "%s", none); }}});
+                {{"null %s argument", -EINVAL, kEmptied,
+                  [](char* d) { return Call(vsnprintf_s, d, 16, "%s", none); }}});
   EXPECT_EQ(count, 0);
   // sscanf_s finds every refusal before storing anything.
   static int a = -1, b = -1;
@@ -184,7 +187,8 @@ TEST(BoundsCheck, FormattedRefusals) {
                 {{"src is null", EOF, kKeep, [](char*) { return sscanf_s(nullptr, "%d", &a); }},
                  {"format is null", EOF, kKeep, [](char*) { return sscanf_s("1", nullptr); }},
                  {null, EOF, kKeep, [](char*) { return sscanf_s("1 2", "%d %d", &a, (int*)nullptr); }},
-                 {null, EOF, kKeep, [](char*) { return sscanf_s("1 x", "%d %s", &a, (char*)nullptr, rsize_t{8}); }},
+                 {null, EOF, kKeep,
+                  [](char*) { return sscanf_s("1 x", "%d %s", &a, static_cast<char*>(nullptr), rsize_t{8}); }},
                  {"%n in format", EOF, kKeep, [](char*) { return sscanf_s("1 2", "%d%n", &a, &b); }},
                  {"%n in format", EOF, kKeep, [](char*) { return sscanf_s("1 2", "%d %*n", &a); }}});
   std::vector<Refusal> bad;
@@ -201,9 +205,11 @@ TEST(BoundsCheck, FormattedRefusals) {
   if (snprintf(nullptr, 0, "%ls", lone) < 0) {  // only where the C library refuses it too
     const auto negative = [](long r) { return r < 0 ? -1L : r; };
     CheckRefusals("snprintf_s", bc::kLineSnprintfS,
-                  {{"encoding error", -1, kEmptied, [=](char* d) { return negative(snprintf_s(d, 32, "%ls", lone)); }}});
+                  {{"encoding error", -1, kEmptied,
+                    [=](char* d) { return negative(snprintf_s(d, 32, "%ls", lone)); }}});
     CheckRefusals("sprintf_s", bc::kLineSprintfS,
-                  {{"encoding error", -1, kEmptied, [=](char* d) { return negative(sprintf_s(d, 32, "%ls", lone)); }}});
+                  {{"encoding error", -1, kEmptied,
+                    [=](char* d) { return negative(sprintf_s(d, 32, "%ls", lone)); }}});
   }
   setlocale(LC_CTYPE, saved.c_str());
 }
@@ -328,7 +334,9 @@ TEST(PrintfS, MatchSnprintf) {
     if (trial % 6 == 1) both("%-8x%+lld %g %c", i, ll, d, 'A' + trial % 26);
     if (trial % 6 == 3) both("%*.*e%%%o", w, w % 6, d, static_cast<unsigned>(i));
     if (trial % 6 == 4) both("%2$s %1$d", i, s.c_str());
-    if (trial % 6 == 5) both("%*.*f %lld %Lf %p %zu %s %%", w, w % 6, d, ll, 1.0L * d, static_cast<void*>(ours), n, s.c_str());
+    if (trial % 6 == 5) {
+      both("%*.*f %lld %Lf %p %zu %s %%", w, w % 6, d, ll, 1.0L * d, static_cast<void*>(ours), n, s.c_str());
+    }
     if (trial % 6 == 2) {
       r1 = sprintf_s(ours, n, "%s_%05d", s.c_str(), i % 1000);
       r2 = snprintf(ref, n, "%s_%05d", s.c_str(), i % 1000);
@@ -376,7 +384,8 @@ TEST(SscanfS, MatchesSscanf) {
   const char* alphabet = "0123456789abcxyz -,:.\t+%";
   const char* formats[] = {"%d %s %x", "%hhu:%3[0-9x]%lld %i", "%lf%c%d", "%i%[a-z]%d %lf", "%o %5[^,],%d",
                            "ab%d%s", "%d%% %s%d", "%u%5s,%hd", "%f %s %p"};
-  std::vector<std::string> inputs = {"", "   ", "ab", "x", "12", "12 34 ab", "5% 6", "5 6", "ab12", "54.32E-1 x 0x1234"};
+  std::vector<std::string> inputs = {"", "   ", "ab", "x", "12", "12 34 ab", "5% 6", "5 6", "ab12",
+                                     "54.32E-1 x 0x1234"};
   for (int trial = 0; trial < 4000; ++trial) {
     inputs.emplace_back(rng() % 24, ' ');
     for (char& c : inputs.back()) c = alphabet[rng() % strlen(alphabet)];

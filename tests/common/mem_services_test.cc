@@ -13,7 +13,9 @@ namespace {
 using bvtest::CountMsg;
 using bvtest::LogCapture;
 
-std::string Negative(int n) { return "the memory size " + std::to_string(n) + " you want to malloced is negative!!"; }
+std::string Negative(int n) {
+  return "the memory size " + std::to_string(n) + " you want to malloced is negative!!";
+}
 
 TEST(MemFxn, SafeNewAndPackedCallsThroughTheInstalledTable) {
   const vta_algo_mem_allocator_t saved = g_memFxn;
@@ -122,7 +124,9 @@ TEST(MemoryManager, BumpAllocatorBoundaries) {
 TEST(IsRelativePath, FlagsDotSlashAnywhere) {
   LogCapture log;
   for (const char* p : {"/data/vendor/camera/disp.yuv", "/data/a.b/c"}) EXPECT_EQ(IsRelativePath(p), 0) << p;
-  for (const char* p : {"./x", "/data/../etc", "/data/x./y", (const char*)nullptr}) EXPECT_EQ(IsRelativePath(p), -1);
+  for (const char* p : {"./x", "/data/../etc", "/data/x./y", (const char*)nullptr}) {
+    EXPECT_EQ(IsRelativePath(p), -1) << (p ? p : "null");
+  }
   EXPECT_EQ(CountMsg(log, 5, "ZR481_ALGO", "IsRelativePath", "it is not absulate path"), 4);
 }
 
