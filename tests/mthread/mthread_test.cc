@@ -31,9 +31,19 @@ std::string Fmt(const char* format, T value) {
   snprintf(text, sizeof text, format, value);
   return text;
 }
-int Count(const LogCapture& log, int priority, const char* tag, const char* func,
-          const std::string& text, int line) {
-  return bvtest::CountMsg(log, priority, tag, func, text, line);
+// One log line as "priority tag [func.line] text".
+std::string L(int priority, const char* tag, const char* func, int line, const std::string& text) {
+  return std::to_string(priority) + " " + tag + " " + bvtest::Msg(func, line, text);
+}
+// The whole log, order aside (workers log concurrently).
+void ExpectLog(const LogCapture& log, std::vector<std::string> want) {
+  std::vector<std::string> got;
+  for (const bvtest::LogLine& l : log.Lines()) {
+    got.push_back(std::to_string(l.priority) + " " + l.tag + " " + l.text);
+  }
+  std::sort(got.begin(), got.end());
+  std::sort(want.begin(), want.end());
+  EXPECT_EQ(got, want);
 }
 
 // Whether this platform lets a thread bind to CPUs 4-7, asked the way the pool asks (the raw
@@ -56,10 +66,9 @@ struct AffinityGuard {
 };
 
 struct Call {
-  int index;
-  std::thread::id thread;
+  int index, nice;
   uint32_t mask;
-  int nice;
+  std::thread::id thread;
   std::string name;
 };
 struct Seen {
@@ -82,7 +91,7 @@ void* Record(void* argument, int index) {
   char name[16] = {0};
   pthread_getname_np(pthread_self(), name, sizeof name);
   std::lock_guard<std::mutex> lock(seen->mutex);
-  seen->calls.push_back({index, std::this_thread::get_id(), mask, nice, name});
+  seen->calls.push_back({index, nice, mask, std::this_thread::get_id(), name});
   return nullptr;
 }
 
@@ -103,9 +112,10 @@ TEST(MThread, CreateRefusesCountsBelowOneWithoutTouchingStatus) {
   EXPECT_EQ(MThread_Create(0, nullptr, &status), nullptr);
   EXPECT_EQ(MThread_Create(-3, nullptr, nullptr), nullptr);
   EXPECT_EQ(status, 77);
-  EXPECT_EQ(Count(log, 3, kXelma, "MThread_Create", "Entering.", 88), 2);
-  EXPECT_EQ(Count(log, 5, kXelma, "MThread_Create", "Wrong Thread Number (0)!", 92), 1);
-  EXPECT_EQ(Count(log, 5, kXelma, "MThread_Create", "Wrong Thread Number (-3)!", 92), 1);
+  const std::string entering = L(3, kXelma, "MThread_Create", 88, "Entering.");
+  ExpectLog(log,
+            {entering, entering, L(5, kXelma, "MThread_Create", 92, "Wrong Thread Number (0)!"),
+             L(5, kXelma, "MThread_Create", 92, "Wrong Thread Number (-3)!")});
 }
 
 // Default pools swap clusters for workers 4-7; the big-cluster option pins workers 0-3 to the
@@ -126,92 +136,75 @@ TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
     EXPECT_EQ(MThread_Sync(pool, 0, 8), 0);  // idle workers: returns at once
     const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
     ASSERT_EQ(p->count, 8);
-    const int priority = options ? -20 : 0;
-    for (int i = 0; i < 8; ++i) {
-      EXPECT_EQ(p->workers[i].index, i);
-      EXPECT_EQ(p->workers[i].priority, priority);
-      EXPECT_EQ(p->workers[i].bindMode, (i >= 4) + (options ? 1 : 0)) << i;
-      EXPECT_EQ(p->workers[i].function, nullptr);
-    }
     Seen seen;
     EXPECT_EQ(MThread_Finish(pool, 0, 8, Record, &seen), 0);
     std::vector<int> indices = seen.Indices();
     std::sort(indices.begin(), indices.end());
     EXPECT_EQ(indices, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(
-        Count(log, 5, kXelma, "MThread_Create", "Fail to Set CPU Affinity for Main Thead!", 117),
-        options && !big);
+    std::vector<std::string> want = {
+        L(3, kXelma, "MThread_Create", 88, "Entering."),
+        L(3, kXelma, "MThread_Create", 186, Fmt("8 / 8 threads Created for %p.", pool)),
+        L(3, kXelma, "MThread_Create", 187, "Leaving .")};
+    if (options && !big) {
+      want.push_back(
+          L(5, kXelma, "MThread_Create", 117, "Fail to Set CPU Affinity for Main Thead!"));
+    }
     for (const Call& c : seen.calls) {
       const int mode = p->workers[c.index].bindMode;
+      EXPECT_EQ(mode, (c.index >= 4) + (options ? 1 : 0)) << c.index;
+      EXPECT_EQ(p->workers[c.index].priority, options ? -20 : 0);
       EXPECT_EQ(c.name, options ? "bv_worker" : "Xelma_Algo");
       EXPECT_NE(c.thread, std::this_thread::get_id());
       // Mode 2 keeps to the little cluster, mode 1 to the big one where it exists.
       EXPECT_EQ(c.mask & (mode == 2 ? ~0x0Fu : mode == 1 && big ? ~0xF0u : 0u), 0u) << c.index;
-      EXPECT_EQ(Count(log, 5, kMthd, "ThreadProc",
-                      Fmt("Fail to Set CPU Affinity for Thead %d!\n", c.index), 42),
-                mode == 1 && !big)
-          << c.index;
+      if (mode == 1 && !big) {
+        want.push_back(L(5, kMthd, "ThreadProc", 42,
+                         Fmt("Fail to Set CPU Affinity for Thead %d!\n", c.index)));
+      }
       // Nice -20 needs privilege: either it took effect or the failure was reported.
-      EXPECT_EQ(Count(log, 5, kMthd, "ThreadProc",
-                      Fmt("Set Priority for Thread %d failed, priority -20!\n", c.index), 47),
-                options && c.nice != -20)
-          << c.index;
+      if (options && c.nice != -20) {
+        want.push_back(L(5, kMthd, "ThreadProc", 47,
+                         Fmt("Set Priority for Thread %d failed, priority -20!\n", c.index)));
+      }
     }
-    EXPECT_EQ(
-        Count(log, 3, kXelma, "MThread_Create", Fmt("8 / 8 threads Created for %p.", pool), 186),
-        1);
-    EXPECT_EQ(Count(log, 3, kXelma, "MThread_Create", "Leaving .", 187), 1);
+    ExpectLog(log, want);
     log.Clear();
     MThread_Destroy(pool);
-    EXPECT_EQ(Count(log, 3, kMthd, "MThread_Destroy", "Entering.", 199), 1);
-    EXPECT_EQ(
-        Count(log, 3, kMthd, "MThread_Destroy", Fmt("8 threads Destroyed for %p.", pool), 224), 1);
-    EXPECT_EQ(Count(log, 3, kMthd, "MThread_Destroy", "Leaving .", 228), 1);
+    ExpectLog(log, {L(3, kMthd, "MThread_Destroy", 199, "Entering."),
+                    L(3, kMthd, "MThread_Destroy", 224, Fmt("8 threads Destroyed for %p.", pool)),
+                    L(3, kMthd, "MThread_Destroy", 228, "Leaving .")});
   }
 }
 
 // A Boot on a busy worker waits for its job; so does Destroy before joining the worker.
 TEST(MThread, BootAndDestroyWaitForTheBusyJob) {
-  struct Order {
-    std::mutex mutex;
-    std::string text;
-    std::atomic<bool> release{false};
-    void Add(const char* what, int i) {
-      std::lock_guard<std::mutex> lock(mutex);
-      text += what + std::to_string(i);
-    }
-    std::string Text() {
-      std::lock_guard<std::mutex> lock(mutex);
-      return text;
-    }
+  struct Steps {
+    std::atomic<int> step{0}, slow{0}, quick{0};
   };
-  auto slow = [](void* a, int i) -> void* {
-    Order* o = static_cast<Order*>(a);
-    while (!o->release.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    o->Add("S", i);
+  auto slow = [](void* a, int) -> void* {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    Steps* s = static_cast<Steps*>(a);
+    s->slow = ++s->step;
     return nullptr;
   };
-  auto quick = [](void* a, int i) -> void* {
-    static_cast<Order*>(a)->Add("Q", i);
+  auto quick = [](void* a, int) -> void* {
+    Steps* s = static_cast<Steps*>(a);
+    s->quick = ++s->step;
     return nullptr;
   };
   for (bool destroy : {false, true}) {
     void* pool = MThread_Create(2, nullptr, nullptr);
     ASSERT_NE(pool, nullptr);
-    Order order;
-    EXPECT_EQ(MThread_Boot(pool, 1, slow, &order), 0);
-    std::thread releaser([&order] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      order.release = true;
-    });
+    Steps s;
+    EXPECT_EQ(MThread_Boot(pool, 1, slow, &s), 0);
     if (!destroy) {
-      EXPECT_EQ(MThread_Boot(pool, 1, quick, &order), 0);
-      EXPECT_EQ(order.Text().substr(0, 2), "S1");
+      EXPECT_EQ(MThread_Boot(pool, 1, quick, &s), 0);
+      EXPECT_EQ(s.slow, 1);
       EXPECT_EQ(MThread_Clean(pool, 1), 0);
+      EXPECT_EQ(s.quick, 2);
     }
     MThread_Destroy(pool);
-    releaser.join();
-    EXPECT_EQ(order.text, destroy ? "S1" : "S1Q1");
+    EXPECT_EQ(s.slow, 1);
   }
 }
 
@@ -224,9 +217,10 @@ TEST(MThread, IndicesOutsideThePoolAreReportedNotRun) {
   EXPECT_EQ(MThread_Boot(pool, -1, Record, &seen), -1);
   EXPECT_EQ(MThread_Finish(pool, 1, 2, Record, &seen), -1);  // worker 1 runs, 2 is refused
   EXPECT_EQ(seen.Indices(), std::vector<int>{1});
-  const std::string text = "Thread index 2 out of range (2 threads)!";
-  EXPECT_EQ(Count(log, 6, kMthd, "MThread_Boot", text, 241), 2);
-  EXPECT_EQ(Count(log, 6, kMthd, "MThread_Sync", text, 241), 1);
+  const std::string range = "Thread index %d out of range (2 threads)!";
+  const std::string boot = L(6, kMthd, "MThread_Boot", 241, Fmt(range.c_str(), 2));
+  ExpectLog(log, {boot, boot, L(6, kMthd, "MThread_Boot", 241, Fmt(range.c_str(), -1)),
+                  L(6, kMthd, "MThread_Sync", 241, Fmt(range.c_str(), 2))});
   MThread_Destroy(pool);
 }
 
@@ -244,10 +238,12 @@ TEST(MThread, NullAndEmptyPoolsAreReportedAndTheHandleFreed) {
   EXPECT_EQ(watch.live(), 0);
   const std::string null = "NULL Pointer of Thread Pool.";
   const std::string none = "NULL Pointer / Threads (0) of Thread Pool.";
-  EXPECT_EQ(Count(log, 5, kMthd, "MThread_Destroy", null, 202), 1);
-  EXPECT_EQ(Count(log, 5, kMthd, "MThread_ChangeBindCoreFlag", null, 333), 1);
-  EXPECT_EQ(Count(log, 5, kMthd, "MThread_Destroy", none, 207), 1);
-  EXPECT_EQ(Count(log, 5, kMthd, "MThread_ChangeBindCoreFlag", none, 337), 1);
+  const char* const bind = "MThread_ChangeBindCoreFlag";
+  ExpectLog(log, {L(3, kMthd, bind, 330, "Entering."), L(3, kMthd, bind, 330, "Entering."),
+                  L(3, kMthd, "MThread_Destroy", 199, "Entering."),
+                  L(3, kMthd, "MThread_Destroy", 199, "Entering."),
+                  L(5, kMthd, "MThread_Destroy", 202, null), L(5, kMthd, bind, 333, null),
+                  L(5, kMthd, "MThread_Destroy", 207, none), L(5, kMthd, bind, 337, none)});
 }
 
 TEST(MThread, CreateAllocationFailuresAreReportedAndLeakFree) {
@@ -259,12 +255,14 @@ TEST(MThread, CreateAllocationFailuresAreReportedAndLeakFree) {
     MThread_Destroy(pool);
   });
   EXPECT_EQ(runs, 3);
-  EXPECT_EQ(Count(log, 5, kXelma, "MThread_Create",
-                  Fmt("Failed to Allocate Memory of %d for 3 threads!",
-                      static_cast<int>(3 * sizeof(MThread_Worker))),
-                  108),
+  EXPECT_EQ(bvtest::CountMsg(log, 5, kXelma, "MThread_Create",
+                             Fmt("Failed to Allocate Memory of %d for 3 threads!",
+                                 static_cast<int>(3 * sizeof(MThread_Worker))),
+                             108),
             1);
-  EXPECT_EQ(Count(log, 5, kXelma, "MThread_Create", "Failed to Allocate Memory of 16!", 174), 1);
+  EXPECT_EQ(
+      bvtest::CountMsg(log, 5, kXelma, "MThread_Create", "Failed to Allocate Memory of 16!", 174),
+      1);
 }
 
 TEST(MThread, ChangeBindCoreFlagStoresTheModeAndBindReportsAbsentCpus) {
@@ -274,8 +272,8 @@ TEST(MThread, ChangeBindCoreFlagStoresTheModeAndBindReportsAbsentCpus) {
   LogCapture log;
   MThread_ChangeBindCoreFlag(pool, 2);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(static_cast<MThread_Pool*>(pool)->workers[i].bindMode, 2);
-  EXPECT_EQ(Count(log, 3, kMthd, "MThread_ChangeBindCoreFlag", "Entering.", 330), 1);
-  EXPECT_EQ(Count(log, 3, kMthd, "MThread_ChangeBindCoreFlag", "Leaving .", 346), 1);
+  ExpectLog(log, {L(3, kMthd, "MThread_ChangeBindCoreFlag", 330, "Entering."),
+                  L(3, kMthd, "MThread_ChangeBindCoreFlag", 346, "Leaving .")});
   MThread_Destroy(pool);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_ALL), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_LITTLE), 0);
