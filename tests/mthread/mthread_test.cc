@@ -35,15 +35,22 @@ std::string Fmt(const char* format, T value) {
 std::string L(int priority, const char* tag, const char* func, int line, const std::string& text) {
   return std::to_string(priority) + " " + tag + " " + bvtest::Msg(func, line, text);
 }
+// Lines of MThread_Create.
+std::string X(int priority, int line, const std::string& text) {
+  return L(priority, kXelma, "MThread_Create", line, text);
+}
 // The whole log, order aside (workers log concurrently).
-void ExpectLog(const LogCapture& log, std::vector<std::string> want) {
+std::vector<std::string> Logged(const LogCapture& log) {
   std::vector<std::string> got;
   for (const bvtest::LogLine& l : log.Lines()) {
     got.push_back(std::to_string(l.priority) + " " + l.tag + " " + l.text);
   }
   std::sort(got.begin(), got.end());
+  return got;
+}
+void ExpectLog(const LogCapture& log, std::vector<std::string> want) {
   std::sort(want.begin(), want.end());
-  EXPECT_EQ(got, want);
+  EXPECT_EQ(Logged(log), want);
 }
 
 // Whether this platform lets a thread bind to CPUs 4-7, asked the way the pool asks (the raw
@@ -106,18 +113,6 @@ TEST(MThread, NullPoolRunsEveryJobInlineInOrder) {
   for (const Call& c : seen.calls) EXPECT_EQ(c.thread, std::this_thread::get_id());
 }
 
-TEST(MThread, CreateRefusesCountsBelowOneWithoutTouchingStatus) {
-  LogCapture log;
-  int status = 77;
-  EXPECT_EQ(MThread_Create(0, nullptr, &status), nullptr);
-  EXPECT_EQ(MThread_Create(-3, nullptr, nullptr), nullptr);
-  EXPECT_EQ(status, 77);
-  const std::string entering = L(3, kXelma, "MThread_Create", 88, "Entering.");
-  ExpectLog(log,
-            {entering, entering, L(5, kXelma, "MThread_Create", 92, "Wrong Thread Number (0)!"),
-             L(5, kXelma, "MThread_Create", 92, "Wrong Thread Number (-3)!")});
-}
-
 // Default pools swap clusters for workers 4-7; the big-cluster option pins workers 0-3 to the
 // big cluster, 4-7 to the little one, and raises the priority. Binds and priorities the platform
 // refuses are reported.
@@ -141,13 +136,11 @@ TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
     std::vector<int> indices = seen.Indices();
     std::sort(indices.begin(), indices.end());
     EXPECT_EQ(indices, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
-    std::vector<std::string> want = {
-        L(3, kXelma, "MThread_Create", 88, "Entering."),
-        L(3, kXelma, "MThread_Create", 186, Fmt("8 / 8 threads Created for %p.", pool)),
-        L(3, kXelma, "MThread_Create", 187, "Leaving .")};
+    std::vector<std::string> want = {X(3, 88, "Entering."),
+                                     X(3, 186, Fmt("8 / 8 threads Created for %p.", pool)),
+                                     X(3, 187, "Leaving .")};
     if (options && !big) {
-      want.push_back(
-          L(5, kXelma, "MThread_Create", 117, "Fail to Set CPU Affinity for Main Thead!"));
+      want.push_back(X(5, 117, "Fail to Set CPU Affinity for Main Thead!"));
     }
     for (const Call& c : seen.calls) {
       const int mode = p->workers[c.index].bindMode;
@@ -246,8 +239,18 @@ TEST(MThread, NullAndEmptyPoolsAreReportedAndTheHandleFreed) {
                   L(5, kMthd, "MThread_Destroy", 207, none), L(5, kMthd, bind, 337, none)});
 }
 
-TEST(MThread, CreateAllocationFailuresAreReportedAndLeakFree) {
+// Counts below one are refused without touching status; failed allocations are reported and
+// leak nothing.
+TEST(MThread, CreateRefusalsAndAllocationFailures) {
   LogCapture log;
+  int status = 77;
+  EXPECT_EQ(MThread_Create(0, nullptr, &status), nullptr);
+  EXPECT_EQ(MThread_Create(-3, nullptr, nullptr), nullptr);
+  EXPECT_EQ(status, 77);
+  const std::string entering = X(3, 88, "Entering.");
+  ExpectLog(log, {entering, entering, X(5, 92, "Wrong Thread Number (0)!"),
+                  X(5, 92, "Wrong Thread Number (-3)!")});
+  log.Clear();
   const int runs = bvtest::ForEachMallocFailure([](int run) {
     int status = 0;
     void* pool = MThread_Create(3, nullptr, &status);
@@ -255,17 +258,16 @@ TEST(MThread, CreateAllocationFailuresAreReportedAndLeakFree) {
     MThread_Destroy(pool);
   });
   EXPECT_EQ(runs, 3);
-  EXPECT_EQ(bvtest::CountMsg(log, 5, kXelma, "MThread_Create",
-                             Fmt("Failed to Allocate Memory of %d for 3 threads!",
-                                 static_cast<int>(3 * sizeof(MThread_Worker))),
-                             108),
-            1);
-  EXPECT_EQ(
-      bvtest::CountMsg(log, 5, kXelma, "MThread_Create", "Failed to Allocate Memory of 16!", 174),
-      1);
+  std::vector<std::string> got = Logged(log);
+  const int records = static_cast<int>(3 * sizeof(MThread_Worker));
+  for (const std::string& want :
+       {X(5, 108, Fmt("Failed to Allocate Memory of %d for 3 threads!", records)),
+        X(5, 174, "Failed to Allocate Memory of 16!")}) {
+    EXPECT_EQ(std::count(got.begin(), got.end(), want), 1) << want;
+  }
 }
 
-TEST(MThread, ChangeBindCoreFlagStoresTheModeAndBindReportsAbsentCpus) {
+TEST(MThread, ChangeBindCoreFlagBindAndName) {
   AffinityGuard guard;
   void* pool = MThread_Create(3, nullptr, nullptr);
   ASSERT_NE(pool, nullptr);
@@ -278,9 +280,7 @@ TEST(MThread, ChangeBindCoreFlagStoresTheModeAndBindReportsAbsentCpus) {
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_ALL), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_LITTLE), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_BIG) == 0, HaveBigCluster());
-}
-
-TEST(MThread, NamesTheGivenOrCallingThreadAndIgnoresNullNames) {
+  // Names go to the given or the calling thread; null names are ignored.
   char saved[16] = {0}, name[16] = {0};
   pthread_getname_np(pthread_self(), saved, sizeof saved);
   pthread_t self = pthread_self();
