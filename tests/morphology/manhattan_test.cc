@@ -1,101 +1,63 @@
 // City-block transforms against direct minima over sources of (start value + city-block
 // distance), with the start values and reach each family defines.
 #include <gtest/gtest.h>
-#include <stdint.h>
 
 #include <stdlib.h>
 
 #include <algorithm>
-#include <random>
-#include <vector>
 
 #include "bivista/morphology.h"
 #include "morph_test_util.h"
 
 namespace {
 
-using morphtest::Bytes;
-
-// Relaxes D = min(D, neighbour + 1) (saturating at 255) over the pixels flagged free until stable.
-Bytes Relax(Bytes d, const std::vector<bool>& free, int w, int h) {
-  for (bool changed = true; changed;) {
-    changed = false;
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) {
-        if (!free[y * w + x]) continue;
-        const int nb[4][2] = {{x - 1, y}, {x + 1, y}, {x, y - 1}, {x, y + 1}};
-        for (const auto& q : nb) {
-          if (q[0] < 0 || q[1] < 0 || q[0] >= w || q[1] >= h) continue;
-          const int c = std::min(255, d[q[1] * w + q[0]] + 1);
-          if (c < d[y * w + x]) {
-            d[y * w + x] = static_cast<uint8_t>(c);
-            changed = true;
-          }
-        }
-      }
-    }
-  }
-  return d;
-}
-
-std::vector<bool> Interior(int w, int h) {
-  std::vector<bool> f(w * h, false);
-  for (int y = 1; y < h - 1; ++y) {
-    for (int x = 1; x < w - 1; ++x) f[y * w + x] = true;
-  }
-  return f;
-}
+using namespace morphtest;
 
 // Interior distances: interior seeds and top/left frame values reach every interior pixel; the
 // bottom and right frame rows are met only by the backward pass, so they reach the pixels above
-// and to the left of them. A frame value of 255 is far. Seeds: erode ? non-255 : 255-pixels.
+// and to the left of them. Corners and a frame value of 255 are far. Interior seeds: erode ?
+// non-255 starting at their value : 255-pixels starting at 0.
 Bytes DirectInterior(const Bytes& m, int w, int h, bool erode) {
-  if (h < 3 || w < 3) return m;
   Bytes d(m);
-  for (int py = 1; py < h - 1; ++py) {
-    for (int px = 1; px < w - 1; ++px) {
-      const uint8_t own = m[py * w + px];
-      int best = erode ? (own == 255 ? 255 : own) : (own == 255 ? 0 : 255);
-      for (int y = 1; y < h - 1; ++y) {
-        for (int x = 1; x < w - 1; ++x) {
-          const uint8_t v = m[y * w + x];
-          const bool seed = erode ? v != 255 : v == 255;
-          if (seed) best = std::min(best, (erode ? v : 0) + std::abs(y - py) + std::abs(x - px));
-        }
+  for (int p = 0; p < w * h; ++p) {
+    const int px = p % w, py = p / w;
+    if (px == 0 || py == 0 || px == w - 1 || py == h - 1) continue;
+    int best = 255;
+    for (int q = 0; q < w * h; ++q) {
+      const int x = q % w, y = q / w, v = m[q];
+      const bool inner = x > 0 && y > 0 && x < w - 1 && y < h - 1;
+      const bool corner = (x == 0 || x == w - 1) && (y == 0 || y == h - 1);
+      const bool reach = x == 0 || y == 0 || (y == h - 1 && x >= px) || (x == w - 1 && y >= py);
+      const bool seed = inner ? (erode ? v != 255 : v == 255) : !corner && reach && v != 255;
+      if (seed) best = std::min(best, (inner && !erode ? 0 : v) + abs(y - py) + abs(x - px));
+    }
+    d[p] = static_cast<uint8_t>(best);
+  }
+  return d;
+}
+
+// Shortest paths from the targets by relaxation; the far value wraps to a byte on row and column 0
+// and saturates elsewhere.
+Bytes DirectWhole(const Bytes& m, int w, int h, uint8_t target) {
+  Bytes d(m.size());
+  for (int i = 0; i < w * h; ++i) {
+    d[i] = m[i] == target ? 0 : (i < w || i % w == 0 ? static_cast<uint8_t>(w + h) : std::min(w + h, 255));
+  }
+  for (bool changed = true; changed;) {
+    changed = false;
+    for (int i = 0; i < w * h; ++i) {
+      for (int q : {i % w ? i - 1 : -1, i % w < w - 1 ? i + 1 : -1, i - w, i + w}) {
+        if (q >= 0 && q < w * h && d[q] + 1 < d[i]) d[i] = d[q] + 1, changed = true;
       }
-      const auto frame = [&](int x, int y, int dist) {
-        if (m[y * w + x] != 255) best = std::min(best, m[y * w + x] + dist);
-      };
-      for (int x = 1; x < w - 1; ++x) {
-        frame(x, 0, py + std::abs(x - px));
-        if (x >= px) frame(x, h - 1, h - 1 - py + x - px);
-      }
-      for (int y = 1; y < h - 1; ++y) {
-        frame(0, y, px + std::abs(y - py));
-        if (y >= py) frame(w - 1, y, w - 1 - px + y - py);
-      }
-      d[py * w + px] = static_cast<uint8_t>(std::min(best, 255));
     }
   }
   return d;
 }
 
-Bytes DirectWhole(const Bytes& m, int w, int h, uint8_t target) {
-  Bytes d(m);
-  const uint8_t far8 = static_cast<uint8_t>(w + h);
-  const uint8_t cap = static_cast<uint8_t>(std::min(w + h, 255));
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      uint8_t& p = d[y * w + x];
-      p = m[y * w + x] == target ? 0 : (x == 0 || y == 0 ? far8 : cap);
-    }
-  }
-  return Relax(d, std::vector<bool>(w * h, true), w, h);
-}
-
-Bytes Thresholded(Bytes d, int N, uint8_t above, uint8_t notAbove, const std::vector<bool>* only) {
-  for (size_t i = 0; i < d.size(); ++i) {
-    if (!only || (*only)[i]) d[i] = d[i] > N ? above : notAbove;
+Bytes Thresholded(Bytes d, int w, int h, int N, uint8_t above, uint8_t notAbove, bool innerOnly) {
+  for (int i = 0; i < w * h; ++i) {
+    const int x = i % w, y = i / w;
+    if (!innerOnly || (x > 0 && y > 0 && x < w - 1 && y < h - 1)) d[i] = d[i] > N ? above : notAbove;
   }
   return d;
 }
@@ -103,40 +65,36 @@ Bytes Thresholded(Bytes d, int N, uint8_t above, uint8_t notAbove, const std::ve
 const int kDistSizes[][2] = {{1, 1}, {2, 5}, {5, 2}, {3, 3}, {4, 9}, {17, 3},
                              {19, 13}, {33, 20}, {70, 9}, {150, 105}, {130, 126}, {200, 100}};
 
+// 0/255 masks, and kind 3: arbitrary values (frame values act as seeds).
 Bytes Sample(int w, int h, int kind, std::mt19937& rng) {
-  Bytes m = morphtest::MakeMask(w, h, morphtest::kKinds[kind % 3], rng, 255, 0);
-  if (kind == 3) m = morphtest::RandomBytes(w * h, rng);  // arbitrary frame values as seeds
-  return m;
+  return kind == 3 ? RandomBytes(w * h, rng) : MakeMask(w, h, kKinds[kind], rng, 255, 0);
 }
 
 TEST(Manhattan, InteriorFamilyMatchesDirectMinimum) {
   std::mt19937 rng(41);
   for (const auto& s : kDistSizes) {
     const int w = s[0], h = s[1];
-    if (w * h > 3000) continue;
-    for (int kind = 0; kind < 4; ++kind) {
-      const Bytes m = Sample(w, h, kind, rng);
+    for (int kind = 0; kind < 4 && w * h <= 3000; ++kind) {
+      const Bytes m = Sample(w, h, kind, rng), dist = DirectInterior(m, w, h, false);
       Bytes img = m;
       bivista_manhattan(img.data(), w, h);
-      const Bytes dist = DirectInterior(m, w, h, false);
       ASSERT_EQ(img, dist) << w << "x" << h << " kind " << kind;
-      const auto inner = Interior(w, h);
       for (int N : {-1, 0, 1, 3, 300}) {
         img = m;
         Dilate_quick_timesN(img.data(), w, h, N);
-        ASSERT_EQ(img, Thresholded(dist, N, 0, 255, &inner)) << w << "x" << h << " N=" << N;
+        ASSERT_EQ(img, Thresholded(dist, w, h, N, 0, 255, true)) << w << "x" << h << " N=" << N;
       }
-      if (kind == 3) continue;  // the erosion measures 0/255 masks
-      const Bytes edist = DirectInterior(m, w, h, true);
       for (int N : {0, 1, 2, 5, 255}) {
+        if (kind == 3) break;  // the erosion measures 0/255 masks
         img = m;
         EXPECT_EQ(Erode_quick_timesN(img.data(), w, h, static_cast<uint8_t>(N)), img.data());
-        ASSERT_EQ(img, Thresholded(edist, N, 255, 0, nullptr)) << w << "x" << h << " N=" << N;
+        ASSERT_EQ(img, Thresholded(DirectInterior(m, w, h, true), w, h, N, 255, 0, false)) << N;
       }
     }
   }
 }
 
+// Includes 200x100 without a target: row 0 then holds the wrapped far value 44.
 TEST(Manhattan, WholeImageFamilyMatchesRelaxationWithBothFarValues) {
   std::mt19937 rng(42);
   for (const auto& s : kDistSizes) {
@@ -146,39 +104,17 @@ TEST(Manhattan, WholeImageFamilyMatchesRelaxationWithBothFarValues) {
       for (uint8_t target : {0, 255, 7}) {
         Bytes img = m;
         EXPECT_EQ(manhattan(img.data(), w, h, target), img.data());
-        ASSERT_EQ(img, DirectWhole(m, w, h, target))
-            << w << "x" << h << " kind " << kind << " target " << int(target);
+        ASSERT_EQ(img, DirectWhole(m, w, h, target)) << w << "x" << h << " " << kind << " " << int(target);
       }
       for (int N : {0, 1, 4, 255}) {
-        Bytes img = m;
+        Bytes img = m, img2 = m;
         EXPECT_EQ(dilate_manh(img.data(), w, h, static_cast<uint8_t>(N)), img.data());
-        ASSERT_EQ(img, Thresholded(DirectWhole(m, w, h, 255), N, 0, 255, nullptr));
-        img = m;
-        EXPECT_EQ(erode_manh(img.data(), w, h, static_cast<uint8_t>(N)), img.data());
-        ASSERT_EQ(img, Thresholded(DirectWhole(m, w, h, 0), N, 255, 0, nullptr));
+        ASSERT_EQ(img, Thresholded(DirectWhole(m, w, h, 255), w, h, N, 0, 255, false));
+        EXPECT_EQ(erode_manh(img2.data(), w, h, static_cast<uint8_t>(N)), img2.data());
+        ASSERT_EQ(img2, Thresholded(DirectWhole(m, w, h, 0), w, h, N, 255, 0, false));
       }
     }
   }
-}
-
-TEST(Manhattan, EdgeCases) {
-  // Frame 0, interior 255: N = 1 clears the ring next to the frame.
-  const int w = 8, h = 7;
-  Bytes m(w * h, 0);
-  for (int y = 1; y < h - 1; ++y) {
-    for (int x = 1; x < w - 1; ++x) m[y * w + x] = 255;
-  }
-  Erode_quick_timesN(m.data(), w, h, 1);
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      const bool keep = y >= 2 && y <= h - 3 && x >= 2 && x <= w - 3;
-      EXPECT_EQ(m[y * w + x], keep ? 255 : 0) << x << "," << y;
-    }
-  }
-  // No target with width + height = 300: row 0 holds the wrapped far value 44.
-  Bytes none(200 * 100, 9);
-  manhattan(none.data(), 200, 100, 0);
-  for (int x = 0; x < 200; ++x) ASSERT_EQ(none[x], 44) << x;
 }
 
 }  // namespace
