@@ -7,6 +7,8 @@
 #include <random>
 #include <vector>
 
+#include "bivista/morphology.h"
+
 namespace morphtest {
 
 using Bytes = std::vector<uint8_t>;
@@ -52,6 +54,16 @@ inline Bytes RandomBytes(size_t n, std::mt19937& rng, int lo = 0, int hi = 255) 
 // Odd and awkward sizes: single rows and columns, and sizes around the vector widths.
 constexpr int kSizes[][2] = {{1, 1}, {1, 9}, {9, 1}, {2, 7}, {5, 3}, {13, 9},
                              {17, 16}, {33, 11}, {31, 29}, {64, 5}, {100, 7}};
+
+enum Shape { kCross, kRect3, kRect5 };
+
+// The fixed-kernel entry point for a shape; 5x5 has no iteration count.
+inline void RunShape(Shape shape, bool useOr, uint8_t* img, uint8_t* scratch, int w, int h,
+                     int stride, int iterations) {
+  if (shape == kRect5) return (useOr ? DilateWith5x5Rect : ErodeWith5x5Rect)(img, scratch, w, h, stride);
+  (shape == kRect3 ? (useOr ? DilateWith3x3Rect : ErodeWith3x3Rect)
+                   : (useOr ? DilateWith3x3Cross : ErodeWith3x3Cross))(img, scratch, w, h, stride, iterations);
+}
 
 }  // namespace morphtest
 
