@@ -17,30 +17,18 @@ enum class Kind { kSparse, kDense, kBlobby };
 constexpr Kind kKinds[] = {Kind::kSparse, Kind::kDense, Kind::kBlobby};
 
 // A width x height mask of fg on bg: isolated pixels, mostly foreground, or disks with noise.
-inline Bytes MakeMask(int width, int height, Kind kind, std::mt19937& rng, uint8_t fg = 1,
-                      uint8_t bg = 0) {
-  Bytes m(static_cast<size_t>(width) * height, bg);
+inline Bytes MakeMask(int w, int h, Kind kind, std::mt19937& rng, uint8_t fg = 1, uint8_t bg = 0) {
   std::uniform_real_distribution<double> u(0.0, 1.0);
-  if (kind != Kind::kBlobby) {
-    const double p = kind == Kind::kSparse ? 0.06 : 0.75;
-    for (auto& b : m) b = u(rng) < p ? fg : bg;
-    return m;
-  }
-  const int blobs = 1 + (width * height) / 120;
-  for (int i = 0; i < blobs; ++i) {
-    const int cx = static_cast<int>(u(rng) * width);
-    const int cy = static_cast<int>(u(rng) * height);
+  Bytes m(static_cast<size_t>(w) * h, bg);
+  const double p = kind == Kind::kSparse ? 0.06 : kind == Kind::kDense ? 0.75 : 0.02;
+  for (int blob = 0; kind == Kind::kBlobby && blob <= w * h / 120; ++blob) {
+    const int cx = static_cast<int>(u(rng) * w), cy = static_cast<int>(u(rng) * h);
     const int r = 1 + static_cast<int>(u(rng) * 5);
-    for (int y = cy - r; y <= cy + r; ++y) {
-      for (int x = cx - r; x <= cx + r; ++x) {
-        if (y < 0 || x < 0 || y >= height || x >= width) continue;
-        if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= r * r) m[static_cast<size_t>(y) * width + x] = fg;
-      }
+    for (int i = 0; i < w * h; ++i) {
+      if ((i % w - cx) * (i % w - cx) + (i / w - cy) * (i / w - cy) <= r * r) m[i] = fg;
     }
   }
-  for (auto& b : m) {
-    if (u(rng) < 0.02) b = b == fg ? bg : fg;
-  }
+  for (auto& b : m) b = u(rng) < p ? (b == fg ? bg : fg) : b;
   return m;
 }
 
