@@ -206,58 +206,39 @@ TEST(ErosionDilationOpt, ColumnCountersWrapAt256) {
   }
 }
 
-TEST(ErosionDilationOpt, RefusalsAndAllocationFailureLogAndLeaveTheImage) {
+// Refusals and allocation failures of the counter engine are logged and leave the image. Opening
+// and closing log a failing pass, return the logger's own result (the formatted line's length) and
+// leave in the output what the passes before it wrote.
+TEST(ErosionDilationOpt, RefusalsAndFailuresLogAndLeaveTheImage) {
   struct Case {
-    int w, h, kW, kH, failAt, line;
-  } cases[] = {{600, 4, 256, 0, 0, 340}, {4, 600, 0, 256, 0, 340}, {10, 5, 5, 0, 0, 340},
-               {10, 5, 0, 3, 0, 340},    {10, 6, -1, 0, 0, 340},   {12, 7, 1, 1, 1, 346}};
+    int which, w, h, kW, kH, failAt, line;  // which: 0 the engine, 1 ImOpen, 2 ImClose (k = kW)
+  } cases[] = {{0, 600, 4, 256, 0, 0, 340}, {0, 4, 600, 0, 256, 0, 340}, {0, 10, 5, 5, 0, 0, 340},
+               {0, 10, 5, 0, 3, 0, 340},    {0, 10, 6, -1, 0, 0, 340},   {0, 12, 7, 1, 1, 1, 346},
+               {1, 15, 9, 19, 0, 0, 601},   {1, 15, 9, 3, 0, 2, 606},    {2, 15, 9, 19, 0, 0, 627},
+               {2, 15, 9, 3, 0, 2, 633}};
   std::mt19937 rng(16);
   for (const auto& c : cases) {
+    const Bytes m = MakeMask(c.w, c.h, Kind::kBlobby, rng);
+    const char* func = c.which == 0 ? kOpt : c.which == 1 ? "ImOpen" : "ImClose";
+    const std::string text = c.which    ? std::string(kOpt) + " Run Failed"
+                             : c.failAt ? std::string(kOpt) + " safeNew ERROR!!!"
+                                        : "Unsupport Radius: kWidth[" + std::to_string(c.kW) +
+                                              "] kHeight[" + std::to_string(c.kH) + "]";
     bvtest::LogCapture log;
-    const Bytes m = MakeMask(c.w, c.h, Kind::kSparse, rng);
-    Bytes img = m;
     bvtest::MallocWatch watch;
     watch.FailAt(c.failAt);
-    EXPECT_EQ(Erosion_Dilation_Function_opt(img.data(), c.w, c.h, c.kW, c.kH, 1), -1);
+    Bytes out = c.which ? Bytes(m.size(), 0x5A) : m;
+    const int rc = c.which ? (c.which == 1 ? ImOpen : ImClose)(nullptr, m.data(), out.data(), c.w, c.h, c.kW)
+                           : Erosion_Dilation_Function_opt(out.data(), c.w, c.h, c.kW, c.kH, 1);
+    EXPECT_EQ(rc, c.which ? static_cast<int>(bvtest::Msg(func, c.line, text).size()) : -1) << text;
     EXPECT_EQ(watch.calls(), c.failAt);
     EXPECT_EQ(watch.live(), 0);
-    EXPECT_EQ(img, m);
-    const std::string text = c.failAt ? std::string(kOpt) + " safeNew ERROR!!!"
-                                      : "Unsupport Radius: kWidth[" + std::to_string(c.kW) +
-                                            "] kHeight[" + std::to_string(c.kH) + "]";
-    EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, kOpt, text, c.line), 1) << text;
-    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_EQ(out, c.which && c.failAt ? DirectSpread(m, c.w, c.h, 1, 1, c.which == 2) : m) << text;
+    EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, func, text, c.line), 1) << text;
+    if (!c.which) EXPECT_EQ(log.Lines().size(), 1u);
   }
   Bytes ok(10 * 5, 0);
   EXPECT_EQ(Erosion_Dilation_Function_opt(ok.data(), 10, 5, 4, 2, 1), 0);
-}
-
-// A failing pass is logged; the result is the logger's own (the formatted line's length) and the
-// output keeps what the passes before it left.
-TEST(ImOpenClose, ReportFailingPassesAndKeepTheIntermediate) {
-  std::mt19937 rng(18);
-  const int w = 15, h = 9;
-  const Bytes m = MakeMask(w, h, Kind::kBlobby, rng);
-  const Bytes eroded = DirectSpread(m, w, h, 1, 1, 0), dilated = DirectSpread(m, w, h, 1, 1, 1);
-  struct Case {
-    bool open;
-    int k, failAt, line;
-    const Bytes* left;
-  } cases[] = {{true, 19, 0, 601, &m}, {true, 3, 2, 606, &eroded},
-               {false, 19, 0, 627, &m}, {false, 3, 2, 633, &dilated}};
-  for (const auto& c : cases) {
-    const char* func = c.open ? "ImOpen" : "ImClose";
-    const std::string text = "Erosion_Dilation_Function_opt Run Failed";
-    bvtest::LogCapture log;
-    bvtest::MallocWatch watch;
-    watch.FailAt(c.failAt);
-    Bytes out(w * h, 0x5A);
-    EXPECT_EQ((c.open ? ImOpen : ImClose)(nullptr, m.data(), out.data(), w, h, c.k),
-              static_cast<int>(bvtest::Msg(func, c.line, text).size()));
-    EXPECT_EQ(watch.live(), 0);
-    EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, func, text, c.line), 1) << func << c.line;
-    EXPECT_EQ(out, *c.left) << func << c.line;
-  }
 }
 
 // Against the counter engine on the 0/1 view: brute-force dilation marks new pixels 255 and keeps
@@ -416,12 +397,6 @@ TEST(ConnectTwoPass, MatchesDirectModelOnRandomMasks) {
   }
   const Bytes big = MakeMask(97, 61, Kind::kDense, rng);
   for (bool eight : {false, true}) CheckLabels(big, 97, 61, 1, eight);
-  // The diagonal from column 0 to the upper right is not followed.
-  std::vector<int> labels(4), table(6);
-  int count = 0;
-  const Bytes diag = {0, 1, 1, 0};
-  connectTwoPass_8(diag.data(), labels.data(), 2, 2, &count, table.data(), 1);
-  EXPECT_NE(labels[1], labels[2]);
 }
 
 // City-block transforms against direct minima over sources of (start value + distance).
