@@ -49,8 +49,9 @@ TEST(MorphKernels, MatchScalarOnEveryTarget) {
       for (auto& v : q) {
         for (int i = 0; i < n; ++i) v.push_back(rng() % 4 == 0 ? rng() : rng() % 50);
       }
-      // Some windows exactly full, some sums exactly zero or negative.
-      for (int i = 0; i < n; ++i) q[0][i] = (i % 3 ? i % 5 == 1 ? 0 : q[0][i] - 21 : 0) + 21 + q[2][i] + q[3][i] - q[1][i];
+      for (int i = 0; i < n; ++i) {  // some windows exactly full, some sums exactly zero
+        if (i % 3 == 0 || i % 5 == 1) q[0][i] = (i % 5 == 1 ? 0 : 21) + q[2][i] + q[3][i] - q[1][i];
+      }
       for (int erode = 0; erode <= 1; ++erode) {
         EXPECT_TWINS(Bytes(n, 9), Bytes(n, 9), BoxDecideRow, q[0].data(), q[1].data(), q[2].data(),
                      q[3].data(), out.data(), n, 21, erode);
