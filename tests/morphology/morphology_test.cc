@@ -458,8 +458,10 @@ TEST(Manhattan, BothFamiliesMatchDirectMinima) {
                           {19, 13}, {33, 20}, {70, 9}, {150, 105}, {130, 126}, {200, 100}};
   for (const auto& s : sizes) {
     const int w = s[0], h = s[1];
-    for (int kind = 0; kind < 4; ++kind) {
-      const Bytes m = kind == 3 ? RandomBytes(w * h, rng) : MakeMask(w, h, kKinds[kind], rng, 255, 0);
+    for (int kind = 0; kind < 5; ++kind) {
+      Bytes m = kind == 3 ? RandomBytes(w * h, rng) : MakeMask(w, h, kKinds[kind % 3], rng, 255, 0);
+      // Kind 4: 255 inside a frame of 0.
+      if (kind == 4) m = Thresholded(Bytes(w * h, 0), w, h, -1, 255, 255, true);
       for (uint8_t target : {0, 255, 7}) {
         Bytes img = m;
         EXPECT_EQ(manhattan(img.data(), w, h, target), img.data());
