@@ -202,7 +202,7 @@ TEST(ErosionDilationOpt, ColumnCountersWrapAt256) {
       Bytes img = m;
       ASSERT_EQ(Erosion_Dilation_Function_opt(img.data(), 3, 300, kW, kH, 1), 0);
       EXPECT_EQ(img, DirectSpread(m, 3, 300, kW, kH, 1)) << kW << "," << kH;
-      if (kW == 0 && kH == 128) EXPECT_EQ(img[128 * 3 + 1], 0);
+      if (kW == 0 && kH == 128) { EXPECT_EQ(img[128 * 3 + 1], 0); }
     }
   }
 }
@@ -236,7 +236,7 @@ TEST(ErosionDilationOpt, RefusalsAndFailuresLogAndLeaveTheImage) {
     EXPECT_EQ(watch.live(), 0);
     EXPECT_EQ(out, c.which && c.failAt ? DirectSpread(m, c.w, c.h, 1, 1, c.which == 2) : m) << text;
     EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, func, text, c.line), 1) << text;
-    if (!c.which) EXPECT_EQ(log.Lines().size(), 1u);
+    if (!c.which) { EXPECT_EQ(log.Lines().size(), 1u); }
   }
   Bytes ok(10 * 5, 0);
   EXPECT_EQ(Erosion_Dilation_Function_opt(ok.data(), 10, 5, 4, 2, 1), 0);
@@ -271,7 +271,7 @@ TEST(LegacyMorphology, BruteForceStridedAndSeparableAgreeWithTheCounterEngine) {
             for (int i = 0; i < stride * h; ++i) {
               const int p = i / stride * w + i % stride;
               ASSERT_EQ(strided[i], i % stride < w ? img[p] : 0xA5) << i;
-              if (i % stride < w) ASSERT_EQ(img[p], dilate ? (m[p] ? m[p] : s[p] ? 255 : 0) : s[p] ? m[p] : 0);
+              if (i % stride < w) { ASSERT_EQ(img[p], dilate ? (m[p] ? m[p] : s[p] ? 255 : 0) : s[p] ? m[p] : 0); }
             }
             Bytes src = bin, dst(w * h, 0x33);
             EXPECT_EQ(Erosion_Dilation_Function(src.data(), w, h, rx, ry, dilate, dst.data()), 0);
@@ -288,7 +288,7 @@ TEST(LegacyMorphology, BruteForceStridedAndSeparableAgreeWithTheCounterEngine) {
     Bytes img = m;
     EXPECT_EQ(bvtest::ForEachMallocFailure([&](int run) {
       EXPECT_EQ((dilate ? dilation : erosion)(img.data(), 19, 11, 19, 2, 1), run == 1 ? -1 : 0);
-      if (run == 1) EXPECT_EQ(img, m);
+      if (run == 1) { EXPECT_EQ(img, m); }
     }), 2);
   }
 }
