@@ -218,7 +218,7 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
       for (int x1 = 6; x1 <= 2 * gw - 5; x1 += 7)
         ASSERT_TRUE(same(bivista::GuidedRow, bivista::scalar::GuidedRow, 2 * gw, g, y, 5, x1)) << y << " " << x1;
     for (int n : {1, 3, 7, 8, 9, 15, 16, 17, 33, 65, 100}) {
-      for (float step : {0.3f, 1.0f, 1.9995f, 2.7f, 9.0f}) {
+      for (float step : {0.3f, 1.0f, 1.9995f, 2.0f, 2.7f, 9.0f}) {
         const int srcW = static_cast<int>(n * step) + 64;
         const auto a = Floats(srcW, rng, 0.0f, 3.0f), c = Floats(srcW, rng, 0.0f, 3.0f);
         std::vector<uint8_t> ma(srcW), mc(srcW);
