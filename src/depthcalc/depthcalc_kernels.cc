@@ -86,20 +86,23 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
   const int N = static_cast<int>(hn::Lanes(dd));
   const auto vw = hn::Set(di, w);
   const auto minus1 = hn::Set(di, -1);
+  const auto stepD = hn::Set(dd, static_cast<double>(N));
+  const auto stepI = hn::Set(di, N);
   for (int r = 0; r < h; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
     const auto vr = hn::Set(dd, static_cast<double>(r));
+    // Columns stepped a vector at a time (exact: small integers); Iota goes through memory.
+    auto cd = hn::Iota(dd, 0.0);
+    auto ci = hn::Iota(di, 0);
     int c = 0;
-    for (; c + N <= w; c += N) {
+    for (; c + N <= w; c += N, cd = hn::Add(cd, stepD), ci = hn::Add(ci, stepI)) {
       const size_t i = row + c;
       const auto r2 =
           kRow ? LandLanes(dd, hn::Add(vr, hn::PromoteTo(dd, hn::LoadU(df, rowAdd + i))), h)
                : hn::Set(di, r);
-      const auto c2 = kCol ? LandLanes(dd,
-                                       hn::Add(hn::Iota(dd, static_cast<double>(c)),
-                                               hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
+      const auto c2 = kCol ? LandLanes(dd, hn::Add(cd, hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
                                        w)
-                           : hn::Iota(di, c);
+                           : ci;
       const auto outside = hn::Lt(hn::Or(r2, c2), hn::Zero(di));
       hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, target + i);
     }
@@ -133,9 +136,12 @@ bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, f
   const auto h1Y = hn::Set(df, H[1] * Y), h4Y = hn::Set(df, H[4] * Y), h7Y = hn::Set(df, H[7] * Y);
   const auto vY = hn::Set(df, Y), veps = hn::Set(df, eps);
   auto degenerate = hn::Zero(di);
+  // Iota builds its lanes through memory; stepping one vector of columns avoids a stall each time.
+  auto xi = hn::Iota(di, x0);
+  const auto step = hn::Set(di, N);
   int i = 0;
-  for (; i + N <= n; i += N) {
-    const auto X = hn::ConvertTo(df, hn::Iota(di, x0 + i));
+  for (; i + N <= n; i += N, xi = hn::Add(xi, step)) {
+    const auto X = hn::ConvertTo(df, xi);
     const auto z = hn::Add(hn::Add(hn::Mul(h6, X), h7Y), h8);
     degenerate =
         hn::Or(degenerate, hn::VecFromMask(di, hn::RebindMask(di, hn::Lt(hn::Abs(z), veps))));
