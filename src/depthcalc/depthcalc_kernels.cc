@@ -136,12 +136,13 @@ bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, f
   const auto h1Y = hn::Set(df, H[1] * Y), h4Y = hn::Set(df, H[4] * Y), h7Y = hn::Set(df, H[7] * Y);
   const auto vY = hn::Set(df, Y), veps = hn::Set(df, eps);
   auto degenerate = hn::Zero(di);
-  // Iota builds its lanes through memory; stepping one vector of columns avoids a stall each time.
-  auto xi = hn::Iota(di, x0);
-  const auto step = hn::Set(di, N);
+  // Iota builds its lanes through memory, and the compiler turns a stepped integer vector back
+  // into that; columns are stepped in float instead, exact below 2^24 (else all go the scalar way).
+  auto X = hn::ConvertTo(df, hn::Iota(di, x0));
+  const auto step = hn::Set(df, static_cast<float>(N));
+  const int vecEnd = (x0 > -(1 << 24) && x0 + static_cast<int64_t>(n) < (1 << 24)) ? n : 0;
   int i = 0;
-  for (; i + N <= n; i += N, xi = hn::Add(xi, step)) {
-    const auto X = hn::ConvertTo(df, xi);
+  for (; i + N <= vecEnd; i += N, X = hn::Add(X, step)) {
     const auto z = hn::Add(hn::Add(hn::Mul(h6, X), h7Y), h8);
     degenerate =
         hn::Or(degenerate, hn::VecFromMask(di, hn::RebindMask(di, hn::Lt(hn::Abs(z), veps))));
