@@ -126,6 +126,26 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int3
 #endif
 }
 
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  const hn::ScalableTag<float> df;
+  const hn::RebindToSigned<decltype(df)> di;
+  const int N = static_cast<int>(hn::Lanes(df));
+  const auto half = hn::Set(df, 0.5f), lo = hn::Set(df, -1.0f);
+  const auto hi = hn::Set(df, static_cast<float>(w));
+  const auto vw = hn::Set(di, w), minus1 = hn::Set(di, -1);
+  // Columns stepped in float (exact): Iota goes through memory.
+  auto c = hn::ConvertTo(df, hn::Iota(di, 0));
+  const auto step = hn::Set(df, static_cast<float>(N));
+  int i = 0;
+  for (; i + N <= w; i += N, c = hn::Add(c, step)) {
+    auto v = hn::Add(hn::Add(c, hn::LoadU(df, add + i)), half);
+    v = hn::Min(hn::Max(v, lo), hi);
+    const auto t = hn::ConvertTo(di, v);
+    hn::StoreU(hn::IfThenElse(hn::Lt(t, vw), t, minus1), di, col + i);
+  }
+  for (; i < w; ++i) col[i] = LandIndex(static_cast<double>(i) + add[i], w);
+}
+
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
   const hn::ScalableTag<float> df;
   const hn::RebindToSigned<decltype(df)> di;
@@ -306,6 +326,7 @@ namespace bivista {
 
 HWY_EXPORT(LandingTargets);
 HWY_EXPORT(AreaVxVyRow);
+HWY_EXPORT(LandingColumnsQuarter);
 HWY_EXPORT(DisparityPlane8);
 HWY_EXPORT(DisparityPlane16);
 HWY_EXPORT(SumBytes);
@@ -316,6 +337,9 @@ HWY_EXPORT(MultiDepthBins16);
 
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
   HWY_DYNAMIC_DISPATCH(LandingTargets)(rowAdd, colAdd, w, h, target);
+}
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  HWY_DYNAMIC_DISPATCH(LandingColumnsQuarter)(add, w, col);
 }
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
   return HWY_DYNAMIC_DISPATCH(AreaVxVyRow)(H, eps, x0, Y, n, vx, vy);
@@ -347,6 +371,10 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int3
     const size_t row = static_cast<size_t>(r) * w;
     for (int c = 0; c < w; ++c) target[row + c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
   }
+}
+
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  for (int c = 0; c < w; ++c) col[c] = LandIndex(static_cast<double>(c) + add[c], w);
 }
 
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
