@@ -256,6 +256,9 @@ Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
   int32_t* col = reinterpret_cast<int32_t*>(vy + w);
   const float eps = EpsilonAsFloat();
   const int x0 = rect.left + xoff;
+  // Disparities are quarter pixels; below 2^20 the landing columns are exact in float lanes.
+  const int64_t rawMax = rec.format == 0 ? 255 : 65535;
+  const bool quarter = rawMax + rec.dispOffset < (int64_t{1} << 22);
   Sums s;
   s.count = w * h;
   for (int y = rect.top; y <= rect.bottom; ++y) {
@@ -263,7 +266,12 @@ Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
     one.top = one.bottom = y;
     FillDisparity(rec, one, w, 1, disp);
     GuardedVxVyRow(H, eps, x0, static_cast<float>(y + yoff), w, vx, vy);
-    LandingTargets(nullptr, disp, w, 1, col);  // the row stays; only the column moves
+    // The row stays; only the column moves.
+    if (quarter) {
+      LandingColumnsQuarter(disp, w, col);
+    } else {
+      LandingTargets(nullptr, disp, w, 1, col);
+    }
     if (rec.shiftDirection == 2) {
       WalkForwardRow<2>(disp, vx, vy, col, w, &s);
     } else {

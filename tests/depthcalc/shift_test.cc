@@ -133,6 +133,8 @@ TEST(Shift, EveryBranchMatchesTheGeometry) {
 TEST(Shift, RowByRowEqualsThePlanePasses) {
   std::mt19937 rng(5);
   std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+  // The second offset puts disparities past the float landing's range (nothing lands).
+  for (int offset : {-6, 1 << 22})
   for (bool wide : {false, true})
     for (int dir : {2, 3})
       for (const BIVISTA_Rect& a : {BIVISTA_Rect{0, 0, 79, 59}, BIVISTA_Rect{3, 4, 3, 50},
@@ -141,7 +143,7 @@ TEST(Shift, RowByRowEqualsThePlanePasses) {
         Frame f(80, 60, 85, wide, 2);
         for (int y = 0; y < f.height; ++y)
           for (int x = 0; x < f.width; ++x) f.Set(x, y, rng() % (wide ? 400 : 256));
-        f.rec.dispOffset = -6;
+        f.rec.dispOffset = offset;
         f.rec.mode = 0, f.rec.shiftDirection = dir;
         f.calib.warpMatrixForm = 1;
         f.calib.rectifiedWidth = 40, f.calib.rectifiedHeight = 30;
