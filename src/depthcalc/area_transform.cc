@@ -91,6 +91,31 @@ Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target
   return WalkSums<Forward, Dir>(disp, vx, vy, target, w, w * h);
 }
 
+// Forward form, directions 2 and 3: the disparity moves a sample along its own row, so the
+// field, the landing columns and the sums of a row need nothing from other rows.
+bool RowLocal(Form form, int dir) { return form == Form::kForward && (dir == 2 || dir == 3); }
+
+// Adds one row to the running sums, in the same order as the whole-plane walk.
+template <int Dir>
+void WalkForwardRow(const float* disp, const float* vx, const float* vy, const int32_t* col,
+                    int w, Sums* s) {
+  float x = s->x, y = s->y;
+  int count = s->count;
+  for (int i = 0; i < w; ++i) {
+    const int t = col[i];
+    if (t < 0) {
+      --count;
+      continue;
+    }
+    const float d = disp[i];
+    if (Dir == 2) { x += vx[t] - d; y += vy[t]; }
+    if (Dir == 3) { x += vx[t] + d; y += vy[t]; }
+  }
+  s->x = x;
+  s->y = y;
+  s->count = count;
+}
+
 Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy,
                int32_t* target, int w, int h) {
   if (form == Form::kForward) {
@@ -201,29 +226,70 @@ float EpsilonAsFloat() {
   return static_cast<double>(e) < kEpsilon ? nextafterf(e, 1.0f) : e;
 }
 
+namespace {
+// Warp field of one row of w samples; a row holding a degenerate z is redone with the guard.
+void GuardedVxVyRow(const float* H, float eps, int x0, float Y, int w, float* rx, float* ry) {
+  if (!AreaVxVyRow(H, eps, x0, Y, w, rx, ry)) return;
+  const float h0 = H[0], h1 = H[1], h2 = H[2], h3 = H[3], h4 = H[4], h5 = H[5];
+  const float h6 = H[6], h7 = H[7], h8 = H[8];
+  for (int i = 0; i < w; ++i) {
+    const float X = static_cast<float>(x0 + i);
+    float z = h6 * X + h7 * Y + h8;
+    if (fabsf(z) < eps) {
+      BV_LOGW(kTagAlgo, "calcAreaVxVy", kLineCalcAreaVxVy, "find exception z valu");
+      z = 1.0f;
+    }
+    rx[i] = (h0 * X + h1 * Y + h2) / z - X;
+    ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
+  }
+}
+
+// Row-local shift (see RowLocal): disparity, field, landing columns and sums one row at a time,
+// so that all of it stays in the first-level cache. rows holds 4 x w floats.
+Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const float* H, int xoff,
+                  int yoff, float* rows) {
+  const int w = rect.right - rect.left + 1;
+  const int h = rect.bottom - rect.top + 1;
+  float* disp = rows;
+  float* vx = disp + w;
+  float* vy = vx + w;
+  int32_t* col = reinterpret_cast<int32_t*>(vy + w);
+  const float eps = EpsilonAsFloat();
+  const int x0 = rect.left + xoff;
+  // Disparities are quarter pixels; below 2^20 the landing columns are exact in float lanes.
+  const int64_t rawMax = rec.format == 0 ? 255 : 65535;
+  const bool quarter = rawMax + rec.dispOffset < (int64_t{1} << 22);
+  Sums s;
+  s.count = w * h;
+  for (int y = rect.top; y <= rect.bottom; ++y) {
+    BIVISTA_Rect one = rect;
+    one.top = one.bottom = y;
+    FillDisparity(rec, one, w, 1, disp);
+    GuardedVxVyRow(H, eps, x0, static_cast<float>(y + yoff), w, vx, vy);
+    // The row stays; only the column moves.
+    if (quarter) {
+      LandingColumnsQuarter(disp, w, col);
+    } else {
+      LandingTargets(nullptr, disp, w, 1, col);
+    }
+    if (rec.shiftDirection == 2) {
+      WalkForwardRow<2>(disp, vx, vy, col, w, &s);
+    } else {
+      WalkForwardRow<3>(disp, vx, vy, col, w, &s);
+    }
+  }
+  return s;
+}
+}  // namespace
+
 void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
                   float* vy) {
   const int w = rect.right - rect.left + 1;
-  const float h0 = H[0], h1 = H[1], h2 = H[2], h3 = H[3], h4 = H[4], h5 = H[5];
-  const float h6 = H[6], h7 = H[7], h8 = H[8];
   const float eps = EpsilonAsFloat();
   for (int y = rect.top; y <= rect.bottom; ++y) {
-    const float Y = static_cast<float>(y + yoff);
-    float* rx = vx + static_cast<size_t>(y - rect.top) * w;
-    float* ry = vy + static_cast<size_t>(y - rect.top) * w;
-    const int x0 = rect.left + xoff;
-    // Straight pass first; a row holding a degenerate z is redone with the guard.
-    if (!AreaVxVyRow(H, eps, x0, Y, w, rx, ry)) continue;
-    for (int i = 0; i < w; ++i) {
-      const float X = static_cast<float>(x0 + i);
-      float z = h6 * X + h7 * Y + h8;
-      if (fabsf(z) < eps) {
-        BV_LOGW(kTagAlgo, "calcAreaVxVy", kLineCalcAreaVxVy, "find exception z valu");
-        z = 1.0f;
-      }
-      rx[i] = (h0 * X + h1 * Y + h2) / z - X;
-      ry[i] = (h3 * X + h4 * Y + h5) / z - Y;
-    }
+    GuardedVxVyRow(H, eps, rect.left + xoff, static_cast<float>(y + yoff), w,
+                   vx + static_cast<size_t>(y - rect.top) * w,
+                   vy + static_cast<size_t>(y - rect.top) * w);
   }
 }
 
@@ -233,7 +299,10 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   const int h = rect.bottom - rect.top + 1;
   // One block for the three planes and the landing index of every sample: one allocation to
   // fail or free.
-  const int plane = w * h;
+  // The row-local case needs four rows instead.
+  const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
+  const bool rowLocal = w > 0 && h > 0 && RowLocal(form, rec.shiftDirection);
+  const int plane = rowLocal ? w : w * h;
   float* disp = static_cast<float*>(safeNew(plane * 4 * static_cast<int>(sizeof(float))));
   if (disp == nullptr) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
@@ -242,7 +311,7 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   float* vx = disp + plane;
   float* vy = vx + plane;
   int32_t* target = reinterpret_cast<int32_t*>(vy + plane);
-  FillDisparity(rec, rect, w, h, disp);
+  if (!rowLocal) FillDisparity(rec, rect, w, h, disp);
 
   // Square and wide maps are centred in a 4:3 frame.
   const int W = rec.width;
@@ -258,10 +327,13 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
     safeDelete(disp);
     return -1;
   }
-  calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
-
-  const Sums s = ShiftSums(ShiftForm(rec.mode, calib.warpMatrixForm), rec.shiftDirection, disp,
-                           vx, vy, target, w, h);
+  Sums s;
+  if (rowLocal) {
+    s = RowLocalSums(rec, rect, H, (fixW - W) / 2, (fixH - Hd) / 2, disp);
+  } else {
+    calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
+    s = ShiftSums(form, rec.shiftDirection, disp, vx, vy, target, w, h);
+  }
   safeDelete(disp);
   if (s.count == 0) {
     // Nothing landed inside the area: no measured shift rather than a not-a-number.

@@ -86,20 +86,23 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
   const int N = static_cast<int>(hn::Lanes(dd));
   const auto vw = hn::Set(di, w);
   const auto minus1 = hn::Set(di, -1);
+  const auto stepD = hn::Set(dd, static_cast<double>(N));
+  const auto stepI = hn::Set(di, N);
   for (int r = 0; r < h; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
     const auto vr = hn::Set(dd, static_cast<double>(r));
+    // Columns stepped a vector at a time (exact: small integers); Iota goes through memory.
+    auto cd = hn::Iota(dd, 0.0);
+    auto ci = hn::Iota(di, 0);
     int c = 0;
-    for (; c + N <= w; c += N) {
+    for (; c + N <= w; c += N, cd = hn::Add(cd, stepD), ci = hn::Add(ci, stepI)) {
       const size_t i = row + c;
       const auto r2 =
           kRow ? LandLanes(dd, hn::Add(vr, hn::PromoteTo(dd, hn::LoadU(df, rowAdd + i))), h)
                : hn::Set(di, r);
-      const auto c2 = kCol ? LandLanes(dd,
-                                       hn::Add(hn::Iota(dd, static_cast<double>(c)),
-                                               hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
+      const auto c2 = kCol ? LandLanes(dd, hn::Add(cd, hn::PromoteTo(dd, hn::LoadU(df, colAdd + i))),
                                        w)
-                           : hn::Iota(di, c);
+                           : ci;
       const auto outside = hn::Lt(hn::Or(r2, c2), hn::Zero(di));
       hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, target + i);
     }
@@ -123,6 +126,26 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int3
 #endif
 }
 
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  const hn::ScalableTag<float> df;
+  const hn::RebindToSigned<decltype(df)> di;
+  const int N = static_cast<int>(hn::Lanes(df));
+  const auto half = hn::Set(df, 0.5f), lo = hn::Set(df, -1.0f);
+  const auto hi = hn::Set(df, static_cast<float>(w));
+  const auto vw = hn::Set(di, w), minus1 = hn::Set(di, -1);
+  // Columns stepped in float (exact): Iota goes through memory.
+  auto c = hn::ConvertTo(df, hn::Iota(di, 0));
+  const auto step = hn::Set(df, static_cast<float>(N));
+  int i = 0;
+  for (; i + N <= w; i += N, c = hn::Add(c, step)) {
+    auto v = hn::Add(hn::Add(c, hn::LoadU(df, add + i)), half);
+    v = hn::Min(hn::Max(v, lo), hi);
+    const auto t = hn::ConvertTo(di, v);
+    hn::StoreU(hn::IfThenElse(hn::Lt(t, vw), t, minus1), di, col + i);
+  }
+  for (; i < w; ++i) col[i] = LandIndex(static_cast<double>(i) + add[i], w);
+}
+
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
   const hn::ScalableTag<float> df;
   const hn::RebindToSigned<decltype(df)> di;
@@ -133,9 +156,13 @@ bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, f
   const auto h1Y = hn::Set(df, H[1] * Y), h4Y = hn::Set(df, H[4] * Y), h7Y = hn::Set(df, H[7] * Y);
   const auto vY = hn::Set(df, Y), veps = hn::Set(df, eps);
   auto degenerate = hn::Zero(di);
+  // Iota builds its lanes through memory, and the compiler turns a stepped integer vector back
+  // into that; columns are stepped in float instead, exact below 2^24 (else all go the scalar way).
+  auto X = hn::ConvertTo(df, hn::Iota(di, x0));
+  const auto step = hn::Set(df, static_cast<float>(N));
+  const int vecEnd = (x0 > -(1 << 24) && x0 + static_cast<int64_t>(n) < (1 << 24)) ? n : 0;
   int i = 0;
-  for (; i + N <= n; i += N) {
-    const auto X = hn::ConvertTo(df, hn::Iota(di, x0 + i));
+  for (; i + N <= vecEnd; i += N, X = hn::Add(X, step)) {
     const auto z = hn::Add(hn::Add(hn::Mul(h6, X), h7Y), h8);
     degenerate =
         hn::Or(degenerate, hn::VecFromMask(di, hn::RebindMask(di, hn::Lt(hn::Abs(z), veps))));
@@ -299,6 +326,7 @@ namespace bivista {
 
 HWY_EXPORT(LandingTargets);
 HWY_EXPORT(AreaVxVyRow);
+HWY_EXPORT(LandingColumnsQuarter);
 HWY_EXPORT(DisparityPlane8);
 HWY_EXPORT(DisparityPlane16);
 HWY_EXPORT(SumBytes);
@@ -309,6 +337,9 @@ HWY_EXPORT(MultiDepthBins16);
 
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
   HWY_DYNAMIC_DISPATCH(LandingTargets)(rowAdd, colAdd, w, h, target);
+}
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  HWY_DYNAMIC_DISPATCH(LandingColumnsQuarter)(add, w, col);
 }
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {
   return HWY_DYNAMIC_DISPATCH(AreaVxVyRow)(H, eps, x0, Y, n, vx, vy);
@@ -340,6 +371,10 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int3
     const size_t row = static_cast<size_t>(r) * w;
     for (int c = 0; c < w; ++c) target[row + c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
   }
+}
+
+void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
+  for (int c = 0; c < w; ++c) col[c] = LandIndex(static_cast<double>(c) + add[c], w);
 }
 
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy) {

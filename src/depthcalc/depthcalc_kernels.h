@@ -24,6 +24,12 @@ inline int LandIndex(double v, int n) {
 // c2 = LandIndex(c + colAdd[r * w + c], w), or c when colAdd is null.
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
 
+// Landing columns of one row whose shifts are quarter pixels in [0, 2^20) (disparities):
+// col[c] = LandIndex(c + add[c], w), w below 2^20. In float lanes, exact: c + add + 0.5 needs
+// at most 22 bits before and 2 after the point.
+void LandingColumnsQuarter(const float* add, int w, int32_t* col);
+constexpr float kQuarterShiftLimit = 1048576.0f;
+
 // Warp displacement of one row of n samples at columns X = x0 .. x0 + n - 1 and row Y:
 // z = H6 X + H7 Y + H8, vx = (H0 X + H1 Y + H2) / z - X, vy = (H3 X + H4 Y + H5) / z - Y.
 // Returns whether some |z| is below eps; the row is then written without a guard.
@@ -51,6 +57,7 @@ constexpr int kMultiOverflowBin = 63;
 
 namespace scalar {
 void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
+void LandingColumnsQuarter(const float* add, int w, int32_t* col);
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy);
 void DisparityPlane8(const uint8_t* data, int stride, int offset, int w, int h, float* out);
 void DisparityPlane16(const uint16_t* data, int stride, int offset, int w, int h, float* out);

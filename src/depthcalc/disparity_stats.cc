@@ -160,7 +160,9 @@ void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h,
                      uint32_t* hist) {
   constexpr int kBins = kMultiOverflowBin + 1;
   constexpr int kRun = 1024;
-  uint32_t part[4][kBins] = {{0}};
+  // Eight tables: flat areas hit one bin, and each table's increments wait on each other.
+  constexpr int kTables = 8;
+  uint32_t part[kTables][kBins] = {{0}};
   uint8_t bins[kRun];
   for (int j = 0; j < h; ++j) {
     const T* row = data + static_cast<size_t>(offset) + static_cast<size_t>(j) * rowStride;
@@ -168,16 +170,17 @@ void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h,
       const int n = std::min(kRun, w - x);
       MultiBins(row + x, dispOffset, n, bins);
       int i = 0;
-      for (; i + 4 <= n; i += 4) {
-        ++part[0][bins[i]];
-        ++part[1][bins[i + 1]];
-        ++part[2][bins[i + 2]];
-        ++part[3][bins[i + 3]];
+      for (; i + kTables <= n; i += kTables) {
+        for (int k = 0; k < kTables; ++k) ++part[k][bins[i + k]];
       }
       for (; i < n; ++i) ++part[0][bins[i]];
     }
   }
-  for (int v = kMultiMin; v <= kMultiMax; ++v) hist[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
+  for (int v = kMultiMin; v <= kMultiMax; ++v) {
+    uint32_t sum = 0;
+    for (int k = 0; k < kTables; ++k) sum += part[k][v];
+    hist[v] = sum;
+  }
 }
 
 }  // namespace

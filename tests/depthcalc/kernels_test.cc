@@ -75,6 +75,32 @@ TEST(DepthcalcKernels, LandingTargetsEqualScalarInEveryForm) {
   });
 }
 
+TEST(DepthcalcKernels, QuarterLandingColumnsEqualScalar) {
+  std::mt19937 rng(21);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int w : kWidths) {
+      std::vector<float> add(w);
+      for (int c = 0; c < w; ++c) {
+        // Quarter pixels: around the last column and the rounding, and up to the limit.
+        switch (rng() % 4) {
+          case 0: add[c] = static_cast<float>(w - 1 - c) + 0.25f * (rng() % 5); break;
+          case 1: add[c] = 0.25f * (rng() % 8); break;
+          case 2: add[c] = bivista::kQuarterShiftLimit - 0.25f * (1 + rng() % 4); break;
+          default: add[c] = 0.25f * (rng() % (8 * w + 8)); break;
+        }
+      }
+      const auto ref = Same<int32_t>(w, [&](bool s, int32_t* o) {
+        s ? bivista::scalar::LandingColumnsQuarter(add.data(), w, o)
+          : bivista::LandingColumnsQuarter(add.data(), w, o);
+      });
+      for (int c = 0; c < w; ++c) {
+        const int e = static_cast<int>(c + add[c] + 0.5);
+        ASSERT_EQ(e < w ? e : -1, ref[c]) << w << " " << c << " " << add[c];
+      }
+    }
+  });
+}
+
 TEST(DepthcalcKernels, WarpFieldEqualsScalarAndFindsEveryDegenerateZ) {
   std::mt19937 rng(12);
   std::uniform_real_distribution<float> near(-0.02f, 0.02f);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "depthcalc/depthcalc_internal.h"
+#include "depthcalc/depthcalc_kernels.h"
 #include "depthcalc/frame_fixture.h"
 #include "support/platform_capture.h"
 
@@ -124,6 +125,67 @@ TEST(Shift, EveryBranchMatchesTheGeometry) {
           SCOPED_TRACE(testing::Message() << m.w << "x" << m.h << " wide " << wide << " mode "
                                           << b.mode << " form " << b.form << " dir " << dir);
           ExpectReference(f, a, b.forward, 80, m.fixH, o);
+        }
+}
+
+// Forward form along the rows (directions 2 and 3) is computed row by row; it must give the
+// bytes of the whole-plane statement: disparity, field and landing planes, then one float walk.
+TEST(Shift, RowByRowEqualsThePlanePasses) {
+  std::mt19937 rng(5);
+  std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+  // The second offset puts disparities past the float landing's range (nothing lands).
+  for (int offset : {-6, 1 << 22})
+    for (bool wide : {false, true})
+      for (int dir : {2, 3})
+        for (const BIVISTA_Rect& a : {BIVISTA_Rect{0, 0, 79, 59}, BIVISTA_Rect{3, 4, 3, 50},
+                                      BIVISTA_Rect{1, 2, 17, 2}, BIVISTA_Rect{5, 6, 37, 40},
+                                      BIVISTA_Rect{40, 1, 79, 58}}) {
+          Frame f(80, 60, 85, wide, 2);
+          for (int y = 0; y < f.height; ++y)
+            for (int x = 0; x < f.width; ++x) f.Set(x, y, rng() % (wide ? 400 : 256));
+          f.rec.dispOffset = offset;
+          f.rec.mode = 0, f.rec.shiftDirection = dir;
+          f.calib.warpMatrixForm = 1;
+          f.calib.rectifiedWidth = 40, f.calib.rectifiedHeight = 30;
+          const float warp[9] = {1.0f + 0.01f * u(rng), 0.01f * u(rng),        2.3f * u(rng),
+                                 0.01f * u(rng),        1.0f + 0.01f * u(rng), 1.7f * u(rng),
+                                 2e-5f * u(rng),        2e-5f * u(rng),        1.0f};
+          memcpy(f.calib.warpMatrix, warp, sizeof warp);
+
+          const int w = a.right - a.left + 1, h = a.bottom - a.top + 1;
+          std::vector<float> disp(w * h), vx(w * h), vy(w * h);
+          std::vector<int32_t> target(w * h);
+          const size_t corner = static_cast<size_t>(a.top) * f.rec.stride + a.left;
+          if (wide) {
+            bivista::scalar::DisparityPlane16(f.disp16.data() + corner, f.rec.stride,
+                                              f.rec.dispOffset, w, h, disp.data());
+          } else {
+            bivista::scalar::DisparityPlane8(f.disp8.data() + corner, f.rec.stride,
+                                             f.rec.dispOffset, w, h, disp.data());
+          }
+          float H[9];
+          ASSERT_EQ(bivista::CalcVxVy(0, f.calib, 80, 60, H), 0);
+          bivista::calcAreaVxVy(H, a, 0, 0, vx.data(), vy.data());
+          bivista::scalar::LandingTargets(nullptr, disp.data(), w, h, target.data());
+          float sx = 0.0f, sy = 0.0f;
+          int count = 0;
+          for (int i = 0; i < w * h; ++i) {
+            const int t = target[i];
+            if (t < 0) continue;
+            ++count;
+            sx += dir == 2 ? vx[t] - disp[i] : vx[t] + disp[i];
+            sy += vy[t];
+          }
+          const float ex = count ? sx / static_cast<float>(count) : 0.0f;
+          const float ey = count ? sy / static_cast<float>(count) : 0.0f;
+
+          float ox = -1.0f, oy = -1.0f;
+          ASSERT_EQ(bivista::TransDispariyArea(f.rec, f.calib, a, &ox, &oy), 0);
+          SCOPED_TRACE(testing::Message() << "wide " << wide << " dir " << dir << " area "
+                                          << a.left << "," << a.top << "," << a.right << ","
+                                          << a.bottom << " count " << count);
+          EXPECT_EQ(memcmp(&ox, &ex, sizeof ox), 0) << ox << " vs " << ex;
+          EXPECT_EQ(memcmp(&oy, &ey, sizeof oy), 0) << oy << " vs " << ey;
         }
 }
 
