@@ -197,6 +197,12 @@ float getResizeFac(int width, int height) {
   return 1.0f;
 }
 
+}  // namespace bivista
+
+using namespace bivista;
+
+extern "C" {
+
 int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, int offset,
                                   float* result, int winW, int winH, const uint8_t* confidence) {
   uint32_t raw[kHistBins] = {0};
@@ -278,6 +284,10 @@ int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offs
   return MultiDepthRows(rec, stride, w, h, offset, static_cast<int16_t>(stride));
 }
 
+}  // extern "C"
+
+namespace bivista {
+
 int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset,
                    int minStart) {
   uint32_t hist[kHistBins] = {0};
@@ -309,8 +319,11 @@ int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int of
   return std::min(std::max(ToInt32Sat(degree), 0), 255);
 }
 
-void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
-                      void* outDisp, uint8_t* outConf) {
+}  // namespace bivista
+
+extern "C" void CorrectFocusArea(DisparityType rec, const uint8_t* confidence,
+                                 const BIVISTA_Rect* area, void* outDisp, uint8_t* outConf) {
+  const BIVISTA_Rect& rect = *area;
   const size_t corner = static_cast<size_t>(rect.top) * rec.stride + rect.left;
   if (rec.format == 0) {
     CorrectInto<uint8_t>(rec, confidence, rect, static_cast<uint8_t*>(outDisp) + corner,
@@ -320,6 +333,8 @@ void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVIST
                           outConf + corner, rec.stride);
   }
 }
+
+namespace bivista {
 
 void CorrectFocusAreaPacked(const DisparityType& rec, const uint8_t* confidence,
                             const BIVISTA_Rect& rect, void* outDisp, uint8_t* outConf,

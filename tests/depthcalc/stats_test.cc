@@ -244,7 +244,7 @@ void CheckCorrection(int seed, int maxValue, int minValue = 0, int minWidth = 70
   rec.format = sizeof(T) == 2;
   rec.data = in.data();
   rec.width = width, rec.height = height, rec.stride = stride;
-  bivista::CorrectFocusArea(rec, conf.data(), r, out.data(), oc.data());
+  bivista::CorrectFocusArea(rec, conf.data(), &r, out.data(), oc.data());
   ASSERT_EQ(out, expect) << "seed " << seed;
   ASSERT_EQ(oc, ec) << "seed " << seed;
 }
@@ -326,7 +326,7 @@ TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
     ASSERT_EQ(Calc(f, a, 16, &o), 0);
     std::vector<uint16_t> disp(size_t(stride) * h, 0);  // wide enough for either format
     std::vector<uint8_t> conf(disp.size(), 0);
-    bivista::CorrectFocusArea(f.rec, f.conf.data(), a, disp.data(), conf.data());
+    bivista::CorrectFocusArea(f.rec, f.conf.data(), &a, disp.data(), conf.data());
     DisparityType corrected = f.rec;
     corrected.data = disp.data();
     const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1,
