@@ -37,8 +37,7 @@ inline int32_t RawSample(const DisparityType& rec, size_t i) {
 // ---- statistics ----
 float getResizeFac(int width, int height);
 
-// The same as D2AnalysisAFMultiDepth on rows rowStride apart, with the running minimum starting
-// at minStart.
+// D2AnalysisAFMultiDepth on rows rowStride apart, the running minimum starting at minStart.
 int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset, int minStart);
 // CorrectFocusArea into planes that hold only the rectangle: (row, x) lands at
 // (row - top) * outStride + (x - left).
