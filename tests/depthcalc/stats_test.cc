@@ -290,10 +290,16 @@ TEST(AllocationFailures, AreReportedAndFreed) {
         {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
   };
   for (const auto& c : cases) {
-    Frame f(64, 48, 64, c.wide, 2);
+    Frame f(64, 48, 67, c.wide, 2);
     f.rec.mode = c.mode;
     f.Fill(80);
     const size_t n = c.msgs.size();
+    if (c.mode == 1) {  // map-sized planes, the confidence first
+      bvtest::MallocWatch watch;
+      Outputs o;
+      Calc(f, ImageRect(f, 5, 5, 40, 30), c.flags, &o);
+      EXPECT_EQ(watch.sizes(), (std::vector<size_t>{67 * 48, 67 * 48 * (c.wide ? 2u : 1u)}));
+    }
     const int runs = bvtest::ForEachMallocFailure([&](int run) {
       bvtest::LogCapture log;
       Outputs o;
@@ -307,8 +313,8 @@ TEST(AllocationFailures, AreReportedAndFreed) {
   }
 }
 
-// Mode 1 works on packed copies of the corrected area; the results must be those of the
-// map-sized corrected planes read with the map's stride.
+// Mode 1 corrects the area packed into its planes; the results must be those of the exported
+// stages on map-sized planes corrected in place and read with the map's stride.
 TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
   std::mt19937 rng(21);
   for (int t = 0; t < 40; ++t) {
