@@ -23,7 +23,10 @@ class Sink {
   template <typename T>
   void Values(const T* p, size_t n) {
     static_assert(std::is_arithmetic<T>::value, "numbers only");
+    ++nested_;
     for (size_t i = 0; i < n; ++i) Value(p[i]);
+    --nested_;
+    Step(n);
   }
   template <typename T>
   void Values(const std::vector<T>& v) {
@@ -33,6 +36,7 @@ class Sink {
   void Value(T v) {
     if (std::is_floating_point<T>::value && v != v) {
       Word(0x7FF8000000000000ull, 8);
+      Step(1);
       return;
     }
     uint64_t bits = 0;
@@ -46,13 +50,19 @@ class Sink {
       bits = static_cast<uint64_t>(v);
     }
     Word(bits, sizeof(T));
+    Step(1);
   }
   void Text(const std::string& s);
   uint64_t hash() const { return h_; }
 
  private:
   void Word(uint64_t v, size_t n);
+  // With BIVISTA_GOLDEN_TRACE set, each top-level call prints its ordinal and the running hash,
+  // so that two targets' traces show the first call that differs.
+  void Step(size_t n);
   uint64_t h_ = 0xcbf29ce484222325ull;
+  int nested_ = 0;
+  int steps_ = 0;
 };
 
 using CaseFn = std::function<void(Sink&)>;

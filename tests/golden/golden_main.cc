@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "golden/golden.h"
@@ -24,14 +25,25 @@ void Sink::Word(uint64_t v, size_t n) {
   }
 }
 
+void Sink::Step(size_t n) {
+  if (nested_ > 0) return;
+  ++steps_;
+  static const bool trace = getenv("BIVISTA_GOLDEN_TRACE") != nullptr;
+  if (trace) fprintf(stderr, "golden trace: call %d (%zu values) %016" PRIx64 "\n", steps_, n, h_);
+}
+
 void Sink::Bytes(const void* p, size_t n) {
   const unsigned char* b = static_cast<const unsigned char*>(p);
   for (size_t i = 0; i < n; ++i) Word(b[i], 1);
+  Step(n);
 }
 
 void Sink::Text(const std::string& s) {
+  ++nested_;
   Value(static_cast<uint64_t>(s.size()));
   Bytes(s.data(), s.size());
+  --nested_;
+  Step(s.size());
 }
 
 std::vector<Subsystem>& Registry() {
@@ -45,9 +57,9 @@ bool Register(const char* subsystem, Maker make) {
 }
 
 uint64_t SeedOf(const std::string& name) {
-  Sink s;
-  s.Text(name);
-  return s.hash();
+  uint64_t h = 0xcbf29ce484222325ull;
+  for (unsigned char c : name) h = (h ^ c) * 0x100000001b3ull;
+  return h;
 }
 
 std::string TempDir() {
@@ -68,18 +80,9 @@ namespace {
 std::string Normalise(std::string t) {
   const std::string dir = TempDir();
   for (size_t p; (p = t.find(dir)) != std::string::npos;) t.replace(p, dir.size(), "<dir>");
-  std::string out;
-  for (size_t i = 0; i < t.size(); ++i) {
-    if (t[i] == '0' && i + 1 < t.size() && t[i + 1] == 'x' && i + 2 < t.size() &&
-        isxdigit(static_cast<unsigned char>(t[i + 2]))) {
-      out += "0x?";
-      i += 2;
-      while (i + 1 < t.size() && isxdigit(static_cast<unsigned char>(t[i + 1]))) ++i;
-      continue;
-    }
-    out += t[i];
-  }
-  return out;
+  // "%p" prints 0x..., and a format "0x%p" twice that.
+  static const std::regex address("(0x)+[0-9a-fA-F]+");
+  return std::regex_replace(t, address, "0x?");
 }
 
 uint64_t RunCase(const Cases::Entry& e) {
@@ -133,6 +136,8 @@ TEST(Golden, SameDigestsOnEveryTarget) {
   using namespace bvgolden;
   const char* env = getenv("BIVISTA_GOLDEN_UPDATE");
   const bool update = env != nullptr && env[0] == '1';
+  // BIVISTA_GOLDEN_TRACE=<case> runs that case alone and traces its calls on every target.
+  const char* trace = getenv("BIVISTA_GOLDEN_TRACE");
   std::vector<Subsystem> subs = Registry();
   std::sort(subs.begin(), subs.end(),
             [](const Subsystem& a, const Subsystem& b) { return a.name < b.name; });
@@ -141,8 +146,12 @@ TEST(Golden, SameDigestsOnEveryTarget) {
     Cases cases;
     sub.make(cases);
     std::map<std::string, uint64_t> first;
+    std::string targets;
     bvtest::ForEachHwyTarget([&](const char* target) {
+      targets += std::string(" ") + target;
       for (const Cases::Entry& e : cases.list()) {
+        if (trace != nullptr && e.name != trace) continue;
+        if (trace != nullptr) fprintf(stderr, "golden trace: %s on %s\n", e.name.c_str(), target);
         const uint64_t d = RunCase(e);
         auto it = first.find(e.name);
         if (it == first.end()) {
@@ -152,6 +161,7 @@ TEST(Golden, SameDigestsOnEveryTarget) {
         }
       }
     });
+    if (trace != nullptr) continue;
     ASSERT_EQ(first.size(), cases.list().size()) << "case names must be unique";
     const std::string path = DigestFile(sub.name);
     if (update) {
@@ -176,7 +186,7 @@ TEST(Golden, SameDigestsOnEveryTarget) {
       expected.erase(it);
     }
     for (const auto& kv : expected) ADD_FAILURE() << "stale digest in " << path << ": " << kv.first;
-    printf("golden: %s: %zu cases\n", sub.name.c_str(), cases.list().size());
+    printf("golden: %s: %zu cases on%s\n", sub.name.c_str(), cases.list().size(), targets.c_str());
   }
   std::error_code ec;
   std::filesystem::remove_all(TempDir(), ec);
