@@ -166,7 +166,7 @@ TEST(Shift, RowByRowEqualsThePlanePasses) {
           float H[9];
           ASSERT_EQ(bivista::CalcVxVy(0, f.calib, 80, 60, H), 0);
           bivista::calcAreaVxVy(H, a, 0, 0, vx.data(), vy.data());
-          bivista::scalar::LandingTargets(nullptr, disp.data(), w, h, target.data());
+          bivista::scalar::LandingTargets(nullptr, disp.data(), w, h, 0, h, target.data());
           float sx = 0.0f, sy = 0.0f;
           int count = 0;
           for (int i = 0; i < w * h; ++i) {
