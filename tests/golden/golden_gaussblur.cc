@@ -15,10 +15,14 @@ struct Image {
   int w, h;
 };
 
-// The pool is made once for the program: workers belong to the process, not to a case.
+// The pool is made once for the program (workers belong to the process, not to a case) and
+// stopped at exit.
 void* Pool() {
-  static void* pool = MThread_Create(4, nullptr, nullptr);
-  return pool;
+  static const struct Holder {
+    void* pool = MThread_Create(4, nullptr, nullptr);
+    ~Holder() { MThread_Destroy(pool); }
+  } holder;
+  return holder.pool;
 }
 
 struct JobArgs {
