@@ -58,45 +58,36 @@ namespace hn = hwy::HWY_NAMESPACE;
 #if HWY_TARGET != HWY_SCALAR && HWY_NATIVE_FMA
 template <int kOrder>
 ptrdiff_t LumaPasses(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights) {
-  const hn::CappedTag<uint8_t, 16> d16;
   const hn::CappedTag<float, 16> df;
   const hn::Rebind<int32_t, decltype(df)> di;
   const hn::Rebind<uint8_t, decltype(df)> d8;
-  const ptrdiff_t step = static_cast<ptrdiff_t>(hn::Lanes(d16));
-  const int lanes = static_cast<int>(hn::Lanes(df));
+  const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(df));
   const auto w0 = hn::Set(df, weights[0]), w1 = hn::Set(df, weights[1]);
   const auto w2 = hn::Set(df, weights[2]);
   const auto w3 = hn::Set(df, kOrder == kLumaWithMax ? weights[3] : 0.0f);
   const auto half = hn::Set(df, 0.5f), zero = hn::Zero(df), top = hn::Set(df, 255.0f);
-  HWY_ALIGN uint8_t c0[16], c1[16], c2[16], cm[16];
   ptrdiff_t x = 0;
-  for (; x + step <= count; x += step) {
-    hn::Vec<decltype(d16)> a, b, c;
-    hn::LoadInterleaved3(d16, rgb + 3 * x, a, b, c);
-    hn::Store(a, d16, c0);
-    hn::Store(b, d16, c1);
-    hn::Store(c, d16, c2);
-    if (kOrder == kLumaWithMax) hn::Store(hn::Max(a, hn::Max(b, c)), d16, cm);
-    for (int k = 0; k < step; k += lanes) {
-      const auto f0 = hn::ConvertTo(df, hn::PromoteTo(di, hn::LoadU(d8, c0 + k)));
-      const auto f1 = hn::ConvertTo(df, hn::PromoteTo(di, hn::LoadU(d8, c1 + k)));
-      const auto f2 = hn::ConvertTo(df, hn::PromoteTo(di, hn::LoadU(d8, c2 + k)));
-      hn::Vec<decltype(df)> t;
-      if (kOrder == kLumaB1First) {
-        t = hn::MulAdd(f2, w2, hn::Mul(f1, w1));
-        t = hn::MulAdd(f0, w0, hn::Add(t, half));
-      } else {
-        t = hn::MulAdd(f1, w1, hn::Mul(f0, w0));
-        t = hn::MulAdd(f2, w2, hn::Add(t, half));
-        if (kOrder == kLumaWithMax) {
-          const auto fm = hn::ConvertTo(df, hn::PromoteTo(di, hn::LoadU(d8, cm + k)));
-          t = hn::MulAdd(fm, w3, t);
-        }
+  for (; x + lanes <= count; x += lanes) {
+    hn::Vec<decltype(d8)> a, b, c;
+    hn::LoadInterleaved3(d8, rgb + 3 * x, a, b, c);
+    const auto f0 = hn::ConvertTo(df, hn::PromoteTo(di, a));
+    const auto f1 = hn::ConvertTo(df, hn::PromoteTo(di, b));
+    const auto f2 = hn::ConvertTo(df, hn::PromoteTo(di, c));
+    hn::Vec<decltype(df)> t;
+    if (kOrder == kLumaB1First) {
+      t = hn::MulAdd(f2, w2, hn::Mul(f1, w1));
+      t = hn::MulAdd(f0, w0, hn::Add(t, half));
+    } else {
+      t = hn::MulAdd(f1, w1, hn::Mul(f0, w0));
+      t = hn::MulAdd(f2, w2, hn::Add(t, half));
+      if (kOrder == kLumaWithMax) {
+        const auto fm = hn::ConvertTo(df, hn::PromoteTo(di, hn::Max(a, hn::Max(b, c))));
+        t = hn::MulAdd(fm, w3, t);
       }
-      // Greater-than is false for NaN, which thus becomes 0 as in the scalar helper.
-      t = hn::Min(hn::IfThenElse(hn::Gt(t, zero), t, zero), top);
-      hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(di, t)), d8, dst + x + k);
     }
+    // Greater-than is false for NaN, which thus becomes 0 as in the scalar helper.
+    t = hn::Min(hn::IfThenElse(hn::Gt(t, zero), t, zero), top);
+    hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(di, t)), d8, dst + x);
   }
   return x;
 }
