@@ -28,7 +28,7 @@ constexpr int kLineVerbose3 = 286;
 
 constexpr char kMemTag[] = "PRE_COLOR_ADJUST";
 // RGB bytes converted per strip: small enough to stay in the second-level cache.
-constexpr int64_t kStripBytes = 96 * 1024;
+constexpr int64_t kStripBytes = 64 * 1024;
 
 // Converts and rewrites the luma strip by strip through the head of rgb. The packed luma of row
 // r ends before source row r + 1 starts when stride >= width, and the chroma plane lies beyond
