@@ -339,7 +339,11 @@ struct Mode {
   const char* summary;
 };
 // One declaration and one row per mode.
+int RunTonematch(int argc, char** argv);
+int RunNv12luma(int argc, char** argv);
 static const Mode kModes[] = {
+    {"tonematch", RunTonematch, "tone-match one image to another, plot histograms and curves"},
+    {"nv12luma", RunNv12luma, "rewrite an NV12 image's luma with the tuned weights"},
     {nullptr, nullptr, nullptr},
 };
 
