@@ -9,7 +9,6 @@
 #include "colormatch/colormatch_internal.h"
 #include "colormatch/luma_kernels.h"
 #include "common/log_internal.h"
-#include "imageformat/yuv_kernels.h"
 
 namespace bivista {
 float g_yeqWeights3[3] = {kYeqInitial3[0], kYeqInitial3[1], kYeqInitial3[2]};
@@ -27,34 +26,6 @@ constexpr int kLineVerbose4 = 253;
 constexpr int kLineVerbose3 = 286;
 
 constexpr char kMemTag[] = "PRE_COLOR_ADJUST";
-// RGB bytes converted per strip: small enough to stay in the second-level cache.
-constexpr int64_t kStripBytes = 64 * 1024;
-
-// Converts and rewrites the luma strip by strip through the head of rgb. The packed luma of row
-// r ends before source row r + 1 starts when stride >= width, and the chroma plane lies beyond
-// all packed luma, so every source byte is read before it is overwritten and the bytes equal
-// those of converting the whole image first.
-void Nv12LumaStrips(uint8_t* image, uint8_t* rgb, int width, int height, int stride,
-                    const float* w, bivista::LumaOrder order) {
-  const uint8_t* uvPlane = image + static_cast<ptrdiff_t>(stride) * height;
-  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
-  int rows = static_cast<int>(kStripBytes / rgbRow) & ~1;
-  if (rows < 2) rows = 2;
-  for (int y0 = 0; y0 < height; y0 += rows) {
-    const int y1 = y0 + rows < height ? y0 + rows : height;
-    for (int y = y0; y < y1; y += 2) {
-      const bool pair = y + 1 < height;
-      const uint8_t* row = image + static_cast<ptrdiff_t>(y) * stride;
-      uint8_t* out = rgb + (y - y0) * rgbRow;
-      bivista::Nv12RowsToRgb24(row, pair ? row + stride : nullptr,
-                               uvPlane + static_cast<ptrdiff_t>(y / 2) * stride, out,
-                               pair ? out + rgbRow : nullptr, width, false);
-    }
-    bivista::LumaRgb24(rgb, image + static_cast<ptrdiff_t>(y0) * width,
-                       static_cast<ptrdiff_t>(y1 - y0) * width, w, order);
-  }
-}
-
 // Gauss-Jordan inverse of the n x n matrix a (row-major) without row exchanges; 0, or -1 when a
 // pivot's magnitude is below 1e-6 (or not a number) or the work block cannot be had.
 int InvMtx(const double* a, double* inverse, int n) {
@@ -119,7 +90,10 @@ int colorImageNV12Adjusting(uint8_t* image, int width, int height, int stride, i
     ConvertNV122RGB24_wideRange(image, rgb, width, height, stride);
     bivista::LumaRgb24(rgb, image, n, w, order);
   } else {
-    Nv12LumaStrips(image, rgb, width, height, stride, w, order);
+    // Row pair by row pair straight from Y, U and V, through the head of the buffer: the packed
+    // luma of rows y and y + 1 ends before source row y + 2 starts and the chroma plane lies
+    // beyond all packed luma, so the bytes are those of converting the whole image first.
+    bivista::Nv12ToLuma(image, width, height, stride, rgb, image, w, order);
   }
   allocator->free(buffer, VTA_MEM_TAG(kMemTag), 0);
   return 0;

@@ -4,8 +4,11 @@
 #include "hwy/highway.h"
 
 #include <math.h>
+#include <string.h>
 
 #include "colormatch/luma_kernels.h"
+#include "imageformat/yuv_deltas-inl.h"
+#include "imageformat/yuv_kernels.h"
 
 #ifndef BIVISTA_LUMA_PIXEL_HELPERS
 #define BIVISTA_LUMA_PIXEL_HELPERS
@@ -16,6 +19,22 @@ inline uint8_t ToByte(float t) {
   if (!(t > 0.0f)) return 0;
   if (t >= 255.0f) return 255;
   return static_cast<uint8_t>(static_cast<int>(t));
+}
+
+inline uint8_t Pixel(const uint8_t* p, const float* w, LumaOrder order);
+
+// Pixels from..width-1 of one or two NV12 rows (y1/out1 may be null) into luma bytes.
+inline void Nv12Pixels(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* out0,
+                       uint8_t* out1, int from, int width, const float* w, LumaOrder order) {
+  uint8_t rgb[3];
+  for (int x = from; x < width; ++x) {
+    const int c = x & ~1;
+    scalar::PixelToRgbFloat(y0[x], uv[c], uv[c + 1], rgb);
+    out0[x] = Pixel(rgb, w, order);
+    if (y1 == nullptr) continue;
+    scalar::PixelToRgbFloat(y1[x], uv[c], uv[c + 1], rgb);
+    out1[x] = Pixel(rgb, w, order);
+  }
 }
 
 inline uint8_t Pixel(const uint8_t* p, const float* w, LumaOrder order) {
@@ -56,42 +75,118 @@ namespace hn = hwy::HWY_NAMESPACE;
 // Vector passes only where the target fuses multiply-add in hardware: elsewhere MulAdd would be
 // a rounded multiply and a rounded add, and the bytes would differ from the definition.
 #if HWY_TARGET != HWY_SCALAR && HWY_NATIVE_FMA
+// Float lanes, their 32-bit integer and their byte twins.
+using DF = hn::CappedTag<float, 16>;
+using DI = hn::Rebind<int32_t, DF>;
+using D8 = hn::Rebind<uint8_t, DF>;
+using VF = hn::Vec<DF>;
+
+// The accumulation order of kOrder on channel values f0, f1, f2 and the brightest fm; the byte
+// is the sum truncated and clamped (greater-than is false for NaN, which thus gives 0 as in the
+// scalar helper).
+// The weights are broadcast once per call (W0..W3 at the top of a loop function).
+#define BIVISTA_LUMA_WEIGHTS(w)                                                   \
+  const VF w0 = hn::Set(DF(), (w)[0]), w1 = hn::Set(DF(), (w)[1]);                \
+  const VF w2 = hn::Set(DF(), (w)[2]), w3 = hn::Set(DF(), kOrder == kLumaWithMax ? (w)[3] : 0.0f)
+
 template <int kOrder>
-ptrdiff_t LumaPasses(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights) {
-  const hn::CappedTag<float, 16> df;
-  const hn::Rebind<int32_t, decltype(df)> di;
-  const hn::Rebind<uint8_t, decltype(df)> d8;
+HWY_INLINE hn::Vec<D8> LumaBytes(VF f0, VF f1, VF f2, VF fm, VF w0, VF w1, VF w2, VF w3) {
+  const DF df;
+  const auto half = hn::Set(df, 0.5f), zero = hn::Zero(df);
+  VF t;
+  if (kOrder == kLumaB1First) {
+    t = hn::MulAdd(f2, w2, hn::Mul(f1, w1));
+    t = hn::MulAdd(f0, w0, hn::Add(t, half));
+  } else {
+    t = hn::MulAdd(f1, w1, hn::Mul(f0, w0));
+    t = hn::MulAdd(f2, w2, hn::Add(t, half));
+    if (kOrder == kLumaWithMax) t = hn::MulAdd(fm, w3, t);
+  }
+  t = hn::Min(hn::IfThenElse(hn::Gt(t, zero), t, zero), hn::Set(df, 255.0f));
+  // 0 <= t <= 255: adding 2^23 to the truncated value leaves the integer in the low mantissa
+  // bits, cheaper than a range-checked conversion.
+  const auto biased = hn::Add(hn::Trunc(t), hn::Set(df, 8388608.0f));
+  return hn::TruncateTo(D8(), hn::BitCast(hn::Rebind<uint32_t, DF>(), biased));
+}
+
+template <int kOrder>
+ptrdiff_t LumaPasses(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* w) {
+  const DF df;
+  const DI di;
+  const D8 d8;
   const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(df));
-  const auto w0 = hn::Set(df, weights[0]), w1 = hn::Set(df, weights[1]);
-  const auto w2 = hn::Set(df, weights[2]);
-  const auto w3 = hn::Set(df, kOrder == kLumaWithMax ? weights[3] : 0.0f);
-  const auto half = hn::Set(df, 0.5f), zero = hn::Zero(df), top = hn::Set(df, 255.0f);
+  BIVISTA_LUMA_WEIGHTS(w);
   ptrdiff_t x = 0;
   for (; x + lanes <= count; x += lanes) {
-    hn::Vec<decltype(d8)> a, b, c;
+    hn::Vec<D8> a, b, c;
     hn::LoadInterleaved3(d8, rgb + 3 * x, a, b, c);
-    const auto f0 = hn::ConvertTo(df, hn::PromoteTo(di, a));
-    const auto f1 = hn::ConvertTo(df, hn::PromoteTo(di, b));
-    const auto f2 = hn::ConvertTo(df, hn::PromoteTo(di, c));
-    hn::Vec<decltype(df)> t;
-    if (kOrder == kLumaB1First) {
-      t = hn::MulAdd(f2, w2, hn::Mul(f1, w1));
-      t = hn::MulAdd(f0, w0, hn::Add(t, half));
-    } else {
-      t = hn::MulAdd(f1, w1, hn::Mul(f0, w0));
-      t = hn::MulAdd(f2, w2, hn::Add(t, half));
-      if (kOrder == kLumaWithMax) {
-        const auto fm = hn::ConvertTo(df, hn::PromoteTo(di, hn::Max(a, hn::Max(b, c))));
-        t = hn::MulAdd(fm, w3, t);
-      }
+    const VF fm = kOrder == kLumaWithMax
+                      ? hn::ConvertTo(df, hn::PromoteTo(di, hn::Max(a, hn::Max(b, c))))
+                      : hn::Zero(df);
+    hn::StoreU(LumaBytes<kOrder>(hn::ConvertTo(df, hn::PromoteTo(di, a)),
+                                 hn::ConvertTo(df, hn::PromoteTo(di, b)),
+                                 hn::ConvertTo(df, hn::PromoteTo(di, c)), fm, w0, w1, w2, w3),
+               d8, dst + x);
+  }
+  return x;
+}
+
+// Whole vectors of one or two NV12 rows; the chroma deltas of a column serve both rows.
+template <int kOrder>
+int Nv12Passes(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* out0,
+               uint8_t* out1, int width, const float* w) {
+  const DF df;
+  const DI di;
+  const D8 d8;
+  const int lanes = static_cast<int>(hn::Lanes(df));  // even: pairs line up
+  const auto k128 = hn::Set(di, 128), zero = hn::Zero(di), k255 = hn::Set(di, 255);
+  BIVISTA_LUMA_WEIGHTS(w);
+  int x = 0;
+  for (; x + lanes <= width; x += lanes) {
+    const auto c = hn::PromoteTo(di, hn::LoadU(d8, uv + x));  // U, V, U, V, ...
+    const auto cu = hn::Sub(hn::DupEven(c), k128), cv = hn::Sub(hn::DupOdd(c), k128);
+    const auto dr = FloatDeltaR(cv), dg = FloatDeltaG(cu, cv), db = FloatDeltaB(cu);
+    for (int row = 0; row < 2; ++row) {
+      const uint8_t* y = row == 0 ? y0 : y1;
+      if (y == nullptr) break;
+      const auto yv = hn::PromoteTo(di, hn::LoadU(d8, y + x));
+      const auto r = hn::Min(hn::Max(hn::Add(yv, dr), zero), k255);
+      const auto g = hn::Min(hn::Max(hn::Add(yv, dg), zero), k255);
+      const auto b = hn::Min(hn::Max(hn::Add(yv, db), zero), k255);
+      const VF fm = kOrder == kLumaWithMax ? hn::ConvertTo(df, hn::Max(r, hn::Max(g, b)))
+                                           : hn::Zero(df);
+      hn::StoreU(LumaBytes<kOrder>(hn::ConvertTo(df, r), hn::ConvertTo(df, g),
+                                   hn::ConvertTo(df, b), fm, w0, w1, w2, w3),
+                 d8, (row == 0 ? out0 : out1) + x);
     }
-    // Greater-than is false for NaN, which thus becomes 0 as in the scalar helper.
-    t = hn::Min(hn::IfThenElse(hn::Gt(t, zero), t, zero), top);
-    hn::StoreU(hn::DemoteTo(d8, hn::ConvertTo(di, t)), d8, dst + x);
   }
   return x;
 }
 #endif
+
+void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t* scratch,
+                uint8_t* out, const float* weights, LumaOrder order) {
+  const float w[4] = {weights[0], weights[1], weights[2],
+                      order == kLumaWithMax ? weights[3] : 0.0f};
+  const uint8_t* uvPlane = image + static_cast<ptrdiff_t>(stride) * height;
+  for (int y = 0; y < height; y += 2) {
+    const uint8_t* y0 = image + static_cast<ptrdiff_t>(y) * stride;
+    const uint8_t* y1 = y + 1 < height ? y0 + stride : nullptr;
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y / 2) * stride;
+    int x = 0;
+#if HWY_TARGET != HWY_SCALAR && HWY_NATIVE_FMA
+    if (order == kLumaB0First)
+      x = Nv12Passes<kLumaB0First>(y0, y1, uv, scratch, scratch + width, width, w);
+    else if (order == kLumaB1First)
+      x = Nv12Passes<kLumaB1First>(y0, y1, uv, scratch, scratch + width, width, w);
+    else
+      x = Nv12Passes<kLumaWithMax>(y0, y1, uv, scratch, scratch + width, width, w);
+#endif
+    lumapix::Nv12Pixels(y0, y1, uv, scratch, scratch + width, x, width, w, order);
+    memcpy(out + static_cast<ptrdiff_t>(y) * width, scratch,
+           static_cast<size_t>(y1 != nullptr ? 2 : 1) * width);
+  }
+}
 
 void LumaRgb24(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights,
                LumaOrder order) {
@@ -116,6 +211,12 @@ HWY_AFTER_NAMESPACE();
 namespace bivista {
 
 HWY_EXPORT(LumaRgb24);
+HWY_EXPORT(Nv12ToLuma);
+
+void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t* scratch,
+                uint8_t* out, const float* weights, LumaOrder order) {
+  HWY_DYNAMIC_DISPATCH(Nv12ToLuma)(image, width, height, stride, scratch, out, weights, order);
+}
 
 void LumaRgb24(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights,
                LumaOrder order) {
@@ -134,6 +235,19 @@ namespace scalar {
 void LumaRgb24(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights,
                LumaOrder order) {
   lumapix::Pixels(rgb, dst, 0, count, weights, order);
+}
+
+void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t* scratch,
+                uint8_t* out, const float* weights, LumaOrder order) {
+  const uint8_t* uvPlane = image + static_cast<ptrdiff_t>(stride) * height;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y / 2) * stride;
+    lumapix::Nv12Pixels(image + static_cast<ptrdiff_t>(y) * stride, nullptr, uv,
+                        scratch + (y & 1) * width, nullptr, 0, width, weights, order);
+    if ((y & 1) != 0 || y + 1 == height)
+      memcpy(out + static_cast<ptrdiff_t>(y & ~1) * width, scratch,
+             static_cast<size_t>((y & 1) + 1) * width);
+  }
 }
 }  // namespace scalar
 

@@ -19,9 +19,18 @@ enum LumaOrder { kLumaB0First = 0, kLumaB1First = 1, kLumaWithMax = 2 };
 void LumaRgb24(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights,
                LumaOrder order);
 
+// The luma of every pixel of an NV12 image, as LumaRgb24 of its ConvertNV122RGB24_wideRange
+// conversion would give, written packed (rows width apart) to out, which may be the image
+// itself when stride >= width. Each row pair goes through scratch (2 x width bytes, apart from
+// the image) before it is copied out, so no source byte is overwritten before it is read.
+void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t* scratch,
+                uint8_t* out, const float* weights, LumaOrder order);
+
 namespace scalar {
 void LumaRgb24(const uint8_t* rgb, uint8_t* dst, ptrdiff_t count, const float* weights,
                LumaOrder order);
+void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t* scratch,
+                uint8_t* out, const float* weights, LumaOrder order);
 }  // namespace scalar
 
 }  // namespace bivista

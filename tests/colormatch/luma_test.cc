@@ -140,25 +140,36 @@ TEST(Luma, GreySaturatesFrom249WithThePlainSet) {
   EXPECT_EQ(nv12[1], 255);
 }
 
-TEST(Luma, Nv12RewriteEqualsConversionThenLuma) {
-  SetsRestored restore;
-  std::mt19937 rng(8);
+TEST(Luma, Nv12RewriteEqualsConversionThenLumaOnEveryTarget) {
   bvtest::AllocTable table;
-  for (int mode : {0, 1}) {
-    for (auto [w, h, stride] : {std::array<int, 3>{1, 1, 1}, {2, 2, 6}, {5, 3, 8}, {16, 2, 16},
-                                {33, 9, 40}, {3000, 31, 3004}, {4, 6, 3}}) {
-      SCOPED_TRACE(testing::Message() << "mode " << mode << " " << w << "x" << h << " stride " << stride);
-      const size_t size = static_cast<size_t>(std::max(stride, w)) * (h + (h + 1) / 2) + 8;
-      Bytes img = Random(size, rng), expect = img;
-      Bytes rgb(3 * w * h);
-      ConvertNV122RGB24_wideRange(img.data(), rgb.data(), w, h, stride);
-      const Bytes y = DirectLuma(rgb, w * h, mode == 0 ? bivista::g_yeqWeights3 : bivista::g_yeqWeights4,
-                                 mode == 0 ? 0 : 2);
-      std::copy(y.begin(), y.end(), expect.begin());  // packed, whatever the stride
-      ASSERT_EQ(colorImageNV12Adjusting(img.data(), w, h, stride, mode, table.table()), 0);
-      EXPECT_EQ(img, expect);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    std::mt19937 rng(8);
+    for (int mode : {0, 1}) {
+      for (auto [w, h, stride] : {std::array<int, 3>{1, 1, 1}, {2, 2, 6}, {5, 3, 8}, {16, 2, 16},
+                                  {18, 3, 18}, {33, 9, 40}, {66, 4, 67}, {300, 31, 304}, {4, 6, 3}}) {
+        SCOPED_TRACE(testing::Message() << "mode " << mode << " " << w << "x" << h << " stride " << stride);
+        const size_t size = static_cast<size_t>(std::max(stride, w)) * (h + (h + 1) / 2) + 8;
+        Bytes img = Random(size, rng), expect = img;
+        Bytes rgb(3 * w * h);
+        ConvertNV122RGB24_wideRange(img.data(), rgb.data(), w, h, stride);
+        const Bytes y = DirectLuma(rgb, w * h, mode == 0 ? bivista::g_yeqWeights3 : bivista::g_yeqWeights4,
+                                   mode == 0 ? 0 : 2);
+        std::copy(y.begin(), y.end(), expect.begin());  // packed, whatever the stride
+        ASSERT_EQ(colorImageNV12Adjusting(img.data(), w, h, stride, mode, table.table()), 0);
+        ASSERT_EQ(img, expect);
+      }
     }
-  }
+    // Every chroma pair once: 256 pairs a row, V the chroma row.
+    Bytes img = Random(512 * 768, rng);
+    for (int v = 0; v < 256; ++v)
+      for (int u = 0; u < 256; ++u) img[512 * (512 + v) + 2 * u] = u, img[512 * (512 + v) + 2 * u + 1] = v;
+    Bytes rgb(3 * 512 * 512), expect = img;
+    ConvertNV122RGB24_wideRange(img.data(), rgb.data(), 512, 512, 512);
+    const Bytes y = DirectLuma(rgb, 512 * 512, bivista::g_yeqWeights4, 2);
+    std::copy(y.begin(), y.end(), expect.begin());
+    ASSERT_EQ(colorImageNV12Adjusting(img.data(), 512, 512, 512, 1, table.table()), 0);
+    EXPECT_EQ(img, expect);
+  });
   EXPECT_EQ(table.live(), 0);
   EXPECT_EQ(table.tags().back(), "PRE_COLOR_ADJUST");
 }
