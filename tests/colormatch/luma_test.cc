@@ -167,6 +167,10 @@ TEST(Luma, Nv12RewriteEqualsConversionThenLumaOnEveryTarget) {
     ConvertNV122RGB24_wideRange(img.data(), rgb.data(), 512, 512, 512);
     const Bytes y = DirectLuma(rgb, 512 * 512, bivista::g_yeqWeights4, 2);
     std::copy(y.begin(), y.end(), expect.begin());
+    Bytes scratch(1024), packed(512 * 512);
+    bivista::scalar::Nv12ToLuma(img.data(), 512, 512, 512, scratch.data(), packed.data(),
+                                bivista::g_yeqWeights4, bivista::kLumaWithMax);
+    EXPECT_EQ(packed, y);
     ASSERT_EQ(colorImageNV12Adjusting(img.data(), 512, 512, 512, 1, table.table()), 0);
     EXPECT_EQ(img, expect);
   });
