@@ -15,93 +15,105 @@ namespace bivista {
 namespace jwmf {
 namespace {
 
-// Histogram cell of one (level, class): its count and the class links of the level's list.
-template <typename Count, typename Link>
-struct CellOf {
-  Count count;
-  Link next;
-  Link prev;
-};
-
-// Compact types while counts fit: 16-bit counts and balances, byte links, 16-bit cell index.
-struct SmallKind {
-  using Cell = CellOf<uint16_t, uint8_t>;
-  using Link = uint8_t;
+// Kinds of tracker storage. The class lists (per level: classes with a nonzero count; the
+// balance list: classes with a nonzero balance) are bit sets of kWords 64-bit words per list
+// (0: words from the class count), visited in ascending class order, class 0 always first.
+// Compact kinds pack a pixel as cell index | class << 16 | level << 24.
+struct Kind1 {  // up to 64 classes
+  using Count = uint16_t;
   using Bal = int16_t;
-  using Pix = uint32_t;  // cell index | class << 16
-  static constexpr int kShift = 16;
-  static constexpr uint32_t kIdxMask = 0xFFFFu;
+  static constexpr int kWords = 1;
+  static constexpr bool kPacked = true;
 };
-
-struct WideKind {
-  using Cell = CellOf<int32_t, int32_t>;
-  using Link = int32_t;
+struct Kind4 {  // up to 256 classes and 65536 cells
+  using Count = uint16_t;
+  using Bal = int16_t;
+  static constexpr int kWords = 4;
+  static constexpr bool kPacked = true;
+};
+struct KindWide {
+  using Count = int32_t;
   using Bal = int32_t;
-  using Pix = uint64_t;  // cell index | class << 32
-  static constexpr int kShift = 32;
-  static constexpr uint64_t kIdxMask = 0xFFFFFFFFu;
+  static constexpr int kWords = 0;
+  static constexpr bool kPacked = false;
 };
 
-bool FitsSmall(int levelCount, int classes, int radius) {
-  const int64_t side = 2 * static_cast<int64_t>(radius) + 1;
-  return classes <= 256 && static_cast<int64_t>(levelCount) * classes <= 65536 &&
-         side * side <= 32767;
-}
+// A pixel of a worker's band: its cell (level x classes + class), class and level.
+struct WidePix {
+  uint32_t idx, cls, lev;
+};
+template <bool kPacked>
+struct PixOf {
+  using Type = uint32_t;
+  static uint32_t Idx(uint32_t p) { return p & 0xFFFFu; }
+  static uint32_t Cls(uint32_t p) { return (p >> 16) & 0xFFu; }
+  static uint32_t Lev(uint32_t p) { return p >> 24; }
+  static uint32_t Make(uint32_t idx, uint32_t cls, uint32_t lev) {
+    return idx | cls << 16 | lev << 24;
+  }
+};
+template <>
+struct PixOf<false> {
+  using Type = WidePix;
+  static uint32_t Idx(const WidePix& p) { return p.idx; }
+  static uint32_t Cls(const WidePix& p) { return p.cls; }
+  static uint32_t Lev(const WidePix& p) { return p.lev; }
+  static WidePix Make(uint32_t idx, uint32_t cls, uint32_t lev) { return {idx, cls, lev}; }
+};
 
 template <typename K>
 class Tracker {
  public:
-  using Cell = typename K::Cell;
-  using Link = typename K::Link;
+  using Count = typename K::Count;
   using Bal = typename K::Bal;
-  using Pix = typename K::Pix;
+  using P = PixOf<K::kPacked>;
+  using Pix = typename P::Type;
 
-  Tracker(Cell* cells, Bal* bal, Link* next, Link* prev, int classes, int levelCount)
-      : cells_(cells), bal_(bal), bn_(next), bp_(prev), classes_(classes), levels_(levelCount) {
-    memset(cells, 0, sizeof(Cell) * static_cast<size_t>(classes) * levelCount);
+  // counts: levels x classes; masks: (levels + 1) x words (the last row is the balance list).
+  Tracker(Count* counts, uint64_t* masks, Bal* bal, int classes, int levelCount)
+      : counts_(counts),
+        masks_(masks),
+        bal_(bal),
+        classes_(classes),
+        levels_(levelCount),
+        words_(K::kWords != 0 ? K::kWords : (classes + 63) / 64),
+        balMask_(masks + static_cast<size_t>(levelCount) * words_) {
+    memset(counts, 0, sizeof(Count) * static_cast<size_t>(classes) * levelCount);
+    memset(masks, 0, sizeof(uint64_t) * static_cast<size_t>(levelCount + 1) * words_);
     memset(bal, 0, sizeof(Bal) * classes);
-    memset(next, 0, sizeof(Link) * classes);
-    memset(prev, 0, sizeof(Link) * classes);
     SetCut(-1);
   }
 
   int cut() const { return cut_; }
   void SetCut(int cut) {
     cut_ = cut;
-    cutLimit_ = static_cast<uint64_t>(cut + 1) * static_cast<uint64_t>(classes_);
+    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(classes_);
   }
 
-  void Add(Pix v) {
-    const uint64_t idx = v & K::kIdxMask;
-    const int f = static_cast<int>(v >> K::kShift);
-    Cell* c = cells_ + idx;
-    if (c->count++ == 0 && f != 0) {
-      Cell* h = c - f;
-      const Link nx = h->next;
-      c->next = nx;
-      c->prev = 0;
-      h[nx].prev = static_cast<Link>(f);
-      h->next = static_cast<Link>(f);
-    }
+  // Branch-free: the list bits follow the counts.
+  void Add(const Pix& p) {
+    const uint32_t idx = P::Idx(p), f = P::Cls(p);
+    ++counts_[idx];
+    masks_[P::Lev(p) * Words() + (f >> 6)] |= uint64_t{1} << (f & 63);
     ChangeBalance(f, idx < cutLimit_ ? 1 : -1);
   }
 
-  void Remove(Pix v) {
-    const uint64_t idx = v & K::kIdxMask;
-    const int f = static_cast<int>(v >> K::kShift);
-    Cell* c = cells_ + idx;
-    if (--c->count == 0 && f != 0) {
-      Cell* h = c - f;
-      h[c->prev].next = c->next;
-      h[c->next].prev = c->prev;
-    }
+  void Remove(const Pix& p) {
+    const uint32_t idx = P::Idx(p), f = P::Cls(p);
+    const Count c = --counts_[idx];
+    masks_[P::Lev(p) * Words() + (f >> 6)] &= ~(uint64_t{c == 0} << (f & 63));
     ChangeBalance(f, idx < cutLimit_ ? -1 : 1);
   }
 
   // Sum of w[f] x balance over the balance list, class 0 first.
   float Balance(const float* w) const {
-    float s = w[0] * static_cast<float>(bal_[0]);
-    for (int f = bn_[0]; f != 0; f = bn_[f]) s += w[f] * static_cast<float>(bal_[f]);
+    float s = 0.f;
+    for (int k = 0; k < Words(); ++k) {
+      for (uint64_t m = balMask_[k] | (k == 0 ? 1u : 0u); m != 0; m &= m - 1) {
+        const int f = k * 64 + __builtin_ctzll(m);
+        s += w[f] * static_cast<float>(bal_[f]);
+      }
+    }
     return s;
   }
 
@@ -125,103 +137,107 @@ class Tracker {
   }
 
  private:
-  void ChangeBalance(int f, int delta) {
-    const int b = bal_[f];
-    const int nb = b + delta;
-    bal_[f] = static_cast<Bal>(nb);
-    if (f == 0) return;
-    if (b == 0) {
-      const Link nx = bn_[0];
-      bn_[f] = nx;
-      bp_[f] = 0;
-      bp_[nx] = static_cast<Link>(f);
-      bn_[0] = static_cast<Link>(f);
-    } else if (nb == 0) {
-      bn_[bp_[f]] = bn_[f];
-      bp_[bn_[f]] = bp_[f];
-    }
+  int Words() const { return K::kWords != 0 ? K::kWords : words_; }
+
+  void ChangeBalance(uint32_t f, int delta) {
+    const int b = bal_[f] + delta;
+    bal_[f] = static_cast<Bal>(b);
+    uint64_t& m = balMask_[f >> 6];
+    const uint64_t bit = uint64_t{1} << (f & 63);
+    m = (m & ~bit) | (b != 0 ? bit : 0);
   }
 
   // Moves every pixel of level across the cut (sign -2: to above it, +2: to at or below it);
-  // returns the level's weight sum(2 x count x w[f]) over its list, class 0 first.
+  // returns the level's weight, the sum of 2 x count x w[f] over its list, class 0 first.
   float CrossLevel(const float* w, int level, int sign) {
-    const Cell* h = cells_ + static_cast<size_t>(level) * classes_;
+    const Count* counts = counts_ + static_cast<size_t>(level) * classes_;
+    const uint64_t* lm = masks_ + static_cast<size_t>(level) * Words();
     float weight = 0.f;
-    int f = 0;
-    do {
-      const int n = 2 * h[f].count;
-      if (n != 0) ChangeBalance(f, sign > 0 ? n : -n);
-      weight += static_cast<float>(n) * w[f];
-      f = h[f].next;
-    } while (f != 0);
+    for (int k = 0; k < Words(); ++k) {
+      for (uint64_t m = lm[k] | (k == 0 ? 1u : 0u); m != 0; m &= m - 1) {
+        const int f = k * 64 + __builtin_ctzll(m);
+        const int n = 2 * counts[f];
+        ChangeBalance(f, sign > 0 ? n : -n);
+        weight += static_cast<float>(n) * w[f];
+      }
+    }
     return weight;
   }
 
-  Cell* cells_;
+  Count* counts_;
+  uint64_t* masks_;
   Bal* bal_;
-  Link* bn_;
-  Link* bp_;
   int classes_;
   int levels_;
+  int words_;
+  uint64_t* balMask_;
   int cut_ = -1;
-  uint64_t cutLimit_ = 0;
+  uint32_t cutLimit_ = 0;
 };
 
-template <typename K>
-void PackBand(const int32_t* levels, const int32_t* features, int width, int height, int bx0,
-              int bandW, int levelCount, int classes, typename K::Pix* band);
-
-template <typename K, typename T>
-void PackBandOf(const T* levels, const T* features, int width, int height, int bx0, int bandW,
-                int levelCount, int classes, typename K::Pix* band) {
-  using Pix = typename K::Pix;
-  for (int y = 0; y < height; ++y) {
-    const T* l = levels + static_cast<size_t>(y) * width + bx0;
-    const T* f = features + static_cast<size_t>(y) * width + bx0;
-    Pix* out = band + static_cast<size_t>(y) * bandW;
-    for (int i = 0; i < bandW; ++i) {
-      const int lv = std::min(std::max(static_cast<int>(l[i]), 0), levelCount - 1);
-      const int cl = std::min(std::max(static_cast<int>(f[i]), 0), classes - 1);
-      out[i] = static_cast<Pix>(static_cast<Pix>(lv) * static_cast<Pix>(classes) + cl) |
-               (static_cast<Pix>(cl) << K::kShift);
-    }
+// Which kind fits; KindWide always does.
+int KindFor(int levelCount, int classes, int radius) {
+  const int64_t side = 2 * static_cast<int64_t>(std::max(radius, 0)) + 1;
+  if (side * side > 32767 || levelCount > 256 || static_cast<int64_t>(levelCount) * classes > 65536) {
+    return 0;
   }
+  return classes <= 64 ? 1 : classes <= 256 ? 4 : 0;
 }
 
-// One worker's columns with compact or wide histogram types.
+// 2D count arrays of the library: 16-bit or 32-bit rows.
+uint16_t** CountRows(uint16_t*, int rows, int columns) {
+  return reinterpret_cast<uint16_t**>(short2D(rows, columns));
+}
+int32_t** CountRows(int32_t*, int rows, int columns) { return int2D(rows, columns); }
+void ReleaseRows(uint16_t** rows) { short2D_release(reinterpret_cast<short**>(rows)); }
+void ReleaseRows(int32_t** rows) { int2D_release(rows); }
+
+// One worker's columns.
 template <typename K, typename T>
 void RunColumns(int first, int end, const T* levels, const T* features, float** weights,
                 int height, int width, int classes, int levelCount, int radius,
                 const uint8_t* mask, T* output) {
-  using Cell = typename K::Cell;
-  using Pix = typename K::Pix;
+  using Count = typename K::Count;
+  using P = PixOf<K::kPacked>;
+  using Pix = typename P::Type;
   const int r = radius;
   const int reach = std::max(r, 0);
   const int bx0 = std::max(first - reach, 0);
   const int bandW = std::min(end + reach, width) - bx0;
-  const int64_t cellBytes = static_cast<int64_t>(levelCount) * classes * sizeof(Cell);
-  const int64_t balBytes = static_cast<int64_t>(classes) *
-                           (sizeof(typename K::Bal) + 2 * sizeof(typename K::Link));
-  const int64_t balPad = (balBytes + 15) / 16 * 16;
+  const int64_t words = K::kWords != 0 ? K::kWords : (classes + 63) / 64;
+  const int64_t maskBytes = (static_cast<int64_t>(levelCount) + 1) * words * 8;
+  const int64_t balBytes = (static_cast<int64_t>(classes) * sizeof(typename K::Bal) + 15) / 16 * 16;
   const int64_t bandBytes = static_cast<int64_t>(bandW) * height * sizeof(Pix);
-  unsigned char** cellRows = nullptr;
+  Count** countRows = nullptr;
   unsigned char* block = nullptr;
-  if (cellBytes <= INT32_MAX && balPad + bandBytes <= INT32_MAX) {
-    cellRows = uchar2D(levelCount, static_cast<int>(classes * sizeof(Cell)));
-    if (cellRows != nullptr) block = static_cast<unsigned char*>(safeNew(static_cast<int>(balPad + bandBytes)));
+  if (static_cast<int64_t>(levelCount) * classes * sizeof(Count) <= INT32_MAX &&
+      maskBytes + balBytes + bandBytes <= INT32_MAX) {
+    countRows = CountRows(static_cast<Count*>(nullptr), levelCount, classes);
+    if (countRows != nullptr) {
+      block = static_cast<unsigned char*>(safeNew(static_cast<int>(maskBytes + balBytes + bandBytes)));
+    }
   }
   if (block == nullptr) {
     BV_LOGE(kTagAlgo, "filterCore_multiThread", kLineCoreMalloc,
             "filterCore_multiThread malloced memory failed!!\n");
-    uchar2D_release(cellRows);
+    if (countRows != nullptr) ReleaseRows(countRows);
     return;
   }
-  auto* bal = reinterpret_cast<typename K::Bal*>(block);
-  auto* bn = reinterpret_cast<typename K::Link*>(bal + classes);
-  typename K::Link* bp = bn + classes;
-  auto* band = reinterpret_cast<Pix*>(block + balPad);
-  PackBandOf<K>(levels, features, width, height, bx0, bandW, levelCount, classes, band);
-  Tracker<K> t(reinterpret_cast<Cell*>(cellRows[0]), bal, bn, bp, classes, levelCount);
+  auto* masks = reinterpret_cast<uint64_t*>(block);
+  auto* bal = reinterpret_cast<typename K::Bal*>(block + maskBytes);
+  auto* band = reinterpret_cast<Pix*>(block + maskBytes + balBytes);
+  // Level and class of every band pixel, clamped into range, packed once.
+  for (int y = 0; y < height; ++y) {
+    const T* lr = levels + static_cast<size_t>(y) * width + bx0;
+    const T* fr = features + static_cast<size_t>(y) * width + bx0;
+    Pix* out = band + static_cast<size_t>(y) * bandW;
+    for (int i = 0; i < bandW; ++i) {
+      const int lv = std::min(std::max(static_cast<int>(lr[i]), 0), levelCount - 1);
+      const int cl = std::min(std::max(static_cast<int>(fr[i]), 0), classes - 1);
+      out[i] = P::Make(static_cast<uint32_t>(lv * classes + cl), cl, lv);
+    }
+  }
+  Tracker<K> t(countRows[0], masks, bal, classes, levelCount);
 
   for (int x = first; x < end; ++x) {
     const int c0 = std::max(x - r, 0) - bx0;
@@ -235,12 +251,10 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       const Pix* p = band + static_cast<size_t>(y) * bandW;
       for (int c = c0; c <= c1; ++c) t.Remove(p[c]);
     };
-    const auto clear = [&]() {
+    // Taking the window's pixels out again clears the histogram, lists and balances.
+    const auto build = [&](int from, int to) {
       for (int y = top; y <= bottom; ++y) removeRow(y);
       t.SetCut(-1);
-    };
-    const auto build = [&](int from, int to) {
-      clear();
       top = std::max(from, 0);
       bottom = std::min(to, height - 1);
       for (int y = top; y <= bottom; ++y) addRow(y);
@@ -262,8 +276,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
           stale = false;
         }
       }
-      const Pix centre = band[static_cast<size_t>(y) * bandW + (x - bx0)];
-      const float* w = weights[centre >> K::kShift];
+      const float* w = weights[P::Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)])];
       const float balance = t.MoveCut(w, t.Balance(w));
       const int cut = t.cut();
       if (cut < 0 || cut > levelCount - 1) {
@@ -284,9 +297,9 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
         top = out + 1;
       }
     }
-    clear();
+    build(0, -1);
   }
-  uchar2D_release(cellRows);
+  ReleaseRows(countRows);
   safeDelete(block);
 }
 
@@ -299,12 +312,18 @@ void FilterColumns(int first, int end, const T* levels, const T* features, float
   if (first >= end || height < 1 || levelCount < 1 || classes < 1 || weights == nullptr) return;
   // Beyond the image the window is clipped anyway; this keeps row arithmetic in range.
   const int r = std::min(radius, std::max(width, height));
-  if (FitsSmall(levelCount, classes, r)) {
-    RunColumns<SmallKind>(first, end, levels, features, weights, height, width, classes,
-                          levelCount, r, mask, output);
-  } else {
-    RunColumns<WideKind>(first, end, levels, features, weights, height, width, classes,
-                         levelCount, r, mask, output);
+  switch (KindFor(levelCount, classes, r)) {
+    case 1:
+      RunColumns<Kind1>(first, end, levels, features, weights, height, width, classes,
+                        levelCount, r, mask, output);
+      break;
+    case 4:
+      RunColumns<Kind4>(first, end, levels, features, weights, height, width, classes,
+                        levelCount, r, mask, output);
+      break;
+    default:
+      RunColumns<KindWide>(first, end, levels, features, weights, height, width, classes,
+                           levelCount, r, mask, output);
   }
 }
 
