@@ -179,8 +179,11 @@ TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
     p.w = 1 + 2 * static_cast<int>(rng() % 12);
     p.h = 1 + 2 * static_cast<int>(rng() % 12);
     const int levels = 1 + static_cast<int>(rng() % 12);
-    const int classes = 1 + static_cast<int>(rng() % 6);
-    const int r = static_cast<int>(rng() % 5);
+    // Class counts and radii reaching every histogram layout: up to 64 and up to 256 classes,
+    // 8-bit and 16-bit counts, and the wide one.
+    const int kinds[] = {1 + int(rng() % 6), 65 + int(rng() % 30), 257 + int(rng() % 20)};
+    const int classes = kinds[iter % 7 == 3 ? 1 : iter % 11 == 5 ? 2 : 0];
+    const int r = iter % 5 == 4 ? 8 + int(rng() % 4) : int(rng() % 5);
     const int threads = static_cast<int>(rng() % 5);  // 0 runs one worker
     const int workers = std::max(threads, 1);
     void* pool = rng() % 3 ? pools_[workers] : nullptr;

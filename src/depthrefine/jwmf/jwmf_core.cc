@@ -18,90 +18,110 @@ namespace {
 // Kinds of tracker storage. The class lists (per level: classes with a nonzero count; the
 // balance list: classes with a nonzero balance) are bit sets of kWords 64-bit words per list
 // (0: words from the class count), visited in ascending class order, class 0 always first.
-// Compact kinds pack a pixel as cell index | class << 16 | level << 24.
-struct Kind1 {  // up to 64 classes
-  using Count = uint16_t;
+// Counts are as narrow as the window allows. Packed kinds keep a pixel as its 16-bit cell index
+// level x stride + class, with a power-of-two stride; the wide kind keeps the three numbers.
+template <typename CountT, int kWordsN>
+struct Packed {
+  using Count = CountT;
   using Bal = int16_t;
-  static constexpr int kWords = 1;
+  using Pix = uint16_t;
+  static constexpr int kWords = kWordsN;
   static constexpr bool kPacked = true;
 };
-struct Kind4 {  // up to 256 classes and 65536 cells
-  using Count = uint16_t;
-  using Bal = int16_t;
-  static constexpr int kWords = 4;
-  static constexpr bool kPacked = true;
+struct WidePix {
+  uint32_t idx, cls, lev;
 };
-struct KindWide {
+struct Wide {
   using Count = int32_t;
   using Bal = int32_t;
+  using Pix = WidePix;
   static constexpr int kWords = 0;
   static constexpr bool kPacked = false;
 };
 
-// A pixel of a worker's band: its cell (level x classes + class), class and level.
-struct WidePix {
-  uint32_t idx, cls, lev;
+// Cell layout shared by the band packing and the tracker.
+struct Layout {
+  int classes;
+  int levels;
+  int stride;  // cells per level
+  int shift;   // log2(stride) for packed kinds
+  int words;   // 64-bit words per class list
 };
-template <bool kPacked>
-struct PixOf {
-  using Type = uint32_t;
-  static uint32_t Idx(uint32_t p) { return p & 0xFFFFu; }
-  static uint32_t Cls(uint32_t p) { return (p >> 16) & 0xFFu; }
-  static uint32_t Lev(uint32_t p) { return p >> 24; }
-  static uint32_t Make(uint32_t idx, uint32_t cls, uint32_t lev) {
-    return idx | cls << 16 | lev << 24;
+
+template <typename K>
+Layout LayoutFor(int classes, int levelCount) {
+  Layout g{classes, levelCount, classes, 0, K::kWords != 0 ? K::kWords : (classes + 63) / 64};
+  if (K::kPacked) {
+    while ((1 << g.shift) < classes) ++g.shift;
+    g.stride = 1 << g.shift;
   }
-};
-template <>
-struct PixOf<false> {
-  using Type = WidePix;
-  static uint32_t Idx(const WidePix& p) { return p.idx; }
-  static uint32_t Cls(const WidePix& p) { return p.cls; }
-  static uint32_t Lev(const WidePix& p) { return p.lev; }
-  static WidePix Make(uint32_t idx, uint32_t cls, uint32_t lev) { return {idx, cls, lev}; }
-};
+  return g;
+}
 
 template <typename K>
 class Tracker {
  public:
   using Count = typename K::Count;
   using Bal = typename K::Bal;
-  using P = PixOf<K::kPacked>;
-  using Pix = typename P::Type;
+  using Pix = typename K::Pix;
 
-  // counts: levels x classes; masks: (levels + 1) x words (the last row is the balance list).
-  Tracker(Count* counts, uint64_t* masks, Bal* bal, int classes, int levelCount)
-      : counts_(counts),
-        masks_(masks),
-        bal_(bal),
-        classes_(classes),
-        levels_(levelCount),
-        words_(K::kWords != 0 ? K::kWords : (classes + 63) / 64),
-        balMask_(masks + static_cast<size_t>(levelCount) * words_) {
-    memset(counts, 0, sizeof(Count) * static_cast<size_t>(classes) * levelCount);
-    memset(masks, 0, sizeof(uint64_t) * static_cast<size_t>(levelCount + 1) * words_);
-    memset(bal, 0, sizeof(Bal) * classes);
+  // counts: levels x stride; masks: (levels + 1) x words, the last row the balance list.
+  Tracker(const Layout& g, Count* counts, uint64_t* masks, Bal* bal)
+      : g_(g), counts_(counts), masks_(masks), bal_(bal),
+        balMask_(masks + static_cast<size_t>(g.levels) * g.words) {
+    memset(counts, 0, sizeof(Count) * static_cast<size_t>(g.stride) * g.levels);
+    memset(masks, 0, sizeof(uint64_t) * static_cast<size_t>(g.levels + 1) * g.words);
+    memset(bal, 0, sizeof(Bal) * g.classes);
     SetCut(-1);
+  }
+
+  uint32_t Idx(const Pix& p) const {
+    if constexpr (K::kPacked) {
+      return p;
+    } else {
+      return p.idx;
+    }
+  }
+  uint32_t Cls(const Pix& p) const {
+    if constexpr (K::kPacked) {
+      return p & (g_.stride - 1);
+    } else {
+      return p.cls;
+    }
+  }
+  uint32_t Lev(const Pix& p) const {
+    if constexpr (K::kPacked) {
+      return static_cast<uint32_t>(p) >> g_.shift;
+    } else {
+      return p.lev;
+    }
+  }
+  static Pix Make(uint32_t idx, uint32_t cls, uint32_t lev) {
+    if constexpr (K::kPacked) {
+      return static_cast<Pix>(idx);
+    } else {
+      return {idx, cls, lev};
+    }
   }
 
   int cut() const { return cut_; }
   void SetCut(int cut) {
     cut_ = cut;
-    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(classes_);
+    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(g_.stride);
   }
 
-  // Branch-free: the list bits follow the counts.
+  // Branch-free: the list bits follow the counts and balances.
   void Add(const Pix& p) {
-    const uint32_t idx = P::Idx(p), f = P::Cls(p);
+    const uint32_t idx = Idx(p), f = Cls(p);
     ++counts_[idx];
-    masks_[P::Lev(p) * Words() + (f >> 6)] |= uint64_t{1} << (f & 63);
+    masks_[Lev(p) * Words() + (f >> 6)] |= uint64_t{1} << (f & 63);
     ChangeBalance(f, idx < cutLimit_ ? 1 : -1);
   }
 
   void Remove(const Pix& p) {
-    const uint32_t idx = P::Idx(p), f = P::Cls(p);
+    const uint32_t idx = Idx(p), f = Cls(p);
     const Count c = --counts_[idx];
-    masks_[P::Lev(p) * Words() + (f >> 6)] &= ~(uint64_t{c == 0} << (f & 63));
+    masks_[Lev(p) * Words() + (f >> 6)] &= ~(uint64_t{c == 0} << (f & 63));
     ChangeBalance(f, idx < cutLimit_ ? -1 : 1);
   }
 
@@ -109,7 +129,7 @@ class Tracker {
   float Balance(const float* w) const {
     float s = 0.f;
     for (int k = 0; k < Words(); ++k) {
-      for (uint64_t m = balMask_[k] | (k == 0 ? 1u : 0u); m != 0; m &= m - 1) {
+      for (uint64_t m = balMask_[k] | uint64_t{k == 0}; m != 0; m &= m - 1) {
         const int f = k * 64 + __builtin_ctzll(m);
         s += w[f] * static_cast<float>(bal_[f]);
       }
@@ -126,18 +146,18 @@ class Tracker {
         balance -= CrossLevel(w, cut, -2);
         --cut;
       }
-    } else if (balance < 0 && cut != levels_ - 1) {
+    } else if (balance < 0 && cut != g_.levels - 1) {
       do {
         balance += CrossLevel(w, cut + 1, 2);
         ++cut;
-      } while (balance < 0 && cut != levels_ - 1);
+      } while (balance < 0 && cut != g_.levels - 1);
     }
     SetCut(cut);
     return balance;
   }
 
  private:
-  int Words() const { return K::kWords != 0 ? K::kWords : words_; }
+  int Words() const { return K::kWords != 0 ? K::kWords : g_.words; }
 
   void ChangeBalance(uint32_t f, int delta) {
     const int b = bal_[f] + delta;
@@ -150,11 +170,11 @@ class Tracker {
   // Moves every pixel of level across the cut (sign -2: to above it, +2: to at or below it);
   // returns the level's weight, the sum of 2 x count x w[f] over its list, class 0 first.
   float CrossLevel(const float* w, int level, int sign) {
-    const Count* counts = counts_ + static_cast<size_t>(level) * classes_;
+    const Count* counts = counts_ + static_cast<size_t>(level) * g_.stride;
     const uint64_t* lm = masks_ + static_cast<size_t>(level) * Words();
     float weight = 0.f;
     for (int k = 0; k < Words(); ++k) {
-      for (uint64_t m = lm[k] | (k == 0 ? 1u : 0u); m != 0; m &= m - 1) {
+      for (uint64_t m = lm[k] | uint64_t{k == 0}; m != 0; m &= m - 1) {
         const int f = k * 64 + __builtin_ctzll(m);
         const int n = 2 * counts[f];
         ChangeBalance(f, sign > 0 ? n : -n);
@@ -164,31 +184,37 @@ class Tracker {
     return weight;
   }
 
+  Layout g_;
   Count* counts_;
   uint64_t* masks_;
   Bal* bal_;
-  int classes_;
-  int levels_;
-  int words_;
   uint64_t* balMask_;
   int cut_ = -1;
   uint32_t cutLimit_ = 0;
 };
 
-// Which kind fits; KindWide always does.
-int KindFor(int levelCount, int classes, int radius) {
+enum class KindId { k8x1, k16x1, k8x4, k16x4, kWide };
+
+// The narrowest kind that fits; Wide always does.
+KindId KindFor(int levelCount, int classes, int radius) {
   const int64_t side = 2 * static_cast<int64_t>(std::max(radius, 0)) + 1;
-  if (side * side > 32767 || levelCount > 256 || static_cast<int64_t>(levelCount) * classes > 65536) {
-    return 0;
+  int stride = 1;
+  while (stride < classes && stride < 512) stride <<= 1;
+  if (side * side > 32767 || classes > 256 || static_cast<int64_t>(levelCount) * stride > 65536) {
+    return KindId::kWide;
   }
-  return classes <= 64 ? 1 : classes <= 256 ? 4 : 0;
+  const bool narrow = side * side <= 255;
+  if (classes <= 64) return narrow ? KindId::k8x1 : KindId::k16x1;
+  return narrow ? KindId::k8x4 : KindId::k16x4;
 }
 
-// 2D count arrays of the library: 16-bit or 32-bit rows.
+// Count rows through the library's 2D arrays.
+uint8_t** CountRows(uint8_t*, int rows, int columns) { return uchar2D(rows, columns); }
 uint16_t** CountRows(uint16_t*, int rows, int columns) {
   return reinterpret_cast<uint16_t**>(short2D(rows, columns));
 }
 int32_t** CountRows(int32_t*, int rows, int columns) { return int2D(rows, columns); }
+void ReleaseRows(uint8_t** rows) { uchar2D_release(rows); }
 void ReleaseRows(uint16_t** rows) { short2D_release(reinterpret_cast<short**>(rows)); }
 void ReleaseRows(int32_t** rows) { int2D_release(rows); }
 
@@ -198,23 +224,23 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
                 int height, int width, int classes, int levelCount, int radius,
                 const uint8_t* mask, T* output) {
   using Count = typename K::Count;
-  using P = PixOf<K::kPacked>;
-  using Pix = typename P::Type;
+  using Pix = typename K::Pix;
+  const Layout g = LayoutFor<K>(classes, levelCount);
   const int r = radius;
   const int reach = std::max(r, 0);
   const int bx0 = std::max(first - reach, 0);
   const int bandW = std::min(end + reach, width) - bx0;
-  const int64_t words = K::kWords != 0 ? K::kWords : (classes + 63) / 64;
-  const int64_t maskBytes = (static_cast<int64_t>(levelCount) + 1) * words * 8;
+  const int64_t maskBytes = (static_cast<int64_t>(levelCount) + 1) * g.words * 8;
   const int64_t balBytes = (static_cast<int64_t>(classes) * sizeof(typename K::Bal) + 15) / 16 * 16;
   const int64_t bandBytes = static_cast<int64_t>(bandW) * height * sizeof(Pix);
   Count** countRows = nullptr;
   unsigned char* block = nullptr;
-  if (static_cast<int64_t>(levelCount) * classes * sizeof(Count) <= INT32_MAX &&
+  if (static_cast<int64_t>(levelCount) * g.stride * sizeof(Count) <= INT32_MAX &&
       maskBytes + balBytes + bandBytes <= INT32_MAX) {
-    countRows = CountRows(static_cast<Count*>(nullptr), levelCount, classes);
+    countRows = CountRows(static_cast<Count*>(nullptr), levelCount, g.stride);
     if (countRows != nullptr) {
-      block = static_cast<unsigned char*>(safeNew(static_cast<int>(maskBytes + balBytes + bandBytes)));
+      block = static_cast<unsigned char*>(
+          safeNew(static_cast<int>(maskBytes + balBytes + bandBytes)));
     }
   }
   if (block == nullptr) {
@@ -234,10 +260,10 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
     for (int i = 0; i < bandW; ++i) {
       const int lv = std::min(std::max(static_cast<int>(lr[i]), 0), levelCount - 1);
       const int cl = std::min(std::max(static_cast<int>(fr[i]), 0), classes - 1);
-      out[i] = P::Make(static_cast<uint32_t>(lv * classes + cl), cl, lv);
+      out[i] = Tracker<K>::Make(static_cast<uint32_t>(lv * g.stride + cl), cl, lv);
     }
   }
-  Tracker<K> t(countRows[0], masks, bal, classes, levelCount);
+  Tracker<K> t(g, countRows[0], masks, bal);
 
   for (int x = first; x < end; ++x) {
     const int c0 = std::max(x - r, 0) - bx0;
@@ -276,7 +302,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
           stale = false;
         }
       }
-      const float* w = weights[P::Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)])];
+      const float* w = weights[t.Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)])];
       const float balance = t.MoveCut(w, t.Balance(w));
       const int cut = t.cut();
       if (cut < 0 || cut > levelCount - 1) {
@@ -312,18 +338,16 @@ void FilterColumns(int first, int end, const T* levels, const T* features, float
   if (first >= end || height < 1 || levelCount < 1 || classes < 1 || weights == nullptr) return;
   // Beyond the image the window is clipped anyway; this keeps row arithmetic in range.
   const int r = std::min(radius, std::max(width, height));
+  const auto run = [&](auto kind) {
+    RunColumns<decltype(kind)>(first, end, levels, features, weights, height, width, classes,
+                               levelCount, r, mask, output);
+  };
   switch (KindFor(levelCount, classes, r)) {
-    case 1:
-      RunColumns<Kind1>(first, end, levels, features, weights, height, width, classes,
-                        levelCount, r, mask, output);
-      break;
-    case 4:
-      RunColumns<Kind4>(first, end, levels, features, weights, height, width, classes,
-                        levelCount, r, mask, output);
-      break;
-    default:
-      RunColumns<KindWide>(first, end, levels, features, weights, height, width, classes,
-                           levelCount, r, mask, output);
+    case KindId::k8x1: run(Packed<uint8_t, 1>()); break;
+    case KindId::k16x1: run(Packed<uint16_t, 1>()); break;
+    case KindId::k8x4: run(Packed<uint8_t, 4>()); break;
+    case KindId::k16x4: run(Packed<uint16_t, 4>()); break;
+    default: run(Wide());
   }
 }
 
