@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the build needs from Debian's packages; fast and silent when all is present.
-#   scripts/setup.sh [base] [bench] [aarch64]
+#   scripts/setup.sh [base] [bench] [fuzz] [aarch64]
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 SUDO=""
@@ -16,6 +16,7 @@ for p in "${profiles[@]}"; do
   case "$p" in
     base) want+=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libpng-dev dpkg-dev binutils) ;;
     bench) want+=(libopencv-contrib-dev libopencv-dev libyuv-dev) ;;
+    fuzz) want+=(clang libclang-rt-dev) ;;
     aarch64) want+=(g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user); want_arm64=true ;;
     *) echo "setup.sh: unknown profile '$p'" >&2; exit 2 ;;
   esac
