@@ -339,7 +339,9 @@ struct Mode {
   const char* summary;
 };
 // One declaration and one row per mode.
+int RunMedian(int argc, char** argv);
 static const Mode kModes[] = {
+    {"median", RunMedian, "joint weighted median of a depth map guided by a photo"},
     {nullptr, nullptr, nullptr},
 };
 
