@@ -8,6 +8,7 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <random>
 #include <string>
@@ -233,6 +234,18 @@ TEST_F(Jwmf, CoreEdgeCases) {
     lv = in;
     ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, 1, nullptr, -1), 0);
     EXPECT_EQ(lv, in);
+    // Radii at the int limits: the window is the whole image, or empty (every pixel then
+    // reports the cut out of range and keeps its level).
+    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, INT_MAX, nullptr, 2), 0);
+    // The same nine values everywhere, yet the middle row gets 3: moving down from the first
+    // row's 4 stops as soon as the balance is no longer positive.
+    EXPECT_EQ(lv, (std::vector<int32_t>{4, 4, 4, 3, 3, 3, 4, 4, 4}));
+    lv = in;
+    log.Clear();
+    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, INT_MIN + 3, nullptr, 2), 0);
+    EXPECT_EQ(lv, in);
+    EXPECT_EQ(log.CountContaining("get filtered value -1 by balance weight "), 9);
+    log.Clear();
     // Zero weights: the balance never moves and every pixel reports the cut out of range.
     w[0][0] = 0.f;
     ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, 1, nullptr, 1), 0);

@@ -336,8 +336,10 @@ void FilterColumns(int first, int end, const T* levels, const T* features, float
                    int height, int width, int classes, int levelCount, int radius,
                    const uint8_t* mask, T* output) {
   if (first >= end || height < 1 || levelCount < 1 || classes < 1 || weights == nullptr) return;
-  // Beyond the image the window is clipped anyway; this keeps row arithmetic in range.
-  const int r = std::min(radius, std::max(width, height));
+  // Beyond the image the window is clipped anyway (and empty for any negative radius); this
+  // keeps row and column arithmetic in range.
+  const int span = std::max(width, height);
+  const int r = std::min(std::max(radius, -span), span);
   const auto run = [&](auto kind) {
     RunColumns<decltype(kind)>(first, end, levels, features, weights, height, width, classes,
                                levelCount, r, mask, output);
