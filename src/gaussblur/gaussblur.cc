@@ -309,8 +309,11 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.thNum = thNum;
   job.status = status;
   job.kernel = kernel;
-  job.src = src + static_cast<long>(r) * srcStride;
-  job.dst = dst + static_cast<long>(r) * dstStride;
+  // Rows past the top border are addressed only when the image has them (no pointer is formed
+  // past a short image).
+  const bool interior = height > 2 * r;
+  job.src = interior ? src + static_cast<long>(r) * srcStride : src;
+  job.dst = interior ? dst + static_cast<long>(r) * dstStride : dst;
   job.bounds = bounds;
   job.scratch = nullptr;
   job.radius = r;
@@ -363,8 +366,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.scratch = scratch;
 
   // Boundary blocks of every strip; in place they are copied before any worker starts.
-  const uint8_t* headRows = src + static_cast<long>(r) * srcStride;
-  const uint8_t* tailRows = src + static_cast<long>(height - window) * srcStride;
+  const uint8_t* headRows = interior ? src + static_cast<long>(r) * srcStride : src;
+  const uint8_t* tailRows = interior ? src + static_cast<long>(height - window) * srcStride : src;
   for (int t = 0; t < thNum; ++t) {
     int first = 0;
     int count = 0;
@@ -385,7 +388,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   }
   if (inPlace) {
     uint8_t* copy = headTail + static_cast<long>(thNum) * window * srcStride;
-    if (height >= 2 * r + 1) {
+    if (interior) {
       CopyBlock(headRows, copy, r, srcStride, width);
       CopyBlock(tailRows, copy + static_cast<long>(r) * srcStride, r, srcStride, width);
     }
