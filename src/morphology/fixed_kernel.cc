@@ -9,7 +9,9 @@
 namespace bivista {
 namespace {
 
+// An empty or negative width copies nothing (the image may then be null).
 void CopyRows(const unsigned char* src, unsigned char* dst, int width, int height, int stride) {
+  if (width < 1) return;
   for (int y = 0; y < height; ++y) {
     memcpy(dst + static_cast<size_t>(y) * stride, src + static_cast<size_t>(y) * stride,
            static_cast<size_t>(width));

@@ -4,6 +4,7 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/morphology.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "morphology/morph_kernels.h"
 
@@ -37,20 +38,26 @@ void IntegralRow(const unsigned char* src, const uint32_t* above, uint32_t* dst,
 // rows that stays in cache.
 int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsigned char* dst,
              int width, int height, int k, int erode) {
-  const int r = static_cast<int>(static_cast<double>(static_cast<float>(k - 1) * 0.5f) + 0.5);
+  // k - 1 in 64 bits: k may be INT_MIN. Every window bound below is clipped in 64 bits, so radii
+  // up to about INT_MAX / 2 cannot overflow; areas are compared modulo 2^32 like the sums.
+  const int64_t r = static_cast<int64_t>(
+      static_cast<double>(static_cast<float>(static_cast<int64_t>(k) - 1) * 0.5f) + 0.5);
   if (mem == nullptr || mem->malloc == nullptr || width < 1 || height < 1 || r < 0) return -1;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* integral = static_cast<uint32_t*>(mem->malloc(count * 4, VTA_MEM_TAG(kMemTag), 0));
   if (integral == nullptr) return -1;
-  const int ring = height < 2 * r + 2 ? height : 2 * r + 2;
+  const int ring = static_cast<int>(height < 2 * r + 2 ? height : 2 * r + 2);
   const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
+  // Exclusive lower and inclusive upper bound of the window around c, clipped to 0..n-1.
+  const auto lower = [&](int c) { return static_cast<int>(c - r >= 1 ? c - r - 1 : 0); };
+  const auto upper = [&](int c, int n) { return static_cast<int>(c + r < n - 1 ? c + r : n - 1); };
   int built = 0;  // integral rows computed so far
   // Columns whose window is not clipped at either side go through the row kernel.
-  const int x0 = r + 1;
-  const int x1 = width - 1 - r;
+  const int64_t x0 = r + 1;
+  const int64_t x1 = width - 1 - r;
   for (int y = 0; y < height; ++y) {
-    const int top = y - r >= 1 ? y - r - 1 : 0;
-    const int bottom = y + r < height - 1 ? y + r : height - 1;
+    const int top = lower(y);
+    const int bottom = upper(y, height);
     for (; built <= bottom; ++built) {
       IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
                   slot(built), width);
@@ -59,11 +66,11 @@ int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsi
     const uint32_t* rowB = slot(bottom);
     unsigned char* out = dst + static_cast<size_t>(y) * width;
     const auto decide = [&](int x) {
-      const int left = x - r >= 1 ? x - r - 1 : 0;
-      const int right = x + r < width - 1 ? x + r : width - 1;
+      const int left = lower(x);
+      const int right = upper(x, width);
       const uint32_t s = rowB[right] + rowT[left] - rowT[right] - rowB[left];
       if (erode) {
-        out[x] = s == static_cast<uint32_t>((right - left) * (bottom - top)) ? 1 : 0;
+        out[x] = s == static_cast<uint32_t>(right - left) * static_cast<uint32_t>(bottom - top);
       } else {
         out[x] = static_cast<int32_t>(s) > 0 ? 1 : 0;
       }
@@ -71,10 +78,10 @@ int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsi
     int x = 0;
     for (; x < width && x < x0; ++x) decide(x);
     if (x0 <= x1) {
-      const uint32_t area = static_cast<uint32_t>((2 * r + 1) * (bottom - top));
+      const uint32_t area = static_cast<uint32_t>(2 * r + 1) * static_cast<uint32_t>(bottom - top);
       BoxDecideRow(rowB + x0 + r, rowT + x0 - r - 1, rowT + x0 + r, rowB + x0 - r - 1, out + x0,
-                   x1 - x0 + 1, area, erode);
-      x = x1 + 1;
+                   static_cast<int>(x1 - x0 + 1), area, erode);
+      x = static_cast<int>(x1 + 1);
     }
     for (; x < width; ++x) decide(x);
   }
@@ -133,7 +140,8 @@ int Erosion_Dilation_Function_opt(unsigned char* image, int width, int height, i
     return -1;
   }
   const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
-  auto* block = static_cast<unsigned char*>(safeNew(static_cast<int>(plane + width + 8)));
+  auto* block = static_cast<unsigned char*>(
+      safeNew(SafeNewBytes(static_cast<int64_t>(plane) + width + 8)));
   if (block == nullptr) {
     BV_LOGW(kTagAlgo, kFunc, kLineSafeNew, "%s safeNew ERROR!!!", kFunc);
     return -1;
