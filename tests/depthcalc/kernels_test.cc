@@ -211,9 +211,10 @@ void CheckConversions(std::mt19937& rng, int offset) {
     });
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {
-        // Sums past the int limits wrap round (two's complement).
+        // Sums past the int limits wrap round (two's complement); above 2^24 the sum rounds to
+        // float before the quarter.
         const int v = static_cast<int32_t>(uint32_t(in[size_t(y) * stride + x]) + uint32_t(offset));
-        ASSERT_EQ(v < 0 ? 0.0 : v / 4.0, plane[size_t(y) * w + x]);
+        ASSERT_EQ(v < 0 ? 0.0f : float(v) / 4.0f, plane[size_t(y) * w + x]);
         if (y == 0) { ASSERT_EQ(std::min<int64_t>(llabs(v) / 4, 63), bins[x]); }
       }
   }
