@@ -22,6 +22,7 @@ constexpr int kLineSaveMkdirFailed = 657;
 constexpr int kLineSaveMkdirDone = 659;
 
 constexpr size_t kNameSize = 256;
+constexpr mode_t kDirMode = 0777;
 
 // last - first + 1, formed in 64 bits and saturated: an inverted side far below zero must not
 // wrap round to a large positive size.
@@ -29,7 +30,6 @@ int AreaSide(int first, int last) {
   const int64_t side = static_cast<int64_t>(last) - first + 1;
   return static_cast<int>(side < INT32_MIN ? INT32_MIN : side > INT32_MAX ? INT32_MAX : side);
 }
-constexpr mode_t kDirMode = 0777;
 
 // Whole plane, then the focus area, both appended.
 void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int stride,
@@ -49,7 +49,12 @@ void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int
 
 }  // namespace
 
-int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int stride) {
+}  // namespace bivista
+
+using namespace bivista;
+
+extern "C" int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows,
+                         int stride) {
   if (IsRelativePath(path) != 0) {
     return BV_LOGW(kTagAlgo, "writeFile", kLineWriteRelative,
                    "your input filenmae contains relative signs!file: %s", path);
@@ -68,6 +73,8 @@ int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int
   return fclose(f);
 }
 
+namespace bivista {
+
 void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
   const int aw = AreaSide(r.left, r.right);
   const int ah = AreaSide(r.top, r.bottom);
@@ -85,8 +92,10 @@ void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
   }
 }
 
-void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width, int height,
-                        int stride, BIVISTA_Rect rect) {
+}  // namespace bivista
+
+extern "C" void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width,
+                                   int height, int stride, BIVISTA_Rect rect) {
   char root[kNameSize];
   memset(root, 0, sizeof root);
   if (__system_property_get("imagepath", root) <= 0 || root[0] == '\0') {
@@ -115,5 +124,3 @@ void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width
   }
   if (confidence != nullptr) DumpPlane(dir, confidence, width, height, stride, rect, aw, ah, "conf");
 }
-
-}  // namespace bivista
