@@ -6,6 +6,7 @@
 
 #include <random>
 
+#include "depthcalc/depthcalc_internal.h"
 #include "depthcalc/frame_fixture.h"
 #include "support/alloc_table.h"
 #include "support/platform_capture.h"
@@ -44,7 +45,7 @@ TEST(CalcShiftLimits, DoublyInvertedAreaShiftsByZero) {
 // shift planes of its size (far past 32 bits) are refused by the allocator.
 TEST(CalcShiftLimits, FarOffCornersAreEmptyAndTheirPlanesRefused) {
   for (int mode : {0, 1}) {
-    Frame f(80, 60, 80, false, 2);
+    Frame f(80, 60, 80, false, 1);  // scale 1: INT32_MAX / 1 is past the int range as a float
     f.Fill(60);
     f.rec.mode = mode;
     bvtest::LogCapture log;
@@ -56,6 +57,13 @@ TEST(CalcShiftLimits, FarOffCornersAreEmptyAndTheirPlanesRefused) {
               1);
     EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "TransDispariyArea", "malloc failed"), 1);
   }
+}
+
+// The dump's frame of such an area: its width, formed without wrapping, is negative.
+TEST(CalcShiftLimits, DumpFrameOfAFarOffInvertedSideIsEmpty) {
+  uint8_t plane[8 * 8] = {0};
+  bivista::PaintDumpFrame(plane, 8, BIVISTA_Rect{5, 0, INT32_MIN, 3});
+  for (uint8_t v : plane) ASSERT_EQ(v, 0);
 }
 
 // A plane whose rows lie 2^26 + 3 samples apart, reserved but backed only where written: the
