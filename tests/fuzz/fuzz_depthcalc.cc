@@ -175,7 +175,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const size_t n = valid ? (rec.height - 1) * stride + rec.width : 1;
   if (n * 2 > (size_t{1} << 38)) return 0;  // beyond what the address space comfortably holds
   // Large planes make every run slow: only a few rows then.
-  if (n > (size_t{4} << 20) && rec.height > 64) return 0;
+  if (n > (size_t{1} << 20) && rec.height > 16) return 0;
   // Mode 1 takes map-sized scratch (stride x height): keep it within the fuzzer's memory.
   if (rec.mode == 1 && stride * rec.height * 2 > (size_t{256} << 20)) rec.mode = 2;
   // Dumps run with a root that makes every write refuse: the painting and the names are
