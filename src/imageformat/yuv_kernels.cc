@@ -3,6 +3,7 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include "imageformat/yuv_deltas-inl.h"
 #include "imageformat/yuv_kernels.h"
 
 // Included once per target by foreach_target: define the shared pixel helpers only once.
@@ -105,17 +106,6 @@ HWY_INLINE hn::Vec<D16> DupTo16(D16 d16, V32 x) {
   return hn::BitCast(d16, hn::Or(hn::And(x, hn::Set(d32, 0xFFFF)), hn::ShiftLeft<16>(x)));
 }
 
-// floor(n / 1000) for |n| < 300000: multiply-shift estimate, at most one too large.
-template <class V>
-HWY_INLINE V FloorDiv1000(V n) {
-  const hn::DFromV<V> d;
-  const auto biased = hn::Add(n, hn::Set(d, 300000));
-  auto q = hn::ShiftRight<20>(hn::Mul(biased, hn::Set(d, 1049)));
-  const auto rem = hn::Sub(biased, hn::Mul(q, hn::Set(d, 1000)));
-  q = hn::IfThenElse(hn::Lt(rem, hn::Zero(d)), hn::Sub(q, hn::Set(d, 1)), q);
-  return hn::Sub(q, hn::Set(d, 300));
-}
-
 #endif
 
 void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
@@ -140,9 +130,9 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
                                       hn::Mul(cu, hn::Set(d32, -46793))));
       db = hn::ShiftRight<16>(hn::Mul(cu, hn::Set(d32, 116195)));
     } else {
-      dr = FloorDiv1000(hn::Mul(cv, hn::Set(d32, 1403)));
-      dg = FloorDiv1000(hn::Add(hn::Mul(cu, hn::Set(d32, -714)), hn::Mul(cv, hn::Set(d32, -344))));
-      db = FloorDiv1000(hn::Mul(cu, hn::Set(d32, 1773)));
+      dr = FloatDeltaR(cv);
+      dg = FloatDeltaG(cu, cv);
+      db = FloatDeltaB(cu);
     }
     const auto r16 = DupTo16(d16, dr), g16 = DupTo16(d16, dg), b16 = DupTo16(d16, db);
     const uint8_t* ys[2] = {y0, y1};
