@@ -5,6 +5,7 @@
 
 #include "bivista/timer.h"
 #include "common/log_internal.h"
+#include "common/alloc_size.h"
 #include "common/mem_internal.h"
 
 using bivista::kTagAlgo;
@@ -68,10 +69,7 @@ void Release2D(T** array) {
 
 }  // namespace
 
-void* bivista::SafeNewSize(int64_t bytes) {
-  if (bytes > INT32_MAX) return CheckedMalloc(INT32_MIN);
-  return CheckedMalloc(bytes < INT32_MIN ? INT32_MIN : static_cast<int>(bytes));
-}
+void* bivista::SafeNewSize(int64_t bytes) { return CheckedMalloc(bivista::SafeNewBytes(bytes)); }
 
 extern "C" {
 

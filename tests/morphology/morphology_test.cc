@@ -542,6 +542,6 @@ TEST(MorphologyLimits, WindowsAtTheIntLimitsAndSizesBeyondIntStayInsideTheImage)
   EXPECT_EQ(Erosion_Dilation_Function_opt(&byte, 65536, 65536, 0, 0, 1), -1);
   EXPECT_EQ(dilation(&byte, 1, 65536, 65536, 0, 0), -1);
   EXPECT_EQ(byte, 7);
-  EXPECT_EQ(log.CountContaining("the memory size -1 you want to malloced is negative!!"), 2);
+  EXPECT_EQ(log.CountContaining("the memory size -2147483648 you want to malloced is negative!!"), 2);
   EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, kOpt, std::string(kOpt) + " safeNew ERROR!!!", 346), 1);
 }
