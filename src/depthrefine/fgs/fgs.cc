@@ -97,8 +97,16 @@ void RotateGuideInto(uint8_t* dst, int64_t bytes, const uint8_t* src, int rows, 
   if (bytes > full) memset(dst + full, 0, static_cast<size_t>(bytes - full));
 }
 
-// Lines of one record: rows of lineLength values, or (internal passes) columns of a plane
-// lineCount values wide.
+// Internal passes: rows of a record, its part of the scratch plane as workspace; columns of a
+// plane lineCount values wide.
+void* SolveRowsJob(void* param, int) {
+  const DREF_FGSThreadParam* p = static_cast<const DREF_FGSThreadParam*>(param);
+  FgsSolveRowsWork(p->data, p->weight, p->lineLength, p->startLine, p->endLine,
+                   p->scratch + static_cast<ptrdiff_t>(p->startLine) * p->lineLength,
+                   p->endLine - p->startLine);
+  return nullptr;
+}
+
 void* SolveColumnsJob(void* param, int) {
   const DREF_FGSThreadParam* p = static_cast<const DREF_FGSThreadParam*>(param);
   FgsSolveColumns(p->data, p->weight, p->scratch, p->lineCount, p->lineLength, p->startLine,
@@ -135,6 +143,77 @@ void LinePass(float* data, const float* weights, float* scratch, int lineCount, 
     return;
   }
   SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount, job);
+}
+
+// Per-pixel work of the filter outside the solves, split by rows over the pool's workers (at
+// most as many as it has, so every boot runs). Couplings of the last column and the last row
+// stay 0.
+enum AuxWork { kAuxBuild = 1, kAuxAdapt = 2, kAuxDecay = 4 };
+constexpr int kMaxAuxWorkers = 8;
+
+struct AuxJob {
+  const uint8_t* guide;  // interleaved, 3 bytes per pixel (kAuxBuild)
+  const uint8_t* mask;
+  float* hW;
+  float* vW;  // upright: coupling of rows y and y + 1 at (y, x)
+  const float* table;
+  int width;
+  int height;
+  int rowFirst;
+  int rowEnd;
+  int work;
+};
+
+void* AuxJobRun(void* argument, int) {
+  const AuxJob& j = *static_cast<const AuxJob*>(argument);
+  const int w = j.width;
+  const int rows = j.rowEnd - j.rowFirst;
+  const int vRows = (j.rowEnd < j.height - 1 ? j.rowEnd : j.height - 1) - j.rowFirst;
+  const ptrdiff_t o = static_cast<ptrdiff_t>(j.rowFirst) * w;
+  const ptrdiff_t stride = 3 * static_cast<ptrdiff_t>(w);
+  if (rows < 1) return nullptr;
+  if (j.work & kAuxBuild) {
+    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w);
+    if (vRows > 0) {
+      FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + stride, stride, vRows, w, j.table, j.vW + o,
+                  w);
+    }
+  }
+  if (j.work & kAuxAdapt) {
+    FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
+    if (vRows > 0) {
+      FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+    }
+    ZeroColumn(j.hW + o, rows, w, w - 1);
+    if (j.rowEnd == j.height) memset(j.vW + (o + static_cast<ptrdiff_t>(rows - 1) * w), 0, sizeof(float) * w);
+  }
+  if (j.work & kAuxDecay) {
+    FgsDecay(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    FgsDecay(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+  }
+  return nullptr;
+}
+
+void RunAux(const AuxJob& all, void* pool, int threadCount) {
+  int workers = 1;
+  if (pool != nullptr && threadCount > 1) {
+    const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+    workers = p->workers == nullptr ? 1 : p->count < threadCount ? p->count : threadCount;
+    workers = workers < kMaxAuxWorkers ? workers : kMaxAuxWorkers;
+  }
+  if (workers <= 1) {
+    AuxJob job = all;
+    AuxJobRun(&job, 0);
+    return;
+  }
+  AuxJob jobs[kMaxAuxWorkers];
+  for (int i = 0; i < workers; ++i) {
+    jobs[i] = all;
+    jobs[i].rowFirst = static_cast<int>(static_cast<int64_t>(i) * all.height / workers);
+    jobs[i].rowEnd = static_cast<int>(static_cast<int64_t>(i + 1) * all.height / workers);
+    MThread_Boot(pool, i, AuxJobRun, &jobs[i]);
+  }
+  MThread_Sync(pool, 0, workers);
 }
 
 size_t Bytes(int64_t count, int64_t elementSize) {
@@ -297,36 +376,31 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
   if (height > 0 && width > 0) {
     float table[256];
     BuildTable(sigma, lambda1, table);
+    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt};
     if (guideFormat == 0 && channels == 3) {
-      GuideWeightsInterleaved(hW, guide, height, width, 3, table);
-      FgsWeights3(guide, guide + 3 * static_cast<ptrdiff_t>(width), 3 * static_cast<ptrdiff_t>(width),
-                  height - 1, width, table, vW, width);
-    } else {
+      aux.work |= kAuxBuild;
+    } else if (guideFormat == 0) {
       // Vertical couplings of the transposed guide, built as written, then turned upright.
-      if (guideFormat == 0) {
-        GuideWeightsInterleaved(hW, guide, height, width, channels, table);
-        RotateGuideInto(tGuide, static_cast<int64_t>(sizes[2]), guide, height, width);
-        GuideWeightsInterleaved(scratch, tGuide, width, height, channels, table);
-      } else {
-        GuideWeightsPlanar(hW, guide, height, width, channels, table);
-        for (int p = 0; p < channels; ++p) {
-          DREF_Rotate_1D_UCHAR(tGuide + p * area, guide + p * area, height, width);
-        }
-        GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
+      GuideWeightsInterleaved(hW, guide, height, width, channels, table);
+      RotateGuideInto(tGuide, static_cast<int64_t>(sizes[2]), guide, height, width);
+      GuideWeightsInterleaved(scratch, tGuide, width, height, channels, table);
+      DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
+    } else {
+      GuideWeightsPlanar(hW, guide, height, width, channels, table);
+      for (int p = 0; p < channels; ++p) {
+        DREF_Rotate_1D_UCHAR(tGuide + p * area, guide + p * area, height, width);
       }
+      GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
       DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
     }
-    memset(vW + (area - width), 0, sizeof(float) * static_cast<size_t>(width));
-    SetMasked(hW, mask, height, width, width - 1, kMaskedCoupling);
-    SetMasked(vW, mask, height - 1, width, width, kMaskedCoupling);
-  }
-  for (int it = 0; it < iterations; ++it) {
-    LinePass(data, hW, scratch, height, width, records, pool, threadCount,
-             DREF_FGSFilter1D_started);
-    LinePass(data, vW, scratch, width, height, records, pool, threadCount, SolveColumnsJob);
-    if (it + 1 < iterations && area > 0) {
-      FgsDecay(hW, mask, area, kDecay);
-      FgsDecay(vW, mask, area, kDecay);
+    RunAux(aux, pool, threadCount);
+    for (int it = 0; it < iterations; ++it) {
+      LinePass(data, hW, scratch, height, width, records, pool, threadCount, SolveRowsJob);
+      LinePass(data, vW, scratch, width, height, records, pool, threadCount, SolveColumnsJob);
+      if (it + 1 < iterations) {
+        aux.work = kAuxDecay;
+        RunAux(aux, pool, threadCount);
+      }
     }
   }
   for (void* b : buffers) fgs_safeDeleteMem(b, allocator, kTag);

@@ -51,8 +51,10 @@ HWY_INLINE hn::Vec<D> FirstKV(D d, hn::Vec<D> w) {
 }
 
 // One step for m lanes held contiguously in each row pointer; the tail lanes go through the
-// scalar element.
+// scalar element. kFull: m is a whole band, known when compiling, so the loop unrolls.
+template <bool kFull = false>
 HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
+  if (kFull) m = kBand;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -65,8 +67,10 @@ HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
   for (; j < m; ++j) fgs::First(f + j, w[j], c + j);
 }
 
+template <bool kFull = false>
 HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, float* f,
                            const float* w, float* c, int m) {
+  if (kFull) m = kBand;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto one = hn::Set(d, 1.0f);
@@ -82,7 +86,9 @@ HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, fl
   for (; j < m; ++j) fgs::Forward(fp[j], wp[j], cp[j], f + j, w[j], c + j);
 }
 
+template <bool kFull = false>
 HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
+  if (kFull) m = kBand;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -94,21 +100,30 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
 }
 #endif
 
+#ifdef BIVISTA_FGS_VECTOR
+template <bool kFull>
+HWY_INLINE void ColumnBand(float* fx, const float* wx, float* cx, ptrdiff_t s, int n, int m) {
+  FirstRow<kFull>(fx, wx, cx, m);
+  for (ptrdiff_t i = 1; i < n; ++i) {
+    ForwardRow<kFull>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
+                      wx + i * s, cx + i * s, m);
+  }
+  for (ptrdiff_t i = n - 2; i >= 0; --i) {
+    BackRow<kFull>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
+  }
+}
+#endif
+
 void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t s, int n, int first, int end) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1) return;
   // A band of columns goes down and back up while its rows are still in cache.
   for (int x = first; x < end; x += kBand) {
-    const int m = end - x < kBand ? end - x : kBand;
-    float* fx = f + x;
-    const float* wx = w + x;
-    float* cx = c + x;
-    FirstRow(fx, wx, cx, m);
-    for (ptrdiff_t i = 1; i < n; ++i) {
-      ForwardRow(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s, wx + i * s,
-                 cx + i * s, m);
+    if (end - x >= kBand) {
+      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand);
+    } else {
+      ColumnBand<false>(f + x, w + x, c + x, s, n, end - x);
     }
-    for (ptrdiff_t i = n - 2; i >= 0; --i) BackRow(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
   }
 #else
   scalar::FgsSolveColumns(f, w, c, s, n, first, end);
@@ -166,6 +181,64 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 #endif
 }
 
+#ifdef BIVISTA_FGS_VECTOR
+// m lines from fl (rows of n values) through the workspace: values, then coefficients, each n
+// rows of `band` lanes; the couplings go through a stack chunk.
+template <bool kFull>
+HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, float* work) {
+  if (kFull) band = kBand;
+  float* tf = work;
+  float* tc = work + static_cast<ptrdiff_t>(band) * n;
+  HWY_ALIGN float tw[(kChunk + 1) * kBand];
+  for (int i0 = 0; i0 < n; i0 += kChunk) {
+    const int kk = n - i0 < kChunk ? n - i0 : kChunk;
+    TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
+    TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+    int i = 0;
+    if (i0 == 0) {
+      FirstRow<kFull>(tf, tw + kBand, tc, m);
+      i = 1;
+    }
+    for (; i < kk; ++i) {
+      const ptrdiff_t at = static_cast<ptrdiff_t>(i0 + i) * band;
+      ForwardRow<kFull>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
+                        tw + (i + 1) * kBand, tc + at, m);
+    }
+    memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
+  }
+  for (ptrdiff_t i = n - 2; i >= 0; --i) {
+    BackRow<kFull>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
+  }
+  TransposeBlockF32(tf, band, n, m, fl, n);
+}
+#endif
+
+void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
+                      int workLines) {
+#ifdef BIVISTA_FGS_VECTOR
+  if (n < 1 || end <= first) return;
+  // A band of lines lives in the workspace in column layout (values, then coefficients), so each
+  // value is transposed in once and out once; the couplings go through a stack chunk.
+  const int band = workLines / 2 < kBand ? workLines / 2 : kBand;
+  if (band < 1) {
+    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines);
+    return;
+  }
+  for (int l = first; l < end; l += band) {
+    const int m = end - l < band ? end - l : band;
+    if (m == kBand) {
+      RowBand<true>(f + static_cast<ptrdiff_t>(l) * n, w + static_cast<ptrdiff_t>(l) * n, n, m,
+                    band, work);
+    } else {
+      RowBand<false>(f + static_cast<ptrdiff_t>(l) * n, w + static_cast<ptrdiff_t>(l) * n, n, m,
+                     band, work);
+    }
+  }
+#else
+  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines);
+#endif
+}
+
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride) {
   float t[256];
@@ -173,8 +246,12 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   int x0 = 0;
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<uint8_t> d8;
+  const hn::Half<decltype(d8)> dh;
+  const hn::Half<decltype(dh)> dq;
+  const hn::Rebind<int32_t, decltype(dq)> d32;
+  const hn::Rebind<float, decltype(dq)> df;
   const int lanes = static_cast<int>(hn::Lanes(d8));
-  HWY_ALIGN uint8_t diff[HWY_MAX_BYTES];
+  const int q = lanes / 4;
   const int nv = n / lanes * lanes;
   for (int r = 0; r < rows; ++r) {
     const uint8_t* pa = a + r * inStride;
@@ -187,8 +264,17 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
       const auto d0 = hn::Or(hn::SaturatedSub(a0, b0), hn::SaturatedSub(b0, a0));
       const auto d1 = hn::Or(hn::SaturatedSub(a1, b1), hn::SaturatedSub(b1, a1));
       const auto d2 = hn::Or(hn::SaturatedSub(a2, b2), hn::SaturatedSub(b2, a2));
-      hn::Store(hn::Max(hn::Max(d0, d1), d2), d8, diff);
-      for (int j = 0; j < lanes; ++j) o[x + j] = t[diff[j]];
+      const auto m = hn::Max(hn::Max(d0, d1), d2);
+      // Table entries by gathers, a quarter of the bytes at a time.
+      const auto lo = hn::LowerHalf(dh, m);
+      const auto hi = hn::UpperHalf(dh, m);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, lo))), df, o + x);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, lo))), df,
+                 o + x + q);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, hi))), df,
+                 o + x + 2 * q);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, hi))), df,
+                 o + x + 3 * q);
     }
   }
   x0 = nv;
@@ -201,24 +287,33 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   }
 }
 
-void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
+// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
+template <bool kSet>
+HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
   ptrdiff_t i = 0;
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<float> d;
-  const hn::RebindToSigned<decltype(d)> di;
+  const hn::RebindToUnsigned<decltype(d)> du;
   const hn::Rebind<uint8_t, decltype(d)> d8;
   const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
-  const auto vf = hn::Set(d, factor);
+  const auto vx = hn::Set(d, x);
   for (; i + lanes <= n; i += lanes) {
-    const auto keep = hn::RebindMask(
-        d, hn::Ne(hn::BitCast(di, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(),
-                                                hn::LoadU(d8, mask + i))),
-                  hn::Zero(di)));
+    const auto set =
+        hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
     const auto v = hn::LoadU(d, w + i);
-    hn::StoreU(hn::IfThenElse(keep, v, hn::Mul(v, vf)), d, w + i);
+    hn::StoreU(kSet ? hn::IfThenElse(set, vx, v) : hn::IfThenElse(set, v, hn::Mul(v, vx)), d,
+               w + i);
   }
 #endif
-  for (; i < n; ++i) w[i] = fgs::Decayed(w[i], mask[i], factor);
+  for (; i < n; ++i) w[i] = kSet ? fgs::Masked(w[i], mask[i], x) : fgs::Decayed(w[i], mask[i], x);
+}
+
+void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
+  MaskedPass<false>(w, mask, n, factor);
+}
+
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  MaskedPass<true>(w, mask, n, value);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -230,8 +325,10 @@ namespace bivista {
 
 HWY_EXPORT(FgsSolveRows);
 HWY_EXPORT(FgsSolveColumns);
+HWY_EXPORT(FgsSolveRowsWork);
 HWY_EXPORT(FgsWeights3);
 HWY_EXPORT(FgsDecay);
+HWY_EXPORT(FgsSetMasked);
 
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
   HWY_DYNAMIC_DISPATCH(FgsSolveRows)(f, w, c, n, first, end);
@@ -240,12 +337,19 @@ void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n
                      int end) {
   HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end);
 }
+void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
+                      int workLines) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines);
+}
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride) {
   HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride);
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
   HWY_DYNAMIC_DISPATCH(FgsDecay)(w, mask, n, factor);
+}
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  HWY_DYNAMIC_DISPATCH(FgsSetMasked)(w, mask, n, value);
 }
 
 namespace scalar {
@@ -254,6 +358,12 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, c + o, n, 1);
+  }
+}
+void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work, int) {
+  for (int l = first; l < end; ++l) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    fgs::SolveLine(f + o, w + o, work, n, 1);
   }
 }
 void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
@@ -271,6 +381,9 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
   for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask[i], factor);
+}
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Masked(w[i], mask[i], value);
 }
 
 }  // namespace scalar

@@ -52,11 +52,16 @@ inline int MaxDiff(const uint8_t* a, const uint8_t* b, int bytes) {
 }
 
 inline float Decayed(float w, uint8_t mask, float factor) { return mask == 0 ? w * factor : w; }
+inline float Masked(float w, uint8_t mask, float value) { return mask != 0 ? value : w; }
 
 }  // namespace fgs
 
 // Lines first .. end - 1 of a plane whose lines are consecutive rows of n values.
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
+// The values of FgsSolveRows without its coefficients: workspace of workLines x n floats
+// (workLines >= 1), its contents left undefined.
+void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
+                      int workLines);
 // Columns first .. end - 1 of three planes with rows `stride` floats apart; each column is a line
 // of n values.
 void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
@@ -67,14 +72,19 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
                  const float* table, float* out, ptrdiff_t outStride);
 // w[i] = Decayed(w[i], mask[i], factor) for i < n.
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
+// w[i] = Masked(w[i], mask[i], value) for i < n.
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 
 namespace scalar {
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
+void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
+                      int workLines);
 void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
                      int end);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride);
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 }  // namespace scalar
 
 }  // namespace bivista
