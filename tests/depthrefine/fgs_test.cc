@@ -98,6 +98,13 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
         bivista::scalar::FgsSolveRows(b.data(), wt.data(), cb.data(), n, 1, lines);
         ExpectSameBits(a, b);
         ExpectSameBits(ca, cb);
+        // Through a workspace of a few lines (down to none usable in pairs) or of all of them.
+        for (int workLines : {1, 3, 9, lines}) {
+          std::vector<float> work(static_cast<size_t>(workLines) * n);
+          a = data;
+          bivista::FgsSolveRowsWork(a.data(), wt.data(), n, 1, lines, work.data(), workLines);
+          ExpectSameBits(a, b);
+        }
         // Columns: the plane read as n rows of `lines` columns.
         a = b = data;
         bivista::FgsSolveColumns(a.data(), wt.data(), ca.data(), lines, n, 0, lines);
@@ -109,6 +116,9 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
         a = b = wt;
         bivista::FgsDecay(a.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
         bivista::scalar::FgsDecay(b.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
+        ExpectSameBits(a, b);
+        bivista::FgsSetMasked(a.data(), mask.data(), static_cast<ptrdiff_t>(size), -0.01f);
+        bivista::scalar::FgsSetMasked(b.data(), mask.data(), static_cast<ptrdiff_t>(size), -0.01f);
         ExpectSameBits(a, b);
       }
     }
