@@ -339,7 +339,9 @@ struct Mode {
   const char* summary;
 };
 // One declaration and one row per mode.
+int RunSmooth(int argc, char** argv);
 static const Mode kModes[] = {
+    {"smooth", RunSmooth, "fast global smoother and border mask on a depth map and its photo"},
     {nullptr, nullptr, nullptr},
 };
 
