@@ -92,27 +92,37 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
           wt[i] = i % 7 == 3 ? -0.01f : w(rng);
           data[i] = f(rng);
         }
+        std::vector<uint8_t> mask(size);
+        for (uint8_t& m : mask) m = rng() % 3 == 0 ? static_cast<uint8_t>(rng()) : 0;
         std::vector<float> a = data, b = data, ca(size, 7.0f), cb(size, 7.0f);
         // Rows: lines 1 .. lines - 1 only, so line 0 must stay untouched.
         bivista::FgsSolveRows(a.data(), wt.data(), ca.data(), n, 1, lines);
         bivista::scalar::FgsSolveRows(b.data(), wt.data(), cb.data(), n, 1, lines);
         ExpectSameBits(a, b);
         ExpectSameBits(ca, cb);
-        // Through a workspace of a few lines (down to none usable in pairs) or of all of them.
+        // Through a workspace of a few lines (down to none usable in pairs) or of all of them,
+        // the couplings of the solved lines decaying afterwards.
+        std::vector<float> decayed = wt;
+        bivista::scalar::FgsDecay(decayed.data() + n, mask.data() + n,
+                                  static_cast<ptrdiff_t>(size) - n, 0.25f);
         for (int workLines : {1, 3, 9, lines}) {
-          std::vector<float> work(static_cast<size_t>(workLines) * n);
+          std::vector<float> work(static_cast<size_t>(workLines) * n), wa = wt;
           a = data;
-          bivista::FgsSolveRowsWork(a.data(), wt.data(), n, 1, lines, work.data(), workLines);
+          bivista::FgsSolveRowsWork(a.data(), wa.data(), n, 1, lines, work.data(), workLines,
+                                    mask.data(), 0.25f);
           ExpectSameBits(a, b);
+          ExpectSameBits(wa, decayed);
         }
         // Columns: the plane read as n rows of `lines` columns.
         a = b = data;
-        bivista::FgsSolveColumns(a.data(), wt.data(), ca.data(), lines, n, 0, lines);
-        bivista::scalar::FgsSolveColumns(b.data(), wt.data(), cb.data(), lines, n, 0, lines);
+        std::vector<float> wa = wt, wb = wt;
+        bivista::FgsSolveColumns(a.data(), wa.data(), ca.data(), lines, n, 0, lines, mask.data(),
+                                 0.25f);
+        bivista::scalar::FgsSolveColumns(b.data(), wb.data(), cb.data(), lines, n, 0, lines,
+                                         mask.data(), 0.25f);
         ExpectSameBits(a, b);
         ExpectSameBits(ca, cb);
-        std::vector<uint8_t> mask(size);
-        for (uint8_t& m : mask) m = rng() % 3 == 0 ? static_cast<uint8_t>(rng()) : 0;
+        ExpectSameBits(wa, wb);
         a = b = wt;
         bivista::FgsDecay(a.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
         bivista::scalar::FgsDecay(b.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);

@@ -97,28 +97,51 @@ void RotateGuideInto(uint8_t* dst, int64_t bytes, const uint8_t* src, int rows, 
   if (bytes > full) memset(dst + full, 0, static_cast<size_t>(bytes - full));
 }
 
-// Internal passes: rows of a record, its part of the scratch plane as workspace; columns of a
+// A worker's lines of an internal pass and the decay of their couplings that follows (null: the
+// decay is left to a pass of its own).
+struct PassJob {
+  DREF_FGSThreadParam lines;
+  const uint8_t* decayMask;
+};
+// Most workers whose records live on the stack; more go through the caller's records.
+constexpr int kMaxFusedWorkers = 8;
+
+DREF_FGSThreadParam& LinesOf(DREF_FGSThreadParam& r, const uint8_t*) { return r; }
+DREF_FGSThreadParam& LinesOf(PassJob& r, const uint8_t* decayMask) {
+  r.decayMask = decayMask;
+  return r.lines;
+}
+const uint8_t* DecayOf(const DREF_FGSThreadParam&) { return nullptr; }
+const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
+
+// Internal passes: rows with the record's part of the scratch plane as workspace; columns of a
 // plane lineCount values wide.
+template <typename R>
 void* SolveRowsJob(void* param, int) {
-  const DREF_FGSThreadParam* p = static_cast<const DREF_FGSThreadParam*>(param);
-  FgsSolveRowsWork(p->data, p->weight, p->lineLength, p->startLine, p->endLine,
-                   p->scratch + static_cast<ptrdiff_t>(p->startLine) * p->lineLength,
-                   p->endLine - p->startLine);
+  const R& r = *static_cast<const R*>(param);
+  const DREF_FGSThreadParam& p = LinesOf(const_cast<R&>(r), DecayOf(r));
+  FgsSolveRowsWork(p.data, p.weight, p.lineLength, p.startLine, p.endLine,
+                   p.scratch + static_cast<ptrdiff_t>(p.startLine) * p.lineLength,
+                   p.endLine - p.startLine, DecayOf(r), kDecay);
   return nullptr;
 }
 
+template <typename R>
 void* SolveColumnsJob(void* param, int) {
-  const DREF_FGSThreadParam* p = static_cast<const DREF_FGSThreadParam*>(param);
-  FgsSolveColumns(p->data, p->weight, p->scratch, p->lineCount, p->lineLength, p->startLine,
-                  p->endLine);
+  const R& r = *static_cast<const R*>(param);
+  const DREF_FGSThreadParam& p = LinesOf(const_cast<R&>(r), DecayOf(r));
+  FgsSolveColumns(p.data, p.weight, p.scratch, p.lineCount, p.lineLength, p.startLine, p.endLine,
+                  DecayOf(r), kDecay);
   return nullptr;
 }
 
 // Worker i of T takes lines (i x N) / T .. ((i + 1) x N) / T, the last up to N; then one sync.
+template <typename R>
 void SplitAndRun(float* data, const float* weights, float* scratch, int lineCount, int lineLength,
-                 DREF_FGSThreadParam* records, void* pool, int threadCount, MThread_Func job) {
+                 R* records, void* pool, int threadCount, MThread_Func job,
+                 const uint8_t* decayMask = nullptr) {
   for (int i = 0; i < threadCount; ++i) {
-    DREF_FGSThreadParam& r = records[i];
+    DREF_FGSThreadParam& r = LinesOf(records[i], decayMask);
     r.data = data;
     r.weight = const_cast<float*>(weights);
     r.scratch = scratch;
@@ -128,21 +151,39 @@ void SplitAndRun(float* data, const float* weights, float* scratch, int lineCoun
     r.endLine = i == threadCount - 1
                     ? lineCount
                     : static_cast<int32_t>(static_cast<int64_t>(i + 1) * lineCount / threadCount);
-    MThread_Boot(pool, i, job, &r);
+    MThread_Boot(pool, i, job, &records[i]);
   }
   MThread_Sync(pool, 0, threadCount);
 }
 
-// One line pass: on the caller without a pool, else split over the workers.
-void LinePass(float* data, const float* weights, float* scratch, int lineCount, int lineLength,
-              DREF_FGSThreadParam* records, void* pool, int threadCount, MThread_Func job) {
+enum class Lines { kRows, kColumns };
+
+// Whether every worker of a pass surely runs and has a record on the stack: the couplings can
+// then decay within the pass.
+bool DecayInPass(void* pool, int threadCount) {
+  if (pool == nullptr) return true;
+  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+  return threadCount >= 1 && threadCount <= kMaxFusedWorkers && p->workers != nullptr &&
+         threadCount <= p->count;
+}
+
+// One internal line pass: on the caller without a pool, else split over the workers. decayMask
+// only where DecayInPass.
+void LinePass(Lines kind, float* data, float* weights, float* scratch, int lineCount,
+              int lineLength, DREF_FGSThreadParam* records, void* pool, int threadCount,
+              const uint8_t* decayMask) {
+  const bool rows = kind == Lines::kRows;
   if (pool == nullptr) {
-    DREF_FGSThreadParam all = {data, const_cast<float*>(weights), scratch, lineCount, lineLength,
-                               0, lineCount};
-    job(&all, 0);
-    return;
+    PassJob all = {{data, weights, scratch, lineCount, lineLength, 0, lineCount}, decayMask};
+    (rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>)(&all, 0);
+  } else if (DecayInPass(pool, threadCount)) {
+    PassJob jobs[kMaxFusedWorkers];
+    SplitAndRun(data, weights, scratch, lineCount, lineLength, jobs, pool, threadCount,
+                rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>, decayMask);
+  } else {
+    SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount,
+                rows ? SolveRowsJob<DREF_FGSThreadParam> : SolveColumnsJob<DREF_FGSThreadParam>);
   }
-  SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount, job);
 }
 
 // Per-pixel work of the filter outside the solves, split by rows over the pool's workers (at
@@ -394,10 +435,15 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
       DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
     }
     RunAux(aux, pool, threadCount);
+    const bool decayInPass = DecayInPass(pool, threadCount);
     for (int it = 0; it < iterations; ++it) {
-      LinePass(data, hW, scratch, height, width, records, pool, threadCount, SolveRowsJob);
-      LinePass(data, vW, scratch, width, height, records, pool, threadCount, SolveColumnsJob);
-      if (it + 1 < iterations) {
+      // The couplings decay for the next iteration as soon as their line is solved.
+      const bool decay = it + 1 < iterations;
+      const uint8_t* inPass = decay && decayInPass ? mask : nullptr;
+      LinePass(Lines::kRows, data, hW, scratch, height, width, records, pool, threadCount, inPass);
+      LinePass(Lines::kColumns, data, vW, scratch, width, height, records, pool, threadCount,
+               inPass);
+      if (decay && !decayInPass) {
         aux.work = kAuxDecay;
         RunAux(aux, pool, threadCount);
       }

@@ -10,6 +10,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "depthrefine/fgs/fgs_kernels.cc"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/cache_control.h"
 #include "hwy/highway.h"
 #include "depthrefine/fgs/fgs_kernels.h"
 #include "matrix/transpose-inl.h"
@@ -18,6 +19,27 @@ HWY_BEFORE_NAMESPACE();
 namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
+
+// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
+template <bool kSet>
+HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
+  ptrdiff_t i = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<float> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  const hn::Rebind<uint8_t, decltype(d)> d8;
+  const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
+  const auto vx = hn::Set(d, x);
+  for (; i + lanes <= n; i += lanes) {
+    const auto set =
+        hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
+    const auto v = hn::LoadU(d, w + i);
+    hn::StoreU(kSet ? hn::IfThenElse(set, vx, v) : hn::IfThenElse(set, v, hn::Mul(v, vx)), d,
+               w + i);
+  }
+#endif
+  for (; i < n; ++i) w[i] = kSet ? fgs::Masked(w[i], mask[i], x) : fgs::Decayed(w[i], mask[i], x);
+}
 
 // Once per target: the file is compiled for each.
 #undef BIVISTA_FGS_VECTOR
@@ -114,19 +136,25 @@ HWY_INLINE void ColumnBand(float* fx, const float* wx, float* cx, ptrdiff_t s, i
 }
 #endif
 
-void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t s, int n, int first, int end) {
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1) return;
-  // A band of columns goes down and back up while its rows are still in cache.
+  // A band of columns goes down and back up while its rows are still in cache, then its
+  // couplings decay.
   for (int x = first; x < end; x += kBand) {
-    if (end - x >= kBand) {
+    const int m = end - x < kBand ? end - x : kBand;
+    if (m == kBand) {
       ColumnBand<true>(f + x, w + x, c + x, s, n, kBand);
     } else {
-      ColumnBand<false>(f + x, w + x, c + x, s, n, end - x);
+      ColumnBand<false>(f + x, w + x, c + x, s, n, m);
+    }
+    if (decayMask != nullptr) {
+      for (ptrdiff_t i = 0; i < n; ++i) MaskedPass<false>(w + i * s + x, decayMask + i * s + x, m, factor);
     }
   }
 #else
-  scalar::FgsSolveColumns(f, w, c, s, n, first, end);
+  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor);
 #endif
 }
 
@@ -192,6 +220,13 @@ HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, floa
   HWY_ALIGN float tw[(kChunk + 1) * kBand];
   for (int i0 = 0; i0 < n; i0 += kChunk) {
     const int kk = n - i0 < kChunk ? n - i0 : kChunk;
+    // Every line is its own stream, too many for the hardware prefetcher.
+    if (i0 + kChunk < n) {
+      for (int l = 0; l < m; ++l) {
+        hwy::Prefetch(fl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
+        hwy::Prefetch(wl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
+      }
+    }
     TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
     TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
     int i = 0;
@@ -213,29 +248,29 @@ HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, floa
 }
 #endif
 
-void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
-                      int workLines) {
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1 || end <= first) return;
   // A band of lines lives in the workspace in column layout (values, then coefficients), so each
   // value is transposed in once and out once; the couplings go through a stack chunk.
   const int band = workLines / 2 < kBand ? workLines / 2 : kBand;
   if (band < 1) {
-    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines);
+    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
     return;
   }
   for (int l = first; l < end; l += band) {
     const int m = end - l < band ? end - l : band;
+    const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     if (m == kBand) {
-      RowBand<true>(f + static_cast<ptrdiff_t>(l) * n, w + static_cast<ptrdiff_t>(l) * n, n, m,
-                    band, work);
+      RowBand<true>(f + o, w + o, n, m, band, work);
     } else {
-      RowBand<false>(f + static_cast<ptrdiff_t>(l) * n, w + static_cast<ptrdiff_t>(l) * n, n, m,
-                     band, work);
+      RowBand<false>(f + o, w + o, n, m, band, work);
     }
+    if (decayMask != nullptr) MaskedPass<false>(w + o, decayMask + o, m * static_cast<ptrdiff_t>(n), factor);
   }
 #else
-  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines);
+  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
 #endif
 }
 
@@ -287,27 +322,6 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   }
 }
 
-// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
-template <bool kSet>
-HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
-  ptrdiff_t i = 0;
-#if HWY_TARGET != HWY_SCALAR
-  const hn::ScalableTag<float> d;
-  const hn::RebindToUnsigned<decltype(d)> du;
-  const hn::Rebind<uint8_t, decltype(d)> d8;
-  const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
-  const auto vx = hn::Set(d, x);
-  for (; i + lanes <= n; i += lanes) {
-    const auto set =
-        hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
-    const auto v = hn::LoadU(d, w + i);
-    hn::StoreU(kSet ? hn::IfThenElse(set, vx, v) : hn::IfThenElse(set, v, hn::Mul(v, vx)), d,
-               w + i);
-  }
-#endif
-  for (; i < n; ++i) w[i] = kSet ? fgs::Masked(w[i], mask[i], x) : fgs::Decayed(w[i], mask[i], x);
-}
-
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
   MaskedPass<false>(w, mask, n, factor);
 }
@@ -333,13 +347,13 @@ HWY_EXPORT(FgsSetMasked);
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
   HWY_DYNAMIC_DISPATCH(FgsSolveRows)(f, w, c, n, first, end);
 }
-void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
-                     int end) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end);
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor);
 }
-void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
-                      int workLines) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines);
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor);
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride) {
@@ -360,15 +374,25 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
     fgs::SolveLine(f + o, w + o, c + o, n, 1);
   }
 }
-void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work, int) {
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int,
+                      const uint8_t* decayMask, float factor) {
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, work, n, 1);
   }
+  if (decayMask != nullptr && end > first && n > 0) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(first) * n;
+    FgsDecay(w + o, decayMask + o, static_cast<ptrdiff_t>(end - first) * n, factor);
+  }
 }
-void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
-                     int end) {
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
   for (int x = first; x < end; ++x) fgs::SolveLine(f + x, w + x, c + x, n, stride);
+  for (ptrdiff_t i = 0; decayMask != nullptr && i < n; ++i) {
+    for (int x = first; x < end; ++x) {
+      w[i * stride + x] = fgs::Decayed(w[i * stride + x], decayMask[i * stride + x], factor);
+    }
+  }
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride) {

@@ -59,13 +59,14 @@ inline float Masked(float w, uint8_t mask, float value) { return mask != 0 ? val
 // Lines first .. end - 1 of a plane whose lines are consecutive rows of n values.
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
 // The values of FgsSolveRows without its coefficients: workspace of workLines x n floats
-// (workLines >= 1), its contents left undefined.
-void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
-                      int workLines);
+// (workLines >= 1), its contents left undefined. With decayMask (same layout as w), the lines'
+// couplings then decay: w = Decayed(w, mask, factor).
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor);
 // Columns first .. end - 1 of three planes with rows `stride` floats apart; each column is a line
-// of n values.
-void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
-                     int end);
+// of n values. decayMask as above.
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor);
 // out[r * outStride + x] = table[MaxDiff(a + r * inStride + 3x, b + r * inStride + 3x, 3)] for
 // r < rows, x < n.
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
@@ -77,10 +78,10 @@ void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 
 namespace scalar {
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
-void FgsSolveRowsWork(float* f, const float* w, int n, int first, int end, float* work,
-                      int workLines);
-void FgsSolveColumns(float* f, const float* w, float* c, ptrdiff_t stride, int n, int first,
-                     int end);
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor);
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride);
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
