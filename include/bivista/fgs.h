@@ -35,7 +35,8 @@ typedef struct DREF_FGSThreadParam {
  * pool may be null (everything on the caller's thread); with a pool, lines are split over
  * threadCount workers, and a threadCount below 1 solves nothing. Six buffers come from
  * allocator with tag "OPT_SMOOTH" (negative sizes are requested as 0 bytes); if one is
- * missing the call logs "memory alloc failure", releases the others and leaves data as it was.
+ * missing the call logs "memory alloc failure", releases the others and leaves data as it was
+ * (a null allocator, or one without a malloc entry, fails the same way).
  * Results are the same bits for every thread count, pool or none, and vector target. */
 BIVISTA_API void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide,
                            uint32_t guideFormat, int height, int width, int iterations,

@@ -253,6 +253,14 @@ TEST(FgsFilter, AllocationFailureReleasesTheRestAndKeepsData) {
                                kLineAllocFailure),
               1);
   }
+  // No table at all fails the same way.
+  LogCapture log;
+  std::vector<float> data = s.data;
+  FGSFilter(s.mask.data(), data.data(), s.guide.data(), 0, 8, 11, 3, 3, nullptr, 1, nullptr, 8.0f,
+            100.0f);
+  EXPECT_EQ(data, s.data);
+  EXPECT_EQ(bvtest::CountMsg(log, 6, "ZR481_ALGO", "FGSFilter", kAllocFailure, kLineAllocFailure),
+            1);
 }
 
 TEST(FgsFilter, EdgeCasesLeaveDataOrIgnoreTheGuide) {

@@ -72,14 +72,15 @@ void GuideWeightsPlanar(float* weights, const uint8_t* guide, int rows, int cols
   if (rows < 1 || cols < 1) return;
   const ptrdiff_t planeSize = static_cast<ptrdiff_t>(rows) * cols;
   for (ptrdiff_t i = 0; i < planeSize; ++i) {
+    // The last column's pair would cross into the next row; it is set to 0 below.
+    if ((i + 1) % cols == 0) continue;
     int m = 0;
     for (int p = 0; p < planes; ++p) {
       const uint8_t* g = guide + p * planeSize + i;
       const int d = g[0] > g[1] ? g[0] - g[1] : g[1] - g[0];
       m = d > m ? d : m;
     }
-    // The last column's pair would cross into the next row; it is set to 0 below.
-    if ((i + 1) % cols != 0) weights[i] = table[m];
+    weights[i] = table[m];
   }
   ZeroColumn(weights, rows, cols, cols - 1);
 }
@@ -111,6 +112,8 @@ DREF_FGSThreadParam& LinesOf(PassJob& r, const uint8_t* decayMask) {
   r.decayMask = decayMask;
   return r.lines;
 }
+const DREF_FGSThreadParam& LinesOf(const DREF_FGSThreadParam& r) { return r; }
+const DREF_FGSThreadParam& LinesOf(const PassJob& r) { return r.lines; }
 const uint8_t* DecayOf(const DREF_FGSThreadParam&) { return nullptr; }
 const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
 
@@ -119,7 +122,7 @@ const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
 template <typename R>
 void* SolveRowsJob(void* param, int) {
   const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(const_cast<R&>(r), DecayOf(r));
+  const DREF_FGSThreadParam& p = LinesOf(r);
   FgsSolveRowsWork(p.data, p.weight, p.lineLength, p.startLine, p.endLine,
                    p.scratch + static_cast<ptrdiff_t>(p.startLine) * p.lineLength,
                    p.endLine - p.startLine, DecayOf(r), kDecay);
@@ -129,7 +132,7 @@ void* SolveRowsJob(void* param, int) {
 template <typename R>
 void* SolveColumnsJob(void* param, int) {
   const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(const_cast<R&>(r), DecayOf(r));
+  const DREF_FGSThreadParam& p = LinesOf(r);
   FgsSolveColumns(p.data, p.weight, p.scratch, p.lineCount, p.lineLength, p.startLine, p.endLine,
                   DecayOf(r), kDecay);
   return nullptr;
@@ -376,7 +379,7 @@ float updateWeight(float* hWeights, float* vWeights, int count, const uint8_t* m
 
 void fgs_safeDeleteMem(void* pointer, const vta_algo_mem_allocator_t* allocator,
                        const char* tag) {
-  if (allocator != nullptr && tag != nullptr && pointer != nullptr) {
+  if (allocator != nullptr && tag != nullptr && pointer != nullptr && allocator->free != nullptr) {
     allocator->free(pointer, VTA_MEM_TAG(tag), 0);
   }
 }
@@ -395,8 +398,11 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
   const size_t sizes[6] = {Bytes(area, sizeof(float)),    Bytes(area, sizeof(float)),
                            Bytes(area, channels),         Bytes(area, sizeof(float)),
                            Bytes(area, 1),                Bytes(threadCount, sizeof(DREF_FGSThreadParam))};
-  void* buffers[6];
-  for (int k = 0; k < 6; ++k) buffers[k] = allocator->malloc(sizes[k], VTA_MEM_TAG(kTag), 0);
+  // Without a table (or its allocate entry) every request counts as failed.
+  void* buffers[6] = {};
+  if (allocator != nullptr && allocator->malloc != nullptr) {
+    for (int k = 0; k < 6; ++k) buffers[k] = allocator->malloc(sizes[k], VTA_MEM_TAG(kTag), 0);
+  }
   bool complete = true;
   for (void* b : buffers) complete = complete && b != nullptr;
   if (!complete) {
