@@ -178,6 +178,10 @@ TEST(BorderMask, SmallAndDegeneratePlanes) {
       EXPECT_EQ(mask, std::vector<uint8_t>(d.size(), 0));
     }
   }
+  // Empty planes (a zero or negative side) touch nothing, not even through the closing.
+  for (auto [w, h] : {std::pair{0, 5}, {-3, 4}, {-2, -2}}) {
+    getDataGradientAndBorderMask(nullptr, nullptr, w, h, 1, nullptr, nullptr, nullptr, pool, 2);
+  }
   // A zero depth inside gives an infinite gradient, marked.
   std::vector<float> d(64, 2.0f), g(64);
   d[4 * 8 + 4] = 0.0f;

@@ -137,7 +137,10 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
   if (n > 0) {
     BorderMarkPixels(gradient, prior, prior != nullptr && mergePrior != 0, n, threshold, mask);
   }
-  DilateWith3x3Rect(mask, scratch, width, height, width, 1);
-  ErodeWith3x3Rect(mask, scratch, width, height, width, 1);
+  // An empty plane has nothing to close (and a row length below 0 must not reach the copies).
+  if (n > 0) {
+    DilateWith3x3Rect(mask, scratch, width, height, width, 1);
+    ErodeWith3x3Rect(mask, scratch, width, height, width, 1);
+  }
   return 0;
 }
