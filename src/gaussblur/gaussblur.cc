@@ -178,20 +178,20 @@ int Body(const PathText& text, GaussJob& job, int t) {
     return -1;
   }
   const int r = job.radius;
-  const int window = 2 * r;
-  // Horizontal results of the rows above the current one, kept as a ring of 2r scratch rows.
-  uint8_t* slot[2 * kGaussMaxRadius];
-  for (int j = 0; j < window; ++j) {
-    slot[j] = scratch + static_cast<long>(j) * job.srcStride;
-    GaussRowH(StripRow(job, t, first, count, first - r + j), slot[j], job.width, job.kernel, r);
-  }
-  const uint8_t* rows[2 * kGaussMaxRadius];
-  for (int i = first; i < first + count; ++i) {
-    const int oldest = (i - first) % window;
-    for (int j = 0; j < window; ++j) rows[j] = slot[(oldest + j) % window];
-    GaussRowHV(rows, StripRow(job, t, first, count, i + r), slot[oldest],
-               job.dst + static_cast<long>(i) * job.dstStride, job.width, job.kernel, r);
-  }
+  GaussStripArgs strip;
+  strip.above = StripRow(job, t, first, count, first - r);
+  strip.src = job.src + static_cast<long>(first) * job.srcStride;
+  strip.below = StripRow(job, t, first, count, first + count);
+  strip.srcStride = job.srcStride;
+  strip.dst = job.dst + static_cast<long>(first) * job.dstStride;
+  strip.dstStride = job.dstStride;
+  strip.count = count;
+  strip.width = job.width;
+  strip.scratch = scratch;
+  strip.scratchStride = job.srcStride;
+  strip.kernel = job.kernel;
+  strip.radius = r;
+  GaussStrip(strip);
   return 0;
 }
 
@@ -236,34 +236,36 @@ int HeadTail(const PathText& text, const uint8_t* src, uint8_t* dst, int width, 
     return -1;
   }
   const int window = 2 * r;
-  uint8_t* h[2 * kGaussMaxRadius];
-  for (int j = 0; j < window; ++j) h[j] = scratch + static_cast<long>(j) * srcStride;
-  const uint8_t* rows[2 * kGaussMaxRadius + 1];
-  // Head: horizontal passes of rows 0 .. 2r-1 first, so that writing row y in place cannot
-  // change an input of a later head row.
+  GaussBorderArgs b;
+  b.width = width;
+  b.kernel = kernel;
+  b.radius = r;
+  for (int j = 0; j < window; ++j) b.h[j] = scratch + static_cast<long>(j) * srcStride;
+  // Head: rows 0 .. 2r-1 (the last r of them from headRows), mirrored above row 0.
   for (int j = 0; j < window; ++j) {
-    const uint8_t* s = j < r ? src + static_cast<long>(j) * srcStride
-                             : headRows + static_cast<long>(j - r) * srcStride;
-    GaussRowH(s, h[j], width, kernel, r);
+    b.src[j] = j < r ? src + static_cast<long>(j) * srcStride
+                     : headRows + static_cast<long>(j - r) * srcStride;
   }
   for (int y = 0; y < r; ++y) {
-    for (int j = -r; j <= r; ++j) rows[j + r] = h[y + j < 0 ? -(y + j) : y + j];
-    GaussRowV(rows, dst + static_cast<long>(y) * dstStride, width, kernel, r);
+    for (int j = -r; j <= r; ++j) b.map[y][j + r] = static_cast<uint8_t>(y + j < 0 ? -(y + j) : y + j);
+    b.dst[y] = dst + static_cast<long>(y) * dstStride;
   }
-  // Tail: rows height-2r .. height-1 into h[0 .. 2r-1].
+  GaussBorder(b);
+  // Tail: rows height-2r .. height-1 (the first r of them from tailRows), mirrored below.
   const int base = height - window;
   for (int j = 0; j < window; ++j) {
-    const uint8_t* s = j < r ? tailRows + static_cast<long>(j) * srcStride
-                             : src + static_cast<long>(base + j) * srcStride;
-    GaussRowH(s, h[j], width, kernel, r);
+    b.src[j] = j < r ? tailRows + static_cast<long>(j) * srcStride
+                     : src + static_cast<long>(base + j) * srcStride;
   }
-  for (int y = height - r; y < height; ++y) {
+  for (int o = 0; o < r; ++o) {
+    const int y = height - r + o;
     for (int j = -r; j <= r; ++j) {
       const int row = y + j < height ? y + j : 2 * (height - 1) - (y + j);
-      rows[j + r] = h[row - base];
+      b.map[o][j + r] = static_cast<uint8_t>(row - base);
     }
-    GaussRowV(rows, dst + static_cast<long>(y) * dstStride, width, kernel, r);
+    b.dst[o] = dst + static_cast<long>(y) * dstStride;
   }
+  GaussBorder(b);
   return 0;
 }
 
