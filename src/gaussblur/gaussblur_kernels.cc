@@ -172,21 +172,35 @@ void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* k
   for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
 }
 
+// Columns [begin, end) of the fused rows go through vectors, begin chosen so that the
+// destination stores are aligned; the rest pixel by pixel.
 template <int R>
-void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst, int width,
-           const uint16_t* kernel) {
+HWY_INLINE void AlignedSpan(const uint8_t* dst, int width, int* begin, int* end) {
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  int b = R + static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst + R)) & (n - 1));
+  if (b + n > width - R) b = R;
+  *begin = b;
+  *end = width - R >= b + n ? b + (width - R - b) / n * n : b;
+}
+
+template <int R>
+void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+           int width, const uint16_t* kernel) {
   uint16_t k[2 * R + 1];
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  const uint8_t* rows[2 * R];  // local: the byte stores cannot change them
+  for (int j = 0; j < 2 * R; ++j) rows[j] = rowsIn[j];
   BV_SET_TAPS(k);
   const int n = static_cast<int>(hn::Lanes(D16()));
-  const int end = VectorEnd<R>(width);
-  for (int x = R; x < end; x += n) {
+  int begin = R, end = R;
+  AlignedSpan<R>(dst, width, &begin, &end);
+  for (int x = begin; x < end; x += n) {
     const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
     const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
     Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
     Store8(v, dst + x);
   }
-  for (int x = 0; x < R && x < width; ++x) {
+  for (int x = 0; x < begin && x < width; ++x) {
     gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
   }
   for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
