@@ -33,6 +33,7 @@ constexpr int kLineKernelBadParam = 2880;
 constexpr int kLineKernelMalloc = 2886;
 
 constexpr int kMaxKLength = 13;
+constexpr int kLine = 64;  // cache line bytes
 
 // Messages and source lines of one kernel size; the texts differ between sizes.
 struct PathText {
@@ -171,7 +172,7 @@ int Body(const PathText& text, GaussJob& job, int t) {
   }
   uint8_t* scratch = job.scratch == nullptr
                          ? nullptr
-                         : job.scratch + static_cast<long>(t) * 2 * job.radius * job.srcStride;
+                         : job.scratch + static_cast<long>(t) * job.scratchBlock;
   if (scratch == nullptr) {
     Xelma_Print(XELMA_LOG_ERROR, kTagAlgo, text.bufFormat, text.body, text.lineBodyBuf,
                 static_cast<void*>(scratch));
@@ -305,6 +306,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.dst = dst + static_cast<long>(r) * dstStride;
   job.bounds = bounds;
   job.scratch = nullptr;
+  job.scratchBlock = static_cast<long>(2 * r) * srcStride;
   job.radius = r;
   if (thNum <= 0) {
     // Nothing to split over: the worker reports it and the call fails untouched.
@@ -343,8 +345,14 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   if (pBuf != nullptr) {
     scratch = pBuf + headTailBytes;
   } else {
-    scratch = ownScratch =
-        static_cast<uint8_t*>(safeNew(Bytes(static_cast<long long>(window) * thNum, srcStride)));
+    // Own scratch: every thread's rows start on their own cache line, so that two threads never
+    // write one line (the ring is rewritten on every row).
+    job.scratchBlock = (job.scratchBlock + kLine - 1) / kLine * kLine;
+    const long long own = static_cast<long long>(job.scratchBlock) * thNum + kLine;
+    ownScratch = static_cast<uint8_t*>(safeNew(Bytes(own, 1)));
+    scratch = ownScratch == nullptr
+                  ? nullptr
+                  : ownScratch + ((kLine - reinterpret_cast<uintptr_t>(ownScratch) % kLine) % kLine);
     if (scratch == nullptr) {
       Xelma_Print(XELMA_LOG_ERROR, kTagAlgo, text.scratchFormat, text.path, text.lineAllocScratch,
                   text.path);
@@ -385,15 +393,19 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     tailRows = copy + static_cast<long>(r) * srcStride;
   }
 
+  // The caller does the last strip itself rather than idle while a woken worker does it, then
+  // the border rows with that strip's scratch: nothing the workers read or write is touched.
+  const int last = thNum - 1;
   for (int t = 0; t < thNum; ++t) {
     args[t].job = &job;
     args[t].index = t;
-    if (MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
+    if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
   }
-  MThread_Sync(pool, 0, thNum);
-
+  worker(&args[last], last);
   const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
-                            tailRows, scratch, r);
+                            tailRows, scratch + static_cast<long>(last) * job.scratchBlock, r);
+  MThread_Sync(pool, 0, last);
+
   safeDelete(ownScratch);
   safeDelete(ownHeadTail);
   bool failed = edge != 0;
