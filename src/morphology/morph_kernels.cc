@@ -9,6 +9,55 @@
 #include "hwy/highway.h"
 #include "morphology/morph_kernels.h"
 
+// Pixel helpers shared by the scalar definitions and the tails of every target.
+#ifndef BIVISTA_MORPH_KERNELS_ONCE
+#define BIVISTA_MORPH_KERNELS_ONCE
+namespace bivista {
+namespace morph_detail {
+
+// Fixed kernels: AND (useOr: OR) over the element around column x of rows[0 .. 2r]; the cross
+// takes the centre row's three pixels and the centre of the others.
+inline uint8_t FixedPixel(const uint8_t* const* rows, int x, int r, int cross, int useOr) {
+  uint8_t v = useOr ? 0 : 0xFF;
+  for (int dy = -r; dy <= r; ++dy) {
+    for (int dx = -r; dx <= r; ++dx) {
+      if (cross && dx != 0 && dy != 0) continue;
+      const uint8_t p = rows[dy + r][x + dx];
+      v = useOr ? (v | p) : (v & p);
+    }
+  }
+  return v;
+}
+
+inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long stride) {
+  for (int y = 0; y < rows; ++y) memcpy(dst + y * stride, src + y * stride, static_cast<size_t>(width));
+}
+
+// One fixed-kernel call over the image. Every iteration's input is in the scratch before it is
+// read: the first 2r rows up front, row y + r by the pass of output row y. rowOut(rows, next,
+// out, n) copies the whole image row `next` to scratch row rows[2r], then writes columns
+// r .. width - r - 1 of the output row from the 2r + 1 scratch rows (pointers at column r).
+template <class RowOut>
+void FixedLoop(uint8_t* image, uint8_t* scratch, int width, int height, long stride,
+               int iterations, int r, const RowOut& rowOut) {
+  for (int it = 0; it < iterations; ++it) {
+    if (height <= 2 * r || width <= 2 * r) {
+      CopyRows(image, scratch, width, height, stride);
+      continue;
+    }
+    CopyRows(image, scratch, width, 2 * r, stride);
+    const uint8_t* rows[5];
+    for (int y = r; y < height - r; ++y) {
+      for (int j = 0; j <= 2 * r; ++j) rows[j] = scratch + (y - r + j) * stride + r;
+      rowOut(rows, image + (y + r) * stride + r, image + y * stride + r, width - 2 * r);
+    }
+  }
+}
+
+}  // namespace morph_detail
+}  // namespace bivista
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
 namespace HWY_NAMESPACE {
@@ -189,108 +238,82 @@ HWY_INLINE V Comb(D, V a, V b) {
   return kOr ? hn::Or(a, b) : hn::And(a, b);
 }
 
-constexpr int kVerticalRow = 8192;
+// Columns per block of the separable passes (the vertical results live on the stack).
+constexpr int kFixedBlock = 4096;
 
-template <bool kOr>
-static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* down,
-                        uint8_t* out, int n, int cross, uint8_t* downCopy) {
-  // 32-byte vectors: wider ones split a cache line on nearly every shifted load.
-  const hn::CappedTag<uint8_t, 32> d;
+// One output row of a fixed kernel: the vertical AND/OR of each column (for the cross only the
+// centre row joins the horizontal step) into a block on the stack, then the horizontal one;
+// columns past the last whole vector go through the pixel helper.
+template <bool kOr, int R, bool kCross>
+static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* out, int n) {
+  const hn::ScalableTag<uint8_t> d;
   const int N = static_cast<int>(hn::Lanes(d));
-  int i = 0;
-  if (downCopy && (cross || n + 2 > kVerticalRow)) {
-    memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
-  }
-  if (cross) {
-    for (; i + N <= n; i += N) {
-      auto r = Comb<kOr>(d, hn::LoadU(d, mid + i - 1), hn::LoadU(d, mid + i));
-      r = Comb<kOr>(d, r, hn::LoadU(d, mid + i + 1));
-      r = Comb<kOr>(d, r, hn::LoadU(d, up + i));
-      hn::StoreU(Comb<kOr>(d, r, hn::LoadU(d, down + i)), d, out + i);
-    }
-    for (; i < n; ++i) {
-      out[i] = kOr ? (mid[i - 1] | mid[i] | mid[i + 1] | up[i] | down[i])
-                   : (mid[i - 1] & mid[i] & mid[i + 1] & up[i] & down[i]);
-    }
-    return;
-  }
-  if (!cross && n + 2 <= kVerticalRow) {
-    // Vertical combination once per column, then the horizontal one: six loads instead of nine.
-    HWY_ALIGN uint8_t v[kVerticalRow];
-    const int m = n + 2;  // v[j] stands for column j - 1
-    int j = 0;
-    for (; j + N <= m; j += N) {
-      const auto c = Comb<kOr>(d, hn::LoadU(d, up + j - 1), hn::LoadU(d, mid + j - 1));
-      const auto b = hn::LoadU(d, down + j - 1);
-      if (downCopy) hn::StoreU(b, d, downCopy + j - 1);
-      hn::Store(Comb<kOr>(d, c, b), d, v + j);
-    }
-    for (; j < m; ++j) {
-      if (downCopy) downCopy[j - 1] = down[j - 1];
-      v[j] = kOr ? (up[j - 1] | mid[j - 1] | down[j - 1]) : (up[j - 1] & mid[j - 1] & down[j - 1]);
-    }
-    for (; i + N <= n; i += N) {
-      const auto c = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 1));
-      hn::StoreU(Comb<kOr>(d, c, hn::LoadU(d, v + i + 2)), d, out + i);
-    }
-    for (; i < n; ++i) out[i] = kOr ? (v[i] | v[i + 1] | v[i + 2]) : (v[i] & v[i + 1] & v[i + 2]);
-    return;
-  }
-  for (; i + N <= n; i += N) {
-    auto r = Comb<kOr>(d, hn::LoadU(d, up + i - 1), hn::LoadU(d, mid + i - 1));
-    r = Comb<kOr>(d, r, hn::LoadU(d, down + i - 1));
-    auto c = Comb<kOr>(d, hn::LoadU(d, up + i), hn::LoadU(d, mid + i));
-    r = Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i)));
-    c = Comb<kOr>(d, hn::LoadU(d, up + i + 1), hn::LoadU(d, mid + i + 1));
-    hn::StoreU(Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i + 1))), d, out + i);
-  }
-  for (; i < n; ++i) {
-    uint8_t r = kOr ? 0 : 0xFF;
-    for (int dx = -1; dx <= 1; ++dx) {
-      r = kOr ? (r | up[i + dx] | mid[i + dx] | down[i + dx])
-              : (r & up[i + dx] & mid[i + dx] & down[i + dx]);
-    }
-    out[i] = r;
-  }
-}
-
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  if (useOr) {
-    Combine3x3T<true>(up, mid, down, out, n, cross, downCopy);
-  } else {
-    Combine3x3T<false>(up, mid, down, out, n, cross, downCopy);
-  }
-}
-
-template <bool kOr>
-static void Combine5x5T(const uint8_t* const* rows, uint8_t* out, int n) {
-  const hn::CappedTag<uint8_t, 32> d;
-  const int N = static_cast<int>(hn::Lanes(d));
-  int i = 0;
-  for (; i + N <= n; i += N) {
-    auto r = hn::LoadU(d, rows[0] + i - 2);
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) r = Comb<kOr>(d, r, hn::LoadU(d, rows[dy] + i + dx));
-    }
-    hn::StoreU(r, d, out + i);
-  }
-  for (; i < n; ++i) {
-    uint8_t r = kOr ? 0 : 0xFF;
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) {
-        r = kOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
+  const uint8_t* r0 = rows[0];
+  const uint8_t* r1 = rows[1];
+  const uint8_t* r2 = rows[2];
+  const uint8_t* r3 = rows[R == 2 ? 3 : 0];
+  const uint8_t* r4 = rows[R == 2 ? 4 : 0];
+  uint8_t* copy = const_cast<uint8_t*>(rows[2 * R]);  // the scratch row that receives `next`
+  HWY_ALIGN uint8_t v[kFixedBlock + 2 * R + 64];
+  int done = 0;
+  int copied = -R;  // columns [-R, copied) of `next` are in the scratch
+  for (int c0 = 0; c0 + N <= n; c0 += kFixedBlock) {
+    const int m = (n - c0 < kFixedBlock ? n - c0 : kFixedBlock) / N * N;
+    if (m == 0) break;
+    // v[j] is column c0 - R + j; m + 2R entries, the last vector overlapping the one before.
+    const int span = m + 2 * R;
+    for (int j = 0;; j += N) {
+      if (j + N > span) j = span - N;
+      const int c = c0 - R + j;
+      const auto bottom = hn::LoadU(d, next + c);
+      hn::StoreU(bottom, d, copy + c);
+      auto t = hn::LoadU(d, r1 + c);
+      if constexpr (!kCross) {
+        const auto up = R == 2 ? hn::LoadU(d, r3 + c) : hn::LoadU(d, r0 + c);
+        t = Comb<kOr>(d, t, Comb<kOr>(d, up, bottom));
+        if constexpr (R == 2) {
+          t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, r0 + c), hn::LoadU(d, r2 + c)));
+        }
       }
+      hn::StoreU(t, d, v + j);
+      if (j + N >= span) break;
     }
-    out[i] = r;
+    for (int i = 0; i < m; i += N) {
+      const int c = c0 + i;
+      auto t = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 2 * R));
+      t = Comb<kOr>(d, t, hn::LoadU(d, v + i + 1));
+      if constexpr (R == 2) t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, v + i + 2), hn::LoadU(d, v + i + 3)));
+      if constexpr (kCross) {
+        t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, r0 + c), hn::LoadU(d, r2 + c)));
+      }
+      hn::StoreU(t, d, out + c);
+    }
+    done = c0 + m;
+    copied = done + R;
+    if (m < kFixedBlock) break;
+  }
+  memcpy(copy + copied, next + copied, static_cast<size_t>(n + R - copied));
+  for (int x = done; x < n; ++x) {
+    out[x] = morph_detail::FixedPixel(rows, x, R, kCross, kOr);
   }
 }
 
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  if (useOr) {
-    Combine5x5T<true>(rows, out, n);
-  } else {
-    Combine5x5T<false>(rows, out, n);
+template <bool kOr, int R, bool kCross>
+static void FixedT(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                   int iterations) {
+  morph_detail::FixedLoop(image, scratch, width, height, stride, iterations, R,
+                          [](const uint8_t* const* rows, const uint8_t* next, uint8_t* out,
+                             int n) { FixedRow<kOr, R, kCross>(rows, next, out, n); });
+}
+
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  using F = decltype(&FixedT<false, 1, true>);
+  static constexpr F kPasses[2][3] = {
+      {FixedT<false, 1, true>, FixedT<false, 1, false>, FixedT<false, 2, false>},
+      {FixedT<true, 1, true>, FixedT<true, 1, false>, FixedT<true, 2, false>}};
+  if (shape >= 0 && shape <= 2) {
+    kPasses[useOr ? 1 : 0][shape](image, scratch, width, height, stride, iterations);
   }
 }
 
@@ -357,8 +380,7 @@ HWY_EXPORT(CounterAdd);
 HWY_EXPORT(CounterSub);
 HWY_EXPORT(SpreadRow);
 HWY_EXPORT(BoxDecideRow);
-HWY_EXPORT(Combine3x3);
-HWY_EXPORT(Combine5x5);
+HWY_EXPORT(FixedMorph);
 HWY_EXPORT(DistSeedRow);
 HWY_EXPORT(DistBelowRow);
 HWY_EXPORT(ThresholdRow);
@@ -377,12 +399,9 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, co
                   uint8_t* out, int n, uint32_t area, int erode) {
   HWY_DYNAMIC_DISPATCH(BoxDecideRow)(bR, tL, tR, bL, out, n, area, erode);
 }
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  HWY_DYNAMIC_DISPATCH(Combine3x3)(up, mid, down, out, n, cross, useOr, downCopy);
-}
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  HWY_DYNAMIC_DISPATCH(Combine5x5)(rows, out, n, useOr);
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  HWY_DYNAMIC_DISPATCH(FixedMorph)(image, scratch, width, height, stride, iterations, shape, useOr);
 }
 void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
   HWY_DYNAMIC_DISPATCH(DistSeedRow)(above, row, n, target, cap);
@@ -430,29 +449,21 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, co
   }
 }
 
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  if (downCopy) memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
-  for (int i = 0; i < n; ++i) {
-    uint8_t r = useOr ? 0 : 0xFF;
-    for (int dy = -1; dy <= 1; ++dy) {
-      const uint8_t* row = dy < 0 ? up : (dy > 0 ? down : mid);
-      for (int dx = -1; dx <= 1; ++dx) {
-        if (cross && dx != 0 && dy != 0) continue;
-        r = useOr ? (r | row[i + dx]) : (r & row[i + dx]);
+// Each iteration: copy the image into the scratch, then every interior pixel from the copy.
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  const int r = shape == 2 ? 2 : 1;
+  const long s = stride;
+  for (int it = 0; it < iterations; ++it) {
+    morph_detail::CopyRows(image, scratch, width, height, s);
+    if (height <= 2 * r || width <= 2 * r) continue;
+    const uint8_t* rows[5];
+    for (int y = r; y < height - r; ++y) {
+      for (int j = 0; j <= 2 * r; ++j) rows[j] = scratch + (y - r + j) * s;
+      for (int x = r; x < width - r; ++x) {
+        image[y * s + x] = morph_detail::FixedPixel(rows, x, r, shape == 0, useOr);
       }
     }
-    out[i] = r;
-  }
-}
-
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  for (int i = 0; i < n; ++i) {
-    uint8_t r = useOr ? 0 : 0xFF;
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) r = useOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
-    }
-    out[i] = r;
   }
 }
 
