@@ -12,20 +12,6 @@ constexpr int kLineNullNv21 = 335;
 constexpr int kLineNullYuv = 341;
 constexpr int kLineBadSize = 347;
 
-void Nv12ToRgb24(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
-                 bool fixedPoint) {
-  if (width < 1 || height < 1) return;
-  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
-  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
-  for (int y = 0; y < height; y += 2) {
-    const bool pair = y + 1 < height;
-    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
-    bivista::Nv12RowsToRgb24(y0, pair ? y0 + stride : nullptr,
-                             uvPlane + static_cast<ptrdiff_t>(y / 2) * stride, rgb + y * rgbRow,
-                             pair ? rgb + (y + 1) * rgbRow : nullptr, width, fixedPoint);
-  }
-}
-
 void CopyRows(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
               int width, int rows) {
   if (srcStride == width && dstStride == width) {
@@ -41,12 +27,12 @@ extern "C" {
 
 void ConvertNV122RGB24_wideRange(const uint8_t* nv12, uint8_t* rgb, int width, int height,
                                  int stride) {
-  Nv12ToRgb24(nv12, rgb, width, height, stride, false);
+  bivista::Nv12ToRgb24Plane(nv12, rgb, width, height, stride, false);
 }
 
 void ConvertNV122RGB24_wideRange_NEON(const uint8_t* nv12, uint8_t* rgb, int width, int height,
                                       int stride) {
-  Nv12ToRgb24(nv12, rgb, width, height, stride, true);
+  bivista::Nv12ToRgb24Plane(nv12, rgb, width, height, stride, true);
 }
 
 void ConvertNV21ToI420(const uint8_t* nv21, uint8_t* i420, int width, int height, int stride) {

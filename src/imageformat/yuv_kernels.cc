@@ -45,6 +45,21 @@ inline void RowTail(const uint8_t* y, const uint8_t* uv, uint8_t* rgb, int from,
   }
 }
 
+// Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone.
+template <class Rows>
+void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+              bool fixedPoint, Rows rows) {
+  if (width < 1 || height < 1) return;
+  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
+  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
+  for (int y = 0; y < height; y += 2) {
+    const bool pair = y + 1 < height;
+    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
+    rows(y0, pair ? y0 + stride : nullptr, uvPlane + static_cast<ptrdiff_t>(y / 2) * stride,
+         rgb + y * rgbRow, pair ? rgb + (y + 1) * rgbRow : nullptr, width, fixedPoint);
+  }
+}
+
 }  // namespace yuvpix
 }  // namespace bivista
 #endif
@@ -105,16 +120,11 @@ HWY_INLINE hn::Vec<D16> DupTo16(D16 d16, V32 x) {
   return hn::BitCast(d16, hn::Or(hn::And(x, hn::Set(d32, 0xFFFF)), hn::ShiftLeft<16>(x)));
 }
 
-// floor(n / 1000) for |n| < 300000: multiply-shift estimate, at most one too large.
-template <class V>
-HWY_INLINE V FloorDiv1000(V n) {
-  const hn::DFromV<V> d;
-  const auto biased = hn::Add(n, hn::Set(d, 300000));
-  auto q = hn::ShiftRight<20>(hn::Mul(biased, hn::Set(d, 1049)));
-  const auto rem = hn::Sub(biased, hn::Mul(q, hn::Set(d, 1000)));
-  q = hn::IfThenElse(hn::Lt(rem, hn::Zero(d)), hn::Sub(q, hn::Set(d, 1)), q);
-  return hn::Sub(q, hn::Set(d, 300));
-}
+// floor(k x c / 1000) for |c| <= 128 as (c x K + bias) >> 20 with K = k x 2^20 / 1000 rounded:
+// the exact quotient is an integer or at least 0.001 above one, the scaled constants are off by
+// less than 5e-5 over the range and the bias adds 0.0005, so the floor is the same (checked for
+// every chroma pair by the tests). Two terms add before the shift.
+constexpr int32_t kFloorBias = 524;
 
 #endif
 
@@ -140,9 +150,12 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
                                       hn::Mul(cu, hn::Set(d32, -46793))));
       db = hn::ShiftRight<16>(hn::Mul(cu, hn::Set(d32, 116195)));
     } else {
-      dr = FloorDiv1000(hn::Mul(cv, hn::Set(d32, 1403)));
-      dg = FloorDiv1000(hn::Add(hn::Mul(cu, hn::Set(d32, -714)), hn::Mul(cv, hn::Set(d32, -344))));
-      db = FloorDiv1000(hn::Mul(cu, hn::Set(d32, 1773)));
+      const auto bias = hn::Set(d32, kFloorBias);
+      dr = hn::ShiftRight<20>(hn::Add(hn::Mul(cv, hn::Set(d32, 1471152)), bias));
+      dg = hn::ShiftRight<20>(hn::Add(hn::Add(hn::Mul(cu, hn::Set(d32, -748683)),
+                                              hn::Mul(cv, hn::Set(d32, -360710))),
+                                      bias));
+      db = hn::ShiftRight<20>(hn::Add(hn::Mul(cu, hn::Set(d32, 1859125)), bias));
     }
     const auto r16 = DupTo16(d16, dr), g16 = DupTo16(d16, dg), b16 = DupTo16(d16, db);
     const uint8_t* ys[2] = {y0, y1};
@@ -157,6 +170,11 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
 #endif
   yuvpix::RowTail(y0, uv, rgb0, x, width, fixedPoint);
   if (y1 != nullptr) yuvpix::RowTail(y1, uv, rgb1, x, width, fixedPoint);
+}
+
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
 }
 
 #if HWY_TARGET != HWY_SCALAR
@@ -212,7 +230,7 @@ namespace bivista {
 
 HWY_EXPORT(SplitPairs);
 HWY_EXPORT(MergePairs);
-HWY_EXPORT(Nv12RowsToRgb24);
+HWY_EXPORT(Nv12ToRgb24Plane);
 HWY_EXPORT(Nv21RowToYuv444);
 HWY_EXPORT(UpsamplePairs);
 
@@ -222,9 +240,9 @@ void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
 void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int n) {
   HWY_DYNAMIC_DISPATCH(MergePairs)(first, second, pairs, n);
 }
-void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
-                     uint8_t* rgb1, int width, bool fixedPoint) {
-  HWY_DYNAMIC_DISPATCH(Nv12RowsToRgb24)(y0, y1, uv, rgb0, rgb1, width, fixedPoint);
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  HWY_DYNAMIC_DISPATCH(Nv12ToRgb24Plane)(nv12, rgb, width, height, stride, fixedPoint);
 }
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {
   HWY_DYNAMIC_DISPATCH(Nv21RowToYuv444)(y, vu, yuv, width);
@@ -290,6 +308,11 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
         PixelToRgbFloat(ys[row][x], uv[c], uv[c + 1], outs[row] + 3 * x);
     }
   }
+}
+
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
 }
 
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {

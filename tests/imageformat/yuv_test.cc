@@ -138,14 +138,21 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
     call(s, true);
     for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
   };
+  // Whole NV12 images of two rows and of one row (the chroma plane right after the luma).
   auto nv12 = [&](const Buf& a, const Buf& b, const Buf& uv, int n) {
-    same(n, [&](Buf* o, bool scalar) {
-      const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
-      for (int fixed = 0; fixed < 2; ++fixed) {
-        rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
-        rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
+    Buf two(a.begin(), a.begin() + n), one = two;
+    two.insert(two.end(), b.begin(), b.begin() + n);
+    two.insert(two.end(), uv.begin(), uv.end());
+    one.insert(one.end(), uv.begin(), uv.end());
+    for (int fixed = 0; fixed < 2; ++fixed) {
+      for (int height = 1; height <= 2; ++height) {
+        Buf v(6 * n + 1, 0xEE), w = v;
+        const uint8_t* img = height == 2 ? two.data() : one.data();
+        bivista::Nv12ToRgb24Plane(img, v.data(), n, height, n, fixed);
+        sc::Nv12ToRgb24Plane(img, w.data(), n, height, n, fixed);
+        ASSERT_EQ(v, w) << n << " fixed " << fixed << " height " << height;
       }
-    });
+    }
   };
   // Every chroma pair once, 256 a row, with luma values that reach both clamps: the shortcut the
   // vector code takes for the floating-point variant must agree with the double arithmetic.
