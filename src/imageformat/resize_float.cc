@@ -147,10 +147,7 @@ float* ResizeSpareDisparityNearest(const float* src, float* dst, int srcW, int s
 
 float* ResizeFloatImg_Bilinear_Downsample_Quarter(const float* src, float* dst, int srcW, int srcH,
                                                   int dstW, int dstH) {
-  for (int j = 0; j < dstH; ++j) {
-    const float* r0 = src + static_cast<ptrdiff_t>(2 * j) * 2 * dstW;
-    bivista::QuarterMeanRow(r0, r0 + 2 * dstW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW);
-  }
+  bivista::QuarterMeanPlane(src, dst, dstW, dstH);
   return Src(src);
 }
 

@@ -31,8 +31,8 @@ void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t*
 // out[i] = row[sx[i]] * ratio, or invalid where the sample is below invalid + 0.1.
 void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, float invalid,
                    float* out);
-// 2 x 2 means of rows r0 and r1 into n outputs.
-void QuarterMeanRow(const float* r0, const float* r1, float* out, int n);
+// The exact half of a (2 dstW) x (2 dstH) image: 2 x 2 means, one dispatch per image.
+void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH);
 // One row of the exact 2x enlargement from source rows r0 (weight wy0) and r1 (weight wy1).
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1);
 
@@ -54,6 +54,8 @@ void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t*
                   int safeEnd, float* out);
 void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, float invalid,
                    float* out);
+void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH);
+// 2 x 2 means of rows r0 and r1 into n outputs.
 void QuarterMeanRow(const float* r0, const float* r1, float* out, int n);
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1);
 // Column i of a 2x enlargement of srcW columns: base column and its weight (the next column

@@ -243,9 +243,11 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
         ASSERT_TRUE(same(bivista::NearestRowF32, bivista::scalar::NearestRowF32, n, a.data(), sx.data(), n, 0.5f, 1.0f));
       }
       const auto r0 = Floats(2 * n, rng), r1 = Floats(2 * n, rng);
-      // These two take the output before the count.
-      auto quarter = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n); }; };
-      ASSERT_TRUE(same(quarter(bivista::QuarterMeanRow), quarter(bivista::scalar::QuarterMeanRow), n)) << n;
+      // These two take the output before the count; the quarter means run on a 2n x 2 image.
+      std::vector<float> two(r0);
+      two.insert(two.end(), r1.begin(), r1.end());
+      auto quarter = [&](auto fn) { return [&, fn](float* o) { fn(two.data(), o, n, 1); }; };
+      ASSERT_TRUE(same(quarter(bivista::QuarterMeanPlane), quarter(bivista::scalar::QuarterMeanPlane), n)) << n;
       for (double wy0 : {0.25, 0.75}) {
         if (n < 2) break;
         auto extend = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n, wy0, 1.0 - wy0); }; };
