@@ -1,4 +1,11 @@
-if(BIVISTA_SANITIZE STREQUAL "address")
+if(BIVISTA_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "BIVISTA_FUZZ needs clang (scripts/fuzz.sh sets it)")
+  endif()
+  # UBSan findings are not recoverable, so each one stops the fuzzer as a crash.
+  set(_san -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
+      -fno-omit-frame-pointer)
+elseif(BIVISTA_SANITIZE STREQUAL "address")
   set(_san -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
 elseif(BIVISTA_SANITIZE STREQUAL "thread")
   set(_san -fsanitize=thread -fno-omit-frame-pointer)

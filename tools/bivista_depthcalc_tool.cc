@@ -13,6 +13,7 @@
 #include "bivista/depthcalc.h"
 #include "hwy/targets.h"
 #include "tools/sample_scene.h"
+#include "tools/tool_image.h"
 #include "tools/tool_support.h"
 
 namespace {
@@ -30,6 +31,8 @@ void PrintBuildInfo() {
   for (int64_t t : hwy::SupportedAndGeneratedTargets()) printf(" %s", hwy::TargetName(t));
   printf("\npicture output (--png): %s\n", bvtool::PictureSupported() ? "yes" : "no (no libpng)");
 }
+
+void PrintModes(FILE* out);
 
 void PrintUsage(FILE* out) {
   fprintf(out,
@@ -61,6 +64,7 @@ void PrintUsage(FILE* out) {
           "  --verbose          show every library log line (default: warnings and errors)\n"
           "  --version          build information\n",
           kProgram, kProgram, kDefaultFlags);
+  PrintModes(out);
 }
 
 int Fail(const std::string& message) {
@@ -68,23 +72,8 @@ int Fail(const std::string& message) {
   return 1;
 }
 
-bool ParseInt(const char* text, long lo, long hi, int* out) {
-  if (text == nullptr || *text == '\0') return false;
-  char* end = nullptr;
-  errno = 0;
-  const long v = strtol(text, &end, 0);
-  if (errno != 0 || *end != '\0' || v < lo || v > hi) return false;
-  *out = static_cast<int>(v);
-  return true;
-}
-
-bool ParseSize(const char* text, int* w, int* h) {
-  if (text == nullptr) return false;
-  const char* x = strchr(text, 'x');
-  if (x == nullptr) return false;
-  const std::string a(text, x - text);
-  return ParseInt(a.c_str(), 1, 65535, w) && ParseInt(x + 1, 1, 65535, h);
-}
+using bvtool::ParseInt;
+using bvtool::ParseSize;
 
 bool ParseRect(const char* text, BIVISTA_Rect* r) {
   if (text == nullptr) return false;
@@ -342,8 +331,38 @@ int RunFiles(const Options& o) {
 
 }  // namespace
 
+// Modes beside the depth calculation: `bivista_depthcalc_tool <mode> [options]`, each in its own
+// tools/tool_<mode>.cc. A mode prints its own --help.
+struct Mode {
+  const char* name;
+  int (*run)(int argc, char** argv);  // argv[0] is the mode's name
+  const char* summary;
+};
+// One declaration and one row per mode.
+static const Mode kModes[] = {
+    {nullptr, nullptr, nullptr},
+};
+
+namespace {
+void PrintModes(FILE* out) {
+  bool any = false;
+  for (const Mode& m : kModes) {
+    if (m.name == nullptr) continue;
+    if (!any) fprintf(out, "\nOther modes (%s <mode> --help for their options):\n", kProgram);
+    any = true;
+    fprintf(out, "  %-18s %s\n", m.name, m.summary);
+  }
+}
+}  // namespace
+
 int main(int argc, char** argv) {
   setvbuf(stdout, nullptr, _IOLBF, 0);  // keep results and library messages in order
+  if (argc > 1 && argv[1][0] != '-') {
+    for (const Mode& m : kModes) {
+      if (m.name != nullptr && strcmp(argv[1], m.name) == 0) return m.run(argc - 1, argv + 1);
+    }
+    return Fail(std::string("unknown mode ") + argv[1] + " (see --help)");
+  }
   Options o;
   bool files = false;
   for (int i = 1; i < argc; ++i) {

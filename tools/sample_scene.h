@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "bivista/depthcalc.h"
@@ -139,6 +140,103 @@ inline void MakeSampleScene(int width, int height, int stride, bool wide, int im
   d.width = width;
   d.height = height;
   d.stride = stride;
+}
+
+// A scene for the depth refinement filters: a photo and a measured depth map of the same view.
+// Objects at known depths in front of a tilted wall; the measured map has sensor noise, holes
+// (0 = no measurement) and edges that bleed a few pixels past the objects' outlines, as a
+// stereo matcher's do, so a guided filter has something to snap back to the photo's edges.
+struct RefineScene {
+  int width = 0, height = 0;
+  std::vector<float> truth;   // depth in millimetres
+  std::vector<float> depth;   // measured: noisy, bleeding edges, holes at 0
+  std::vector<uint8_t> guide; // RGB photo, width x 3 bytes a row
+  // Depths of the three objects and the wall's range (millimetres).
+  double discDepth = 900, boxDepth = 1500, poleDepth = 1200, wallNear = 2600, wallFar = 3400;
+};
+
+namespace detail {
+
+// Which object a point belongs to (0 wall, 1 disc, 2 box, 3 pole), dilated outlines by `grow`
+// pixels so the bleeding of the measured map can reuse the same shapes.
+inline int RefineObject(double x, double y, int w, int h, double grow) {
+  const double dx = x - w * 0.30, dy = y - h * 0.45, r = h * 0.22 + grow;
+  if (dx * dx + dy * dy <= r * r) return 1;
+  if (fabs(x - w * 0.82) <= w * 0.04 + grow && y >= h * 0.10 - grow) return 3;
+  if (x >= w * 0.52 - grow && x <= w * 0.74 + grow && y >= h * 0.42 - grow &&
+      y <= h * 0.86 + grow)
+    return 2;
+  return 0;
+}
+
+}  // namespace detail
+
+inline void MakeRefineScene(int width, int height, RefineScene* sc) {
+  sc->width = width;
+  sc->height = height;
+  const size_t n = static_cast<size_t>(width) * height;
+  sc->truth.assign(n, 0.0f);
+  sc->depth.assign(n, 0.0f);
+  sc->guide.assign(n * 3, 0);
+  detail::Rng rng(0x0dd5ca1eu);
+  const double grow = width / 160.0 + 2.0;  // how far measured edges bleed
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const size_t i = static_cast<size_t>(y) * width + x;
+      const double wall = sc->wallNear + (sc->wallFar - sc->wallNear) * (1.0 - double(y) / height);
+      const double depths[4] = {wall, sc->discDepth, sc->boxDepth, sc->poleDepth};
+      const int obj = detail::RefineObject(x, y, width, height, 0.0);
+      sc->truth[i] = static_cast<float>(depths[obj]);
+
+      // Photo: a striped wall, a shaded orange disc, a blue box with a label, a grey pole.
+      double rgb[3];
+      if (obj == 0) {
+        const double stripe = ((x / 24 + y / 48) & 1) ? 0.92 : 1.0;
+        rgb[0] = 150 * stripe, rgb[1] = 160 * stripe, rgb[2] = 120 * stripe;
+      } else if (obj == 1) {
+        const double dx = x - width * 0.30, dy = y - height * 0.45;
+        const double shade = 1.0 - 0.45 * sqrt(dx * dx + dy * dy) / (height * 0.22);
+        rgb[0] = 235 * shade, rgb[1] = 130 * shade, rgb[2] = 40 * shade;
+      } else if (obj == 2) {
+        const bool label = y > height * 0.55 && y < height * 0.62;
+        rgb[0] = label ? 230 : 40, rgb[1] = label ? 230 : 70, rgb[2] = label ? 220 : 170;
+      } else {
+        rgb[0] = rgb[1] = rgb[2] = 90 + 60.0 * (x - width * 0.78) / (width * 0.08);
+      }
+      for (int c = 0; c < 3; ++c) {
+        const double v = rgb[c] + rng.Gauss() * 3.0;
+        sc->guide[i * 3 + c] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+      }
+
+      // Measured depth: objects bleed `grow` pixels past their outlines (to the right more
+      // than to the left, as occlusions do), 1.5 % noise, a few holes.
+      int seen = detail::RefineObject(x - grow * 0.5, y, width, height, grow * 0.5);
+      if (seen == 0) seen = obj;
+      double d = depths[seen] * (1.0 + rng.Gauss() * 0.015);
+      if (rng.Uniform() < 0.004 || (seen == 0 && x > width * 0.9 && y > height * 0.8)) d = 0.0;
+      sc->depth[i] = static_cast<float>(d);
+    }
+  }
+}
+
+// One photo rendered twice, as two cameras with different tone curves would: the first with a
+// gentle gamma, the second darker, with more contrast and a colour cast. RGB, width x 3 a row.
+inline void MakeTonePair(int width, int height, std::vector<uint8_t>* first,
+                         std::vector<uint8_t>* second) {
+  RefineScene sc;
+  MakeRefineScene(width, height, &sc);
+  const size_t n = static_cast<size_t>(width) * height * 3;
+  first->resize(n);
+  second->resize(n);
+  const double gain[3] = {1.00, 0.93, 1.08};
+  for (size_t i = 0; i < n; ++i) {
+    const double v = sc.guide[i] / 255.0;
+    const double a = pow(v, 0.85);
+    const double s = v * v * (3.0 - 2.0 * v);  // smoothstep: more contrast
+    const double b = std::min(1.0, (0.35 * v + 0.65 * s) * 0.9 * gain[i % 3]);
+    (*first)[i] = static_cast<uint8_t>(a * 255.0 + 0.5);
+    (*second)[i] = static_cast<uint8_t>(b * 255.0 + 0.5);
+  }
 }
 
 }  // namespace bvtool

@@ -4,28 +4,14 @@
 #include <algorithm>
 #include <vector>
 
+#include "tools/tool_image.h"
 #include "tools/tool_support.h"
-
-#ifdef BIVISTA_TOOL_HAVE_PNG
-#include <png.h>
-#endif
 
 namespace bvtool {
 namespace {
 
 constexpr int kGap = 8;
 constexpr int kMinConfidence = 33;  // below this the library ignores a sample
-
-// Blue (near zero) through green to red (large disparity, near objects).
-void FalseColour(double t, uint8_t* rgb) {
-  t = std::min(std::max(t, 0.0), 1.0);
-  const double r = std::min(std::max(1.5 - std::abs(4.0 * t - 3.0), 0.0), 1.0);
-  const double g = std::min(std::max(1.5 - std::abs(4.0 * t - 2.0), 0.0), 1.0);
-  const double b = std::min(std::max(1.5 - std::abs(4.0 * t - 1.0), 0.0), 1.0);
-  rgb[0] = static_cast<uint8_t>(r * 255.0 + 0.5);
-  rgb[1] = static_cast<uint8_t>(g * 255.0 + 0.5);
-  rgb[2] = static_cast<uint8_t>(b * 255.0 + 0.5);
-}
 
 double Disparity(const DisparityType& rec, size_t i) {
   const int raw = rec.format == 0 ? static_cast<const uint8_t*>(rec.data)[i]
@@ -76,21 +62,12 @@ void DrawRect(std::vector<uint8_t>* img, int imgW, int imgH, int x0, const BIVIS
 
 }  // namespace
 
-bool PictureSupported() {
-#ifdef BIVISTA_TOOL_HAVE_PNG
-  return true;
-#else
-  return false;
-#endif
-}
-
 bool WritePicture(const std::string& path, const DisparityType& rec, const uint8_t* confidence,
                   const BIVISTA_Rect& mapRect, std::string* error) {
-#ifndef BIVISTA_TOOL_HAVE_PNG
-  (void)path, (void)rec, (void)confidence, (void)mapRect;
-  *error = "--png is not available: this build of the tool has no libpng";
-  return false;
-#else
+  if (!PictureSupported()) {
+    *error = "--png is not available: this build of the tool has no libpng";
+    return false;
+  }
   const int w = rec.width, h = rec.height;
   const int imgW = 2 * w + kGap;
   std::vector<uint8_t> img(static_cast<size_t>(imgW) * h * 3, 40);
@@ -110,32 +87,7 @@ bool WritePicture(const std::string& path, const DisparityType& rec, const uint8
   DrawRect(&img, imgW, h, 0, mapRect);
   DrawRect(&img, imgW, h, w + kGap, mapRect);
 
-  FILE* f = fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    *error = "cannot write " + path;
-    return false;
-  }
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png ? png_create_info_struct(png) : nullptr;
-  if (png == nullptr || info == nullptr || setjmp(png_jmpbuf(png))) {
-    png_destroy_write_struct(&png, &info);
-    fclose(f);
-    *error = "libpng failed to write " + path;
-    return false;
-  }
-  png_init_io(png, f);
-  png_set_IHDR(png, info, imgW, h, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(png, info);
-  for (int y = 0; y < h; ++y) png_write_row(png, img.data() + static_cast<size_t>(y) * imgW * 3);
-  png_write_end(png, nullptr);
-  png_destroy_write_struct(&png, &info);
-  if (fclose(f) != 0) {
-    *error = "cannot finish writing " + path;
-    return false;
-  }
-  return true;
-#endif
+  return WritePng(path, imgW, h, 3, img.data(), error);
 }
 
 }  // namespace bvtool

@@ -34,7 +34,6 @@ const char* ResultMeaning(int code);
 // Disparity (false colour) beside the confidence, focus rectangle drawn on both.
 bool WritePicture(const std::string& path, const DisparityType& rec, const uint8_t* confidence,
                   const BIVISTA_Rect& mapRect, std::string* error);
-bool PictureSupported();
 
 }  // namespace bvtool
 

@@ -39,7 +39,12 @@ void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int
 
 }  // namespace
 
-int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int stride) {
+}  // namespace bivista
+
+using namespace bivista;
+
+extern "C" int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows,
+                         int stride) {
   if (IsRelativePath(path) != 0) {
     return BV_LOGW(kTagAlgo, "writeFile", kLineWriteRelative,
                    "your input filenmae contains relative signs!file: %s", path);
@@ -58,6 +63,8 @@ int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int
   return fclose(f);
 }
 
+namespace bivista {
+
 void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
   const int aw = r.right - r.left + 1;
   const int ah = r.bottom - r.top + 1;
@@ -75,8 +82,10 @@ void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
   }
 }
 
-void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width, int height,
-                        int stride, BIVISTA_Rect rect) {
+}  // namespace bivista
+
+extern "C" void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width,
+                                   int height, int stride, BIVISTA_Rect rect) {
   char root[kNameSize];
   memset(root, 0, sizeof root);
   if (__system_property_get("imagepath", root) <= 0 || root[0] == '\0') {
@@ -105,5 +114,3 @@ void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width
   }
   if (confidence != nullptr) DumpPlane(dir, confidence, width, height, stride, rect, aw, ah, "conf");
 }
-
-}  // namespace bivista

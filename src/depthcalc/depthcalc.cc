@@ -1,5 +1,6 @@
 // The host's entries: validation, then confidence, depth, multi-depth degree and shift.
 #include "bivista/depthcalc.h"
+#include "bivista/depthcalc_stages.h"
 
 #include <math.h>
 #include <stdlib.h>
@@ -125,10 +126,11 @@ int ValidateCalcInputs(const DisparityType* disparity, const uint8_t* inputConfi
   return BIVISTA_OK;
 }
 
-// Mode-1 scratch. The corrected planes only ever hold the focus area, so the analysis works on
-// packed copies (rows w samples apart) and the map-sized zeroed planes are made only for a dump.
-// Map-sized planes cost a page fault per area row and, once the allocator keeps them on its heap,
-// a clear of every byte on each call.
+// Mode-1 scratch: the corrected confidence (stride x height bytes), then the corrected disparity
+// in the record's sample size, one allocation each as the host's malloc sees them. Not cleared:
+// the area is corrected into the first w x h samples of each plane (rows w apart), which is all
+// the analysis reads, so a call touches pages for the area only. A dump, the one reader of whole
+// planes, first spreads the area to its place in the map and zeroes the rest.
 struct CorrectedPlanes {
   uint8_t* confidence = nullptr;
   void* disparity = nullptr;
@@ -138,20 +140,21 @@ struct CorrectedPlanes {
   }
 };
 
-int AllocCorrected(int format, size_t samples, CorrectedPlanes* planes) {
-  planes->confidence = static_cast<uint8_t*>(calloc(samples, 1));
+int AllocCorrected(const DisparityType& rec, CorrectedPlanes* planes) {
+  const size_t samples = static_cast<size_t>(rec.stride) * static_cast<size_t>(rec.height);
+  planes->confidence = static_cast<uint8_t*>(malloc(samples));
   if (planes->confidence == nullptr) {
     BV_LOGE(kTagAlgo, kCalc, kLineMallocConf, "Malloc CorrectedConfidence memory error!");
     return -1;
   }
-  if (format != 0) {
-    planes->disparity = calloc(samples, sizeof(uint16_t));
+  if (rec.format != 0) {
+    planes->disparity = malloc(samples * sizeof(uint16_t));
     if (planes->disparity == nullptr) {
       BV_LOGE(kTagAlgo, kCalc, kLineMallocUshort, "Malloc CorrectedDisp_ushort memory error!");
       return -1;
     }
   } else {
-    planes->disparity = calloc(samples, 1);
+    planes->disparity = malloc(samples);
     if (planes->disparity == nullptr) {
       BV_LOGE(kTagAlgo, kCalc, kLineMallocUchar, "Malloc CorrectedDisp_uchar memory error!");
       return -1;
@@ -160,35 +163,25 @@ int AllocCorrected(int format, size_t samples, CorrectedPlanes* planes) {
   return 0;
 }
 
-// Copies h rows of w bytes between planes with their own strides.
-void CopyRows(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride, int w,
-              int h) {
-  for (int y = 0; y < h; ++y) memcpy(dst + y * dstStride, src + y * srcStride, w);
-}
-
-// The dump sees map-sized zeroed planes holding the corrected area; the frame it paints is
-// carried back into the packed disparity that the analysis reads next.
-int DumpCorrected(const DisparityType& rec, const BIVISTA_Rect& area, int w, int h,
-                  CorrectedPlanes* packed) {
-  CorrectedPlanes full;
-  if (AllocCorrected(rec.format, static_cast<size_t>(rec.stride) * rec.height, &full) != 0) {
-    return -1;
+// Moves the packed area (rows w samples apart from the start) to its place in the stride x height
+// plane and zeroes every other sample, so that the plane reads as allocated zeroed and then
+// corrected in place. Rows move from the last: each lands at or after its packed position.
+void SpreadArea(void* plane, size_t sampleBytes, int stride, int height, const BIVISTA_Rect& a) {
+  uint8_t* p = static_cast<uint8_t*>(plane);
+  const size_t row = static_cast<size_t>(stride) * sampleBytes;
+  if (a.left > a.right || a.top > a.bottom) {
+    memset(p, 0, row * height);
+    return;
   }
-  const size_t corner = static_cast<size_t>(area.top) * rec.stride + area.left;
-  if (w > 0 && h > 0) {
-    CopyRows(packed->confidence, w, full.confidence + corner, rec.stride, w, h);
-    if (rec.format == 0) {
-      CopyRows(static_cast<uint8_t*>(packed->disparity), w,
-               static_cast<uint8_t*>(full.disparity) + corner, rec.stride, w, h);
-    }
+  const size_t areaRow = static_cast<size_t>(a.right - a.left + 1) * sampleBytes;
+  for (int y = a.bottom; y >= a.top; --y) {
+    uint8_t* r = p + row * y;
+    memmove(r + sampleBytes * a.left, p + areaRow * (y - a.top), areaRow);
+    memset(r + sampleBytes * (a.right + 1), 0, sampleBytes * (stride - 1 - a.right));
+    memset(r, 0, sampleBytes * a.left);
   }
-  bivista::SaveDispTransImage(rec.format == 0 ? static_cast<uint8_t*>(full.disparity) : nullptr,
-                              full.confidence, rec.width, rec.height, rec.stride, area);
-  if (rec.format == 0 && w > 0 && h > 0) {
-    CopyRows(static_cast<uint8_t*>(full.disparity) + corner, rec.stride,
-             static_cast<uint8_t*>(packed->disparity), w, w, h);
-  }
-  return 0;
+  memset(p, 0, row * a.top);
+  memset(p + row * (a.bottom + 1), 0, row * (height - 1 - a.bottom));
 }
 
 bool DumpEnabled() {
@@ -300,23 +293,27 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
     float result[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     int multi = 0;
     if (rec.mode == 1) {
-      CorrectedPlanes packed;
-      const size_t samples = static_cast<size_t>(w > 0 ? w : 0) * (h > 0 ? h : 0);
-      if (AllocCorrected(rec.format, samples > 0 ? samples : 1, &packed) != 0) {
-        return BIVISTA_ERR_FAILED;
-      }
-      bivista::CorrectFocusAreaPacked(rec, inputConfidence, area, packed.disparity,
-                                      packed.confidence, w);
-      if (DumpEnabled() && DumpCorrected(rec, area, w, h, &packed) != 0) {
-        return BIVISTA_ERR_FAILED;
-      }
+      CorrectedPlanes corrected;
+      if (AllocCorrected(rec, &corrected) != 0) return BIVISTA_ERR_FAILED;
+      bivista::CorrectFocusAreaPacked(rec, inputConfidence, area, corrected.disparity,
+                                      corrected.confidence, w);
       DisparityType analysed = rec;
-      analysed.data = packed.disparity;
-      bivista::analysisAFDepth(analysed, w, w, h, 0, result, K, packed.confidence);
-      multi = bivista::MultiDepthRows(analysed, w, w, h, 0, static_cast<int16_t>(stride));
+      analysed.data = corrected.disparity;
+      if (DumpEnabled()) {
+        SpreadArea(corrected.confidence, 1, stride, rec.height, area);
+        SpreadArea(corrected.disparity, rec.format != 0 ? 2 : 1, stride, rec.height, area);
+        SaveDispTransImage(rec.format == 0 ? static_cast<uint8_t*>(corrected.disparity) : nullptr,
+                           corrected.confidence, rec.width, rec.height, stride, area);
+        analysisAFDepth(analysed, stride, w, h, offset, result, K, corrected.confidence);
+        multi = D2AnalysisAFMultiDepth(analysed, stride, w, h, offset);
+      } else {
+        // Packed rows; the multi-depth minimum still starts at the map's stride.
+        analysisAFDepth(analysed, w, w, h, 0, result, K, corrected.confidence);
+        multi = bivista::MultiDepthRows(analysed, w, w, h, 0, static_cast<int16_t>(stride));
+      }
     } else {
-      bivista::analysisAFDepth(rec, stride, w, h, offset, result, K, inputConfidence);
-      multi = bivista::D2AnalysisAFMultiDepth(rec, stride, w, h, offset);
+      analysisAFDepth(rec, stride, w, h, offset, result, K, inputConfidence);
+      multi = D2AnalysisAFMultiDepth(rec, stride, w, h, offset);
     }
     *beMultiDepth = multi;
     float D = result[0];

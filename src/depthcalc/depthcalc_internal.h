@@ -6,8 +6,17 @@
 #include <stdint.h>
 
 #include "bivista/depthcalc.h"
+#include "bivista/depthcalc_stages.h"
 
 namespace bivista {
+
+// The exported stages (depthcalc_stages.h), reachable under the namespace as well.
+using ::analysisAFDepth;
+using ::CorrectFocusArea;
+using ::D2AnalysisAFMultiDepth;
+using ::D2DataAnalysisAFDisparity_New;
+using ::SaveDispTransImage;
+using ::writeFile;
 
 constexpr int kHistBins = 160;
 
@@ -28,19 +37,9 @@ inline int32_t RawSample(const DisparityType& rec, size_t i) {
 // ---- statistics ----
 float getResizeFac(int width, int height);
 
-// result: [0] average disparity, [1] smoothed peak, [2] clipped maximum (early return only),
-// [3] confidence score.
-int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, int offset,
-                                  float* result, int winW, int winH, const uint8_t* confidence);
-int analysisAFDepth(DisparityType rec, int stride, int w, int h, int offset, float* result,
-                    float K, const uint8_t* confidence);
-int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offset);
-// The same on rows rowStride apart, with the running minimum starting at minStart.
+// D2AnalysisAFMultiDepth on rows rowStride apart, the running minimum starting at minStart.
 int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset, int minStart);
-// outDisp has the record's sample format; both outputs share the input's stride.
-void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
-                      void* outDisp, uint8_t* outConf);
-// The same into planes that hold only the rectangle: (row, x) lands at
+// CorrectFocusArea into planes that hold only the rectangle: (row, x) lands at
 // (row - top) * outStride + (x - left).
 void CorrectFocusAreaPacked(const DisparityType& rec, const uint8_t* confidence,
                             const BIVISTA_Rect& rect, void* outDisp, uint8_t* outConf,
@@ -59,9 +58,6 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY);
 
 // ---- debug dumps ----
-int writeFile(const char* path, const uint8_t* data, int rowBytes, int rows, int stride);
-void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence, int width, int height,
-                        int stride, BIVISTA_Rect rect);
 // Frame of 255 around the area, as the dump paints it.
 void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& rect);
 

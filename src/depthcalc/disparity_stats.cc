@@ -197,6 +197,12 @@ float getResizeFac(int width, int height) {
   return 1.0f;
 }
 
+}  // namespace bivista
+
+using namespace bivista;
+
+extern "C" {
+
 int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, int offset,
                                   float* result, int winW, int winH, const uint8_t* confidence) {
   uint32_t raw[kHistBins] = {0};
@@ -278,6 +284,23 @@ int D2AnalysisAFMultiDepth(DisparityType rec, int stride, int w, int h, int offs
   return MultiDepthRows(rec, stride, w, h, offset, static_cast<int16_t>(stride));
 }
 
+void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect* area,
+                      void* outDisp, uint8_t* outConf) {
+  const BIVISTA_Rect& rect = *area;
+  const size_t corner = static_cast<size_t>(rect.top) * rec.stride + rect.left;
+  if (rec.format == 0) {
+    CorrectInto<uint8_t>(rec, confidence, rect, static_cast<uint8_t*>(outDisp) + corner,
+                         outConf + corner, rec.stride);
+  } else {
+    CorrectInto<uint16_t>(rec, confidence, rect, static_cast<uint16_t*>(outDisp) + corner,
+                          outConf + corner, rec.stride);
+  }
+}
+
+}  // extern "C"
+
+namespace bivista {
+
 int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int offset,
                    int minStart) {
   uint32_t hist[kHistBins] = {0};
@@ -307,18 +330,6 @@ int MultiDepthRows(const DisparityType& rec, int rowStride, int w, int h, int of
   if (100 * s > 90 * n || 100 * s < 10 * n) return 0;
   const float degree = (1.0f - static_cast<float>(s) / static_cast<float>(n)) * 255.0f + 0.5f;
   return std::min(std::max(ToInt32Sat(degree), 0), 255);
-}
-
-void CorrectFocusArea(DisparityType rec, const uint8_t* confidence, const BIVISTA_Rect& rect,
-                      void* outDisp, uint8_t* outConf) {
-  const size_t corner = static_cast<size_t>(rect.top) * rec.stride + rect.left;
-  if (rec.format == 0) {
-    CorrectInto<uint8_t>(rec, confidence, rect, static_cast<uint8_t*>(outDisp) + corner,
-                         outConf + corner, rec.stride);
-  } else {
-    CorrectInto<uint16_t>(rec, confidence, rect, static_cast<uint16_t*>(outDisp) + corner,
-                          outConf + corner, rec.stride);
-  }
 }
 
 void CorrectFocusAreaPacked(const DisparityType& rec, const uint8_t* confidence,

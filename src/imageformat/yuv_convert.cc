@@ -1,5 +1,6 @@
 // Conversions between the YUV 4:2:0 layouts, YUV444 and RGB24.
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "bivista/imageformat.h"
@@ -84,23 +85,39 @@ int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
 
 uint8_t* copyNV12ToYuv444(const uint8_t* nv12, int width, int height, int dstStride, int x0,
                           int y0, uint8_t* dst) {
-  if (height < 1) return dst;
-  const ptrdiff_t plane = static_cast<ptrdiff_t>(width) * height;
+  if (height < 1 || width < 1) return dst;
+  // Offsets in 64 bits: the window's row and column may be anywhere in the int range.
+  const int64_t w = width, d = dstStride, plane = w * height;
   for (int r = 0; r < height; ++r)
-    memcpy(dst + static_cast<ptrdiff_t>(r) * dstStride,
-           nv12 + static_cast<ptrdiff_t>(y0 + r) * width + x0, width > 0 ? width : 0);
-  // Rows 2i and 2i + 1 share chroma row y0 / 2 + i; an odd height still writes the whole pair.
+    memcpy(dst + r * d, nv12 + (static_cast<int64_t>(y0) + r) * w + x0, static_cast<size_t>(width));
+  // Rows 2i and 2i + 1 share chroma row y0 / 2 + i; an odd height still writes the whole pair,
+  // an odd width the whole last pair.
   const uint8_t* uvPlane = nv12 + plane;
   uint8_t* uPlane = dst + plane;
   uint8_t* vPlane = dst + 2 * plane;
   const int pairs = (width + 1) / 2;
+  const int64_t rowBytes = 2 * static_cast<int64_t>(pairs), rows = (height + 1) / 2 * 2;
+  // Block copies only where no two writes meet (rows apart by at least a row's bytes, the U and
+  // V planes' rows apart); otherwise byte by byte in the defined order, so the last write wins
+  // exactly as there.
+  const int64_t reach = (rows - 1) * (d < 0 ? -d : d) + rowBytes;
+  const bool blocks = (d >= rowBytes || d <= -rowBytes) && reach <= plane;
   for (int i = 0; 2 * i < height; ++i) {
-    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y0 / 2 + i) * width + x0;
-    uint8_t* u = uPlane + static_cast<ptrdiff_t>(2 * i) * dstStride;
-    uint8_t* v = vPlane + static_cast<ptrdiff_t>(2 * i) * dstStride;
-    bivista::UpsamplePairs(uv, u, v, pairs);
-    memcpy(u + dstStride, u, 2 * pairs);
-    memcpy(v + dstStride, v, 2 * pairs);
+    const uint8_t* uv = uvPlane + (static_cast<int64_t>(y0 / 2) + i) * w + x0;
+    uint8_t* u = uPlane + 2 * i * d;
+    uint8_t* v = vPlane + 2 * i * d;
+    if (blocks) {
+      bivista::UpsamplePairs(uv, u, v, pairs);
+      memcpy(u + d, u, static_cast<size_t>(rowBytes));
+      memcpy(v + d, v, static_cast<size_t>(rowBytes));
+      continue;
+    }
+    for (int j = 0; j < pairs; ++j) {
+      for (int k = 0; k < 2; ++k) {
+        uint8_t* p = (k == 0 ? u : v) + 2 * j;
+        p[0] = p[1] = p[d] = p[d + 1] = uv[2 * j + k];
+      }
+    }
   }
   return dst;
 }

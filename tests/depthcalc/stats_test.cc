@@ -244,7 +244,7 @@ void CheckCorrection(int seed, int maxValue, int minValue = 0, int minWidth = 70
   rec.format = sizeof(T) == 2;
   rec.data = in.data();
   rec.width = width, rec.height = height, rec.stride = stride;
-  bivista::CorrectFocusArea(rec, conf.data(), r, out.data(), oc.data());
+  bivista::CorrectFocusArea(rec, conf.data(), &r, out.data(), oc.data());
   ASSERT_EQ(out, expect) << "seed " << seed;
   ASSERT_EQ(oc, ec) << "seed " << seed;
 }
@@ -290,10 +290,16 @@ TEST(AllocationFailures, AreReportedAndFreed) {
         {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
   };
   for (const auto& c : cases) {
-    Frame f(64, 48, 64, c.wide, 2);
+    Frame f(64, 48, 67, c.wide, 2);
     f.rec.mode = c.mode;
     f.Fill(80);
     const size_t n = c.msgs.size();
+    if (c.mode == 1) {  // map-sized planes, the confidence first
+      bvtest::MallocWatch watch;
+      Outputs o;
+      Calc(f, ImageRect(f, 5, 5, 40, 30), c.flags, &o);
+      EXPECT_EQ(watch.sizes(), (std::vector<size_t>{67 * 48, 67 * 48 * (c.wide ? 2u : 1u)}));
+    }
     const int runs = bvtest::ForEachMallocFailure([&](int run) {
       bvtest::LogCapture log;
       Outputs o;
@@ -307,8 +313,8 @@ TEST(AllocationFailures, AreReportedAndFreed) {
   }
 }
 
-// Mode 1 works on packed copies of the corrected area; the results must be those of the
-// map-sized corrected planes read with the map's stride.
+// Mode 1 corrects the area packed into its planes; the results must be those of the exported
+// stages on map-sized planes corrected in place and read with the map's stride.
 TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
   std::mt19937 rng(21);
   for (int t = 0; t < 40; ++t) {
@@ -326,7 +332,7 @@ TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
     ASSERT_EQ(Calc(f, a, 16, &o), 0);
     std::vector<uint16_t> disp(size_t(stride) * h, 0);  // wide enough for either format
     std::vector<uint8_t> conf(disp.size(), 0);
-    bivista::CorrectFocusArea(f.rec, f.conf.data(), a, disp.data(), conf.data());
+    bivista::CorrectFocusArea(f.rec, f.conf.data(), &a, disp.data(), conf.data());
     DisparityType corrected = f.rec;
     corrected.data = disp.data();
     const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1,

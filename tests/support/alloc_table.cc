@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <set>
@@ -50,9 +51,12 @@ int g_calls = 0;
 bool g_failed = false;
 std::set<void*>* g_watchLive = nullptr;
 thread_local int g_inside = 0;  // std::set's own allocations are not watched
+constexpr int kSizesKept = 64;
+size_t g_sizes[kSizesKept];
 
-bool CountCall() {
+bool CountCall(size_t size) {
   std::lock_guard<std::mutex> lock(g_watchMutex);
+  if (g_calls < kSizesKept) g_sizes[g_calls] = size;
   ++g_calls;
   if (g_failAt > 0 && g_calls == g_failAt) {
     g_failed = true;
@@ -152,6 +156,14 @@ long MallocWatch::live() const {
   return g_watchLive ? static_cast<long>(g_watchLive->size()) : 0;
 }
 
+std::vector<size_t> MallocWatch::sizes() const {
+  std::lock_guard<std::mutex> lock(g_watchMutex);
+  ++g_inside;
+  std::vector<size_t> out(g_sizes, g_sizes + std::min(g_calls, kSizesKept));
+  --g_inside;
+  return out;
+}
+
 bool MallocWatch::failed() const {
   std::lock_guard<std::mutex> lock(g_watchMutex);
   return g_failed;
@@ -163,7 +175,7 @@ extern "C" {
 
 void* __wrap_malloc(size_t size) {
   if (!bvtest::Watching()) return __real_malloc(size);
-  if (!bvtest::CountCall()) return nullptr;
+  if (!bvtest::CountCall(size)) return nullptr;
   void* p = __real_malloc(size);
   bvtest::Track(p);
   return p;
@@ -171,7 +183,7 @@ void* __wrap_malloc(size_t size) {
 
 void* __wrap_calloc(size_t n, size_t size) {
   if (!bvtest::Watching()) return __real_calloc(n, size);
-  if (!bvtest::CountCall()) return nullptr;
+  if (!bvtest::CountCall(n * size)) return nullptr;
   void* p = __real_calloc(n, size);
   bvtest::Track(p);
   return p;
@@ -179,7 +191,7 @@ void* __wrap_calloc(size_t n, size_t size) {
 
 void* __wrap_realloc(void* old, size_t size) {
   if (!bvtest::Watching()) return __real_realloc(old, size);
-  if (!bvtest::CountCall()) return nullptr;
+  if (!bvtest::CountCall(size)) return nullptr;
   void* p = __real_realloc(old, size);
   if (p != nullptr) {
     bvtest::Untrack(old);

@@ -41,6 +41,7 @@ class MallocWatch {
   int calls() const;   // allocation calls seen
   long live() const;   // allocations minus frees of blocks seen while armed
   bool failed() const; // whether the armed failure happened
+  std::vector<size_t> sizes() const;  // bytes asked by the first 64 calls
 };
 
 // Runs body once per allocation it makes, failing the k-th on run k, until a run completes

@@ -1,0 +1,96 @@
+#include "support.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <limits>
+#include <map>
+
+#include "hwy/targets.h"
+
+namespace bvfuzz {
+namespace {
+std::vector<std::string>& Log() {
+  static std::vector<std::string> lines;
+  return lines;
+}
+std::map<std::string, std::string>& Props() {
+  static std::map<std::string, std::string> props;
+  return props;
+}
+}  // namespace
+
+const std::vector<std::string>& LogLines() { return Log(); }
+void ClearLog() { Log().clear(); }
+void SetProperty(const char* name, const char* value) { Props()[name] = value; }
+
+int Dim(FuzzedDataProvider& p, int lo, int hi) {
+  switch (p.ConsumeIntegralInRange<int>(0, 3)) {
+    case 0: return lo;
+    case 1: return hi;
+    case 2: return p.ConsumeIntegralInRange<int>(lo, lo + (hi - lo < 16 ? hi - lo : 16));
+    default: return p.ConsumeIntegralInRange<int>(lo, hi);
+  }
+}
+
+int AnyInt(FuzzedDataProvider& p) {
+  constexpr int kMax = std::numeric_limits<int>::max(), kMin = std::numeric_limits<int>::min();
+  switch (p.ConsumeIntegralInRange<int>(0, 5)) {
+    case 0: return kMax - p.ConsumeIntegralInRange<int>(0, 3);
+    case 1: return kMin + p.ConsumeIntegralInRange<int>(0, 3);
+    case 2: return p.ConsumeIntegralInRange<int>(-16, 16);
+    case 3: return p.ConsumeIntegralInRange<int>(-4096, 4096);
+    default: return p.ConsumeIntegral<int>();
+  }
+}
+
+void Check(bool ok, const char* what) {
+  if (!ok) {
+    fprintf(stderr, "fuzz check failed: %s\n", what);
+    abort();
+  }
+}
+
+void ReportDiff(const char* what, size_t index, size_t sizeA, size_t sizeB, const void* a,
+                const void* b, size_t bytes) {
+  fprintf(stderr, "fuzz check failed: %s: sizes %zu and %zu, first difference at element %zu:",
+          what, sizeA, sizeB, index);
+  for (const void* side : {a, b}) {
+    fprintf(stderr, " ");
+    for (size_t k = 0; side && k < bytes; ++k) {
+      fprintf(stderr, "%02x", static_cast<const uint8_t*>(side)[bytes - 1 - k]);
+    }
+  }
+  fprintf(stderr, "\n");
+  abort();
+}
+
+void SetTargetForTest(bool lowest) {
+  if (!lowest) {
+    hwy::SetSupportedTargetsForTest(0);
+    return;
+  }
+  int64_t worst = 0;
+  for (int64_t t : hwy::SupportedAndGeneratedTargets()) worst = t > worst ? t : worst;
+  hwy::SetSupportedTargetsForTest(worst);
+}
+
+}  // namespace bvfuzz
+
+// Platform entries the library calls by name (on Android: liblog and libc).
+extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+  char buf[1024];
+  vsnprintf(buf, sizeof buf, fmt, ap);
+  std::vector<std::string>& log = bvfuzz::Log();
+  if (log.size() < 4096) log.emplace_back(buf);
+  return 1;
+}
+
+extern "C" int __system_property_get(const char* name, char* value) {
+  auto& props = bvfuzz::Props();
+  auto it = props.find(name ? name : "");
+  const std::string v = it == props.end() ? std::string() : it->second;
+  snprintf(value, 92, "%s", v.c_str());
+  return static_cast<int>(v.size());
+}

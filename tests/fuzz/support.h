@@ -1,0 +1,93 @@
+// Shared pieces of the fuzz targets: platform stand-ins, a byte reader, target forcing.
+#ifndef BIVISTA_TESTS_FUZZ_SUPPORT_H
+#define BIVISTA_TESTS_FUZZ_SUPPORT_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace bvfuzz {
+
+// Log lines the library wrote since the last ClearLog (text only, formatted).
+const std::vector<std::string>& LogLines();
+void ClearLog();
+// Properties served to the library; all read empty unless set (dumps stay off).
+void SetProperty(const char* name, const char* value);
+
+// Runs fn once on the best compiled vector target and once forced to the lowest one (the
+// scalar-most), restoring the dispatch afterwards. fn(bool lowest).
+template <class F>
+void OnBestAndLowestTarget(F&& fn);
+
+// A dimension in [lo, hi], biased towards small values and the edges of the range.
+int Dim(FuzzedDataProvider& p, int lo, int hi);
+// Any int, biased towards the limits and small values (for offsets, radii, strides).
+int AnyInt(FuzzedDataProvider& p);
+
+// Buffer of exactly n elements filled from the input (the rest repeats a pattern), so that a
+// read or write one past the end faults under AddressSanitizer.
+template <class T>
+std::vector<T> Buffer(FuzzedDataProvider& p, size_t n) {
+  std::vector<T> v(n);
+  const std::vector<uint8_t> bytes = p.ConsumeBytes<uint8_t>(n * sizeof(T));
+  uint8_t* dst = reinterpret_cast<uint8_t*>(v.data());
+  for (size_t i = 0; i < n * sizeof(T); ++i) {
+    dst[i] = bytes.empty() ? static_cast<uint8_t>(i * 37u) : bytes[i % bytes.size()];
+  }
+  return v;
+}
+
+// Aborts (a finding) when the condition fails; message goes to stderr.
+void Check(bool ok, const char* what);
+
+// Elements equal bit for bit; any two NaNs count as equal (payloads differ between ISAs and
+// instructions and are not part of any result).
+template <class T>
+bool SameElement(const T& a, const T& b) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (a != a && b != b) return true;
+  }
+  return memcmp(&a, &b, sizeof(T)) == 0;
+}
+template <class T>
+bool SameBytes(const std::vector<T>& a, const std::vector<T>& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (!SameElement(a[i], b[i])) return false;
+  }
+  return true;
+}
+
+void ReportDiff(const char* what, size_t index, size_t sizeA, size_t sizeB, const void* a,
+                const void* b, size_t bytes);
+
+// Check(SameBytes(a, b)) that names the first differing element on failure.
+template <class T>
+void CheckSame(const std::vector<T>& a, const std::vector<T>& b, const char* what) {
+  if (SameBytes(a, b)) return;
+  size_t i = 0;
+  while (i < a.size() && i < b.size() && SameElement(a[i], b[i])) ++i;
+  ReportDiff(what, i, a.size(), b.size(), i < a.size() ? &a[i] : nullptr,
+             i < b.size() ? &b[i] : nullptr, sizeof(T));
+}
+
+void SetTargetForTest(bool lowest);
+
+template <class F>
+void OnBestAndLowestTarget(F&& fn) {
+  SetTargetForTest(false);
+  fn(false);
+  SetTargetForTest(true);
+  fn(true);
+  SetTargetForTest(false);
+}
+
+}  // namespace bvfuzz
+
+#endif
