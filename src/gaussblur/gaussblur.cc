@@ -393,8 +393,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     tailRows = copy + static_cast<long>(r) * srcStride;
   }
 
-  // The caller does the last strip itself rather than idle while a woken worker does it, then
-  // the border rows with that strip's scratch: nothing the workers read or write is touched.
+  // The caller does the last strip itself rather than idle while a woken worker does it. The
+  // border rows follow the sync, so that their messages come after every strip's.
   const int last = thNum - 1;
   for (int t = 0; t < thNum; ++t) {
     args[t].job = &job;
@@ -402,9 +402,9 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
   }
   worker(&args[last], last);
-  const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
-                            tailRows, scratch + static_cast<long>(last) * job.scratchBlock, r);
   MThread_Sync(pool, 0, last);
+  const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
+                            tailRows, scratch, r);
 
   safeDelete(ownScratch);
   safeDelete(ownHeadTail);

@@ -48,6 +48,12 @@ void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int s
   int safe = dstW;  // columns whose four-byte mask reads stay inside the mask
   if (table && mask != nullptr)
     while (safe > 0 && cols.x0[safe - 1] + 3 >= srcW) --safe;
+  if (table) {
+    bivista::BilinearPlaneF32({src, mask, dst, srcW, srcH, dstW, dstH, cols.x0, cols.ax, stepY,
+                               mode, ratio, invalid, safe});
+    hwy::FlushStream();  // the rows were written with streaming stores
+    return;
+  }
   float fy = 0.0f;
   for (int j = 0; j < dstH; ++j, fy += stepY) {
     const int y0 = static_cast<int>(fy);
@@ -56,13 +62,6 @@ void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int s
                    y0 + 1 == srcH - 1 ? srcW : 2 * srcW};
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
     const uint8_t* ma = mask != nullptr ? mask + static_cast<ptrdiff_t>(y0) * srcW : nullptr;
-    if (table) {
-      if (mask != nullptr)
-        bivista::MaskedRowF32(r, ma, ma + srcW, y0 + 1 == srcH - 1 ? safe : dstW, out);
-      else
-        bivista::BilinearRowF32(r, out);
-      continue;
-    }
     float fx = 0.0f;
     for (int i = 0; i < dstW; ++i, fx += stepX) {
       const int32_t x0 = static_cast<int32_t>(fx);

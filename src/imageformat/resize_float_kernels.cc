@@ -80,6 +80,27 @@ inline float GuidedAt(const GuidedArgs& g, int y, int x) {
   return wsum > 0.01f ? ssum / wsum : g.src[static_cast<ptrdiff_t>(cy) * g.srcW + cx];
 }
 
+// Rows of a bilinear resize with a column table; row(args, out) and masked(args, maskA, maskC,
+// safeEnd, out) are one target's rows or the scalar definitions.
+template <class Row, class Masked>
+void BilinearLoop(const FloatPlaneArgs& p, Row row, Masked masked) {
+  float fy = 0.0f;
+  for (int j = 0; j < p.dstH; ++j, fy += p.stepY) {
+    const int y0 = static_cast<int>(fy);
+    const FloatRowArgs r{p.src + static_cast<ptrdiff_t>(y0) * p.srcW,
+                         p.src + static_cast<ptrdiff_t>(y0 + 1) * p.srcW,
+                         p.x0, p.ax, p.dstW, fy - y0, p.mode, p.ratio, p.invalid,
+                         y0 + 1 == p.srcH - 1 ? p.srcW : 2 * p.srcW};
+    float* out = p.dst + static_cast<ptrdiff_t>(j) * p.dstW;
+    if (p.mask != nullptr) {
+      const uint8_t* ma = p.mask + static_cast<ptrdiff_t>(y0) * p.srcW;
+      masked(r, ma, ma + p.srcW, y0 + 1 == p.srcH - 1 ? p.safe : p.dstW, out);
+    } else {
+      row(r, out);
+    }
+  }
+}
+
 // The exact half: output row j is the 2 x 2 means of source rows 2j and 2j + 1 (2 x dstW wide).
 template <class Row>
 void QuarterLoop(const float* src, float* dst, int dstW, int dstH, Row row) {
@@ -237,6 +258,10 @@ void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
   rfpix::QuarterLoop(src, dst, dstW, dstH, QuarterMeanRow);
 }
 
+void BilinearPlaneF32(const FloatPlaneArgs& args) {
+  rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
+}
+
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   const int dstW = 2 * srcW;
   out[0] = rfpix::ExtendAt(r0, r1, 0, srcW, wy0, wy1);
@@ -320,6 +345,7 @@ HWY_EXPORT(BilinearRowF32);
 HWY_EXPORT(MaskedRowF32);
 HWY_EXPORT(NearestRowF32);
 HWY_EXPORT(QuarterMeanPlane);
+HWY_EXPORT(BilinearPlaneF32);
 HWY_EXPORT(ExtendRow);
 HWY_EXPORT(GuidedRow);
 
@@ -341,6 +367,7 @@ void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, floa
 void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
   HWY_DYNAMIC_DISPATCH(QuarterMeanPlane)(src, dst, dstW, dstH);
 }
+void BilinearPlaneF32(const FloatPlaneArgs& args) { HWY_DYNAMIC_DISPATCH(BilinearPlaneF32)(args); }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   HWY_DYNAMIC_DISPATCH(ExtendRow)(r0, r1, out, srcW, wy0, wy1);
 }
@@ -369,6 +396,10 @@ void QuarterMeanRow(const float* r0, const float* r1, float* out, int n) {
 
 void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
   rfpix::QuarterLoop(src, dst, dstW, dstH, QuarterMeanRow);
+}
+
+void BilinearPlaneF32(const FloatPlaneArgs& args) {
+  rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   for (int i = 0; i < 2 * srcW; ++i) out[i] = rfpix::ExtendAt(r0, r1, i, srcW, wy0, wy1);

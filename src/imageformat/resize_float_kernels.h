@@ -24,6 +24,24 @@ struct FloatRowArgs {
 };
 
 void BilinearRowF32(const FloatRowArgs& args, float* out);
+
+// A whole bilinear resize with a column table (x0/ax per destination column): rows step by
+// stepY accumulated; with a mask, MaskedRowF32 rows whose safe end is `safe` on the last source
+// pair and dstW elsewhere. One dispatch per image.
+struct FloatPlaneArgs {
+  const float* src;
+  const uint8_t* mask;  // or null
+  float* dst;
+  int srcW, srcH, dstW, dstH;
+  const int32_t* x0;
+  const float* ax;
+  float stepY;
+  FloatRowMode mode;
+  float ratio;
+  float invalid;
+  int safe;
+};
+void BilinearPlaneF32(const FloatPlaneArgs& args);
 // The mask's rows interpolated with the same weights reject a column when they truncate above
 // 0; columns below safeEnd may read four mask bytes from x0 on.
 void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t* maskC,
@@ -48,8 +66,10 @@ struct GuidedArgs {
 void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
 
 namespace scalar {
+void BilinearPlaneF32(const FloatPlaneArgs& args);
 void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
 void BilinearRowF32(const FloatRowArgs& args, float* out);
+
 void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t* maskC,
                   int safeEnd, float* out);
 void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, float invalid,

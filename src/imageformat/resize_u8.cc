@@ -30,15 +30,7 @@ void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
   const float stepY = static_cast<float>(srcH - 1) / dstH;
   // Without a table the rows compute the same columns themselves.
   const bivista::ColumnTable cols = bivista::MakeColumnTable(dstW, stepX);
-  for (int j = 0; j < dstH; ++j) {
-    const float fy = j * stepY;
-    const int y0 = static_cast<int>(fy);
-    const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    // Bytes readable from either row: the last source row has nothing after it.
-    const int readable = y0 + 1 == srcH - 1 ? srcW : 2 * srcW;
-    bivista::ResizeRowU8(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable,
-                         stepX, fy - y0, mask, cols);
-  }
+  bivista::ResizeU8Plane(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols);
   bivista::FreeColumnTable(cols);
 }
 
@@ -58,13 +50,7 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
     const int32_t* x0 = table.x0;
     const float* ax = table.ax;
     const int safe = SafeColumns(x0, dstW, ch, static_cast<int>(srcRow));
-    for (int j = 0; j < dstH; ++j) {
-      const float fy = j * stepY;
-      const int y0 = static_cast<int>(fy);
-      const uint8_t* rowA = src + y0 * srcRow;
-      bivista::ResizeRowChannels(rowA, rowA + srcRow, dst + j * dstRow, x0, ax, dstW,
-                                 y0 + 1 == srcH - 1 ? safe : dstW, fy - y0, ch, count);
-    }
+    bivista::ResizeChannelsPlane(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe, ch, count);
     bivista::FreeColumnTable(table);
     return;
   }
@@ -116,12 +102,7 @@ void ResizeUcharRGB(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
 void ResizeUchar_upScale2x2(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
                             int dstH) {
   if (dstW != 2 * srcW || dstH != 2 * srcH || srcW < 2 || srcH < 2) return;
-  for (int y = 0; y < srcH; ++y) {
-    const int s = y == srcH - 1 ? srcH - 2 : y;
-    const uint8_t* a = src + static_cast<ptrdiff_t>(s) * srcW;
-    uint8_t* out = dst + static_cast<ptrdiff_t>(2 * y) * dstW;
-    bivista::UpScale2x2Rows(a, a + srcW, out, out + dstW, srcW);
-  }
+  bivista::UpScale2x2Plane(src, dst, srcW, srcH);
 }
 
 float randFloat(void) {

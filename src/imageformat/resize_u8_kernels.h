@@ -27,7 +27,23 @@ void ResizeRowChannels(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, c
 // Rows 2y and 2y + 1 of the 2x enlargement from source rows a (y') and c (y' + 1).
 void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* out1, int srcW);
 
+// Whole images, one dispatch each: the single-channel resize (rows y0 = (int)(j x stepY)), the
+// interleaved channels with a column table (safe: ResizeRowChannels' safeEnd on the last source
+// pair), and the 2x enlargement (destination 2 srcW wide).
+void ResizeU8Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+                   float stepX, float stepY, bool mask, ColumnTable cols);
+void ResizeChannelsPlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
+                         int dstH, float stepY, const int32_t* x0, const float* ax, int safe,
+                         int ch, int count);
+void UpScale2x2Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH);
+
 namespace scalar {
+void ResizeU8Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+                   float stepX, float stepY, bool mask, ColumnTable cols);
+void ResizeChannelsPlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
+                         int dstH, float stepY, const int32_t* x0, const float* ax, int safe,
+                         int ch, int count);
+void UpScale2x2Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH);
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask, ColumnTable cols);
 // Columns from..n-1 of ResizeRowU8.

@@ -44,8 +44,7 @@ void ConvertNV21ToI420(const uint8_t* nv21, uint8_t* i420, int width, int height
   const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
   uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
   uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
-  for (int r = 0; r < ch; ++r)
-    bivista::SplitPairs(vu + static_cast<ptrdiff_t>(r) * stride, v + r * cw, u + r * cw, cw);
+  bivista::SplitPairRows(vu, v, u, cw, ch, stride);
 }
 
 void ConvertI420ToNV21(const uint8_t* i420, uint8_t* nv21, int width, int height, int stride) {
@@ -56,8 +55,7 @@ void ConvertI420ToNV21(const uint8_t* i420, uint8_t* nv21, int width, int height
   const uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
   const uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
   uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
-  for (int r = 0; r < ch; ++r)
-    bivista::MergePairs(v + r * cw, u + r * cw, vu + static_cast<ptrdiff_t>(r) * stride, cw);
+  bivista::MergePairRows(v, u, vu, cw, ch, stride);
 }
 
 int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
@@ -76,10 +74,7 @@ int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
     return -1;
   }
   const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(width) * height;
-  for (int y = 0; y < height; ++y)
-    bivista::Nv21RowToYuv444(nv21 + static_cast<ptrdiff_t>(y) * width,
-                             vu + static_cast<ptrdiff_t>(y / 2) * width,
-                             yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  bivista::Nv21ToYuv444Plane(nv21, vu, yuv, width, height);
   return 0;
 }
 

@@ -45,6 +45,24 @@ inline void RowTail(const uint8_t* y, const uint8_t* uv, uint8_t* rgb, int from,
   }
 }
 
+// `rows` chroma rows: row r of the interleaved plane (stride apart) against rows r of the two
+// planar ones (cw apart).
+template <class Row>
+void PairRowsLoop(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                  ptrdiff_t stride, Row row) {
+  for (int r = 0; r < rows; ++r) row(pairs + r * stride, first + r * cw, second + r * cw, cw);
+}
+
+// YUV444 rows from NV21: luma row y with chroma row y / 2 (rows width apart).
+template <class Row>
+void Yuv444Loop(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width, int height,
+                Row row) {
+  for (int y = 0; y < height; ++y) {
+    row(nv21 + static_cast<ptrdiff_t>(y) * width, vu + static_cast<ptrdiff_t>(y / 2) * width,
+        yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  }
+}
+
 // Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone.
 template <class Rows>
 void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
@@ -177,6 +195,25 @@ void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, 
   yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
 }
 
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
+}
+
 #if HWY_TARGET != HWY_SCALAR
 // Byte k of the half-width vector into bytes 2k and 2k + 1 of a full vector.
 template <class D8, class VH>
@@ -231,6 +268,9 @@ namespace bivista {
 HWY_EXPORT(SplitPairs);
 HWY_EXPORT(MergePairs);
 HWY_EXPORT(Nv12ToRgb24Plane);
+HWY_EXPORT(SplitPairRows);
+HWY_EXPORT(MergePairRows);
+HWY_EXPORT(Nv21ToYuv444Plane);
 HWY_EXPORT(Nv21RowToYuv444);
 HWY_EXPORT(UpsamplePairs);
 
@@ -243,6 +283,18 @@ void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int
 void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
                       bool fixedPoint) {
   HWY_DYNAMIC_DISPATCH(Nv12ToRgb24Plane)(nv12, rgb, width, height, stride, fixedPoint);
+}
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(SplitPairRows)(pairs, first, second, cw, rows, stride);
+}
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(MergePairRows)(first, second, pairs, cw, rows, stride);
+}
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  HWY_DYNAMIC_DISPATCH(Nv21ToYuv444Plane)(nv21, vu, yuv, width, height);
 }
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {
   HWY_DYNAMIC_DISPATCH(Nv21RowToYuv444)(y, vu, yuv, width);
@@ -313,6 +365,25 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
 void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
                       bool fixedPoint) {
   yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
+}
+
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
 }
 
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {

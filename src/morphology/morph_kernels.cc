@@ -29,6 +29,135 @@ inline uint8_t FixedPixel(const uint8_t* const* rows, int x, int r, int cross, i
   return v;
 }
 
+// Counter engine: one column counter, wrapping at 256.
+inline void CounterPixel(const uint8_t* row, uint8_t* cnt, int i, uint8_t v, bool add) {
+  const int match = row[i] == v ? 1 : 0;
+  cnt[i] = static_cast<uint8_t>(add ? cnt[i] + match : cnt[i] - match);
+}
+
+// v where a counter in columns x - kW .. x + kW (clipped to the row) is non-zero, else copy[x].
+inline uint8_t SpreadPixel(const uint8_t* cnt, const uint8_t* copy, int x, int width, int kW,
+                           uint8_t v) {
+  const int lo = x - kW > 0 ? x - kW : 0;
+  const int hi = x + kW < width - 1 ? x + kW : width - 1;
+  for (int j = lo; j <= hi; ++j) {
+    if (cnt[j] != 0) return v;
+  }
+  return copy[x];
+}
+
+inline uint8_t BoxPixel(uint32_t bR, uint32_t tL, uint32_t tR, uint32_t bL, uint32_t area,
+                        int erode) {
+  const uint32_t s = bR + tL - tR - bL;
+  return erode ? (s == area ? 1 : 0) : (static_cast<int32_t>(s) > 0 ? 1 : 0);
+}
+
+inline uint8_t DistSeedPixel(uint8_t above, uint8_t self, uint8_t target, uint8_t cap) {
+  const int up = above + 1 < cap ? above + 1 : cap;
+  return self == target ? 0 : static_cast<uint8_t>(up);
+}
+
+inline uint8_t DistBelowPixel(uint8_t below, uint8_t self) {
+  return below < self ? static_cast<uint8_t>(below + 1) : self;
+}
+
+inline uint8_t ThresholdPixel(uint8_t p, int N, uint8_t above, uint8_t notAbove) {
+  return static_cast<int>(p) > N ? above : notAbove;
+}
+
+// The counter engine over the image: counters of rows 0..kH first, then per row the spread and
+// the slide of the window. rows.Add/Sub(row, cnt, n, v) and rows.Spread(cnt, copy, dst, width,
+// kW, v) are one target's rows (or the scalar definitions).
+template <class Rows>
+void CounterLoop(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v, const Rows& rows) {
+  const auto row = [&](int y) { return copy + static_cast<size_t>(y) * width; };
+  for (int y = 0; y <= kH; ++y) rows.Add(row(y), counters, width, v);
+  for (int y = 0; y < height; ++y) {
+    rows.Spread(counters, row(y), image + static_cast<size_t>(y) * width, width, kW, v);
+    if (y < height - kH - 1) rows.Add(row(y + kH + 1), counters, width, v);
+    if (y >= kH) rows.Sub(row(y - kH), counters, width, v);
+  }
+}
+
+// The integral engine over the image, `ring` integral rows kept in `integral`: row 0 and column
+// 0 are outside every window (the exclusive lower bounds clamp to index 0); the columns whose
+// window is not clipped go through decide(bR, tL, tR, bL, out, n, area, erode).
+template <class Decide>
+void BoxLoop(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int r, int erode, Decide decide) {
+  const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
+  int built = 0;  // integral rows computed so far
+  const int x0 = r + 1;
+  const int x1 = width - 1 - r;
+  for (int y = 0; y < height; ++y) {
+    const int top = y - r >= 1 ? y - r - 1 : 0;
+    const int bottom = y + r < height - 1 ? y + r : height - 1;
+    for (; built <= bottom; ++built) {
+      IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
+                  slot(built), width);
+    }
+    const uint32_t* rowT = slot(top);
+    const uint32_t* rowB = slot(bottom);
+    uint8_t* out = dst + static_cast<size_t>(y) * width;
+    const auto clipped = [&](int x) {
+      const int left = x - r >= 1 ? x - r - 1 : 0;
+      const int right = x + r < width - 1 ? x + r : width - 1;
+      out[x] = BoxPixel(rowB[right], rowT[left], rowT[right], rowB[left],
+                        static_cast<uint32_t>((right - left) * (bottom - top)), erode);
+    };
+    int x = 0;
+    for (; x < width && x < x0; ++x) clipped(x);
+    if (x0 <= x1) {
+      const uint32_t area = static_cast<uint32_t>((2 * r + 1) * (bottom - top));
+      decide(rowB + x0 + r, rowT + x0 - r - 1, rowT + x0 + r, rowB + x0 - r - 1, out + x0,
+             x1 - x0 + 1, area, erode);
+      x = x1 + 1;
+    }
+    for (; x < width; ++x) clipped(x);
+  }
+}
+
+// City-block passes. Forward over rows y0..y1: columns from..from+n-1 take the seed or the row
+// above + 1 (capped), then the chain from the left over the same columns; with col0, column 0
+// first takes 0 for `target` or min(above + 1, far) (far wraps to 8 bits).
+template <class Seed>
+void DistForwardLoop(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                     uint8_t cap, bool col0, uint8_t far, Seed seed) {
+  for (int y = y0; y <= y1; ++y) {
+    uint8_t* row = image + static_cast<size_t>(y) * width;
+    if (col0) {
+      const uint8_t up0 = row[-width];
+      row[0] = row[0] == target ? 0 : (up0 < far ? static_cast<uint8_t>(up0 + 1) : far);
+    }
+    seed(row - width + from, row + from, n, target, cap);
+    for (int x = from; x < from + n; ++x) {
+      if (row[x - 1] < row[x]) row[x] = static_cast<uint8_t>(row[x - 1] + 1);
+    }
+  }
+}
+
+// Backward over rows y1 down to y0: columns from..from+n-1 take min(self, below + 1), then the
+// chain from the right over columns chainFrom down to from.
+template <class Below>
+void DistBackwardLoop(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom,
+                      Below below) {
+  for (int y = y1; y >= y0; --y) {
+    uint8_t* row = image + static_cast<size_t>(y) * width;
+    below(row + width + from, row + from, n);
+    for (int x = chainFrom; x >= from; --x) {
+      if (row[x + 1] < row[x]) row[x] = static_cast<uint8_t>(row[x + 1] + 1);
+    }
+  }
+}
+
+// Thresholds of n columns from `from` in rows y0..y1.
+template <class Threshold>
+void ThresholdLoop(uint8_t* image, size_t stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove, Threshold threshold) {
+  for (int y = y0; y <= y1; ++y) threshold(image + y * stride + from, n, N, above, notAbove);
+}
+
 inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long stride) {
   for (int y = 0; y < rows; ++y) memcpy(dst + y * stride, src + y * stride, static_cast<size_t>(width));
 }
@@ -75,7 +204,7 @@ static void CounterUpdate(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
     const auto c = hn::LoadU(d, cnt + i);
     hn::StoreU(kAdd ? hn::Sub(c, m) : hn::Add(c, m), d, cnt + i);
   }
-  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(kAdd ? cnt[i] + (row[i] == v) : cnt[i] - (row[i] == v));
+  for (; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, kAdd);
 }
 
 void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
@@ -204,7 +333,7 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
     const auto m = hn::LoadMaskBits(d, hit + x / 8);
     hn::StoreU(hn::IfThenElse(m, vv, hn::LoadU(d, copy + x)), d, dst + x);
   }
-  for (; x < width; ++x) dst[x] = (win[x / 64] >> (x % 64)) & 1 ? v : copy[x];
+  for (; x < width; ++x) dst[x] = morph_detail::SpreadPixel(cnt, copy, x, width, kW, v);
 }
 
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
@@ -227,15 +356,47 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
     const auto m = erode ? hn::Eq(s, varea) : hn::Gt(s, zero);
     hn::StoreU(hn::DemoteTo(d8, hn::IfThenElseZero(m, one)), d8, out + i);
   }
-  for (; i < n; ++i) {
-    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
-    out[i] = erode ? (s == area) : (static_cast<int32_t>(s) > 0);
-  }
+  for (; i < n; ++i) out[i] = morph_detail::BoxPixel(bR[i], tL[i], tR[i], bL[i], area, erode);
 }
 
 template <bool kOr, class D, class V>
 HWY_INLINE V Comb(D, V a, V b) {
   return kOr ? hn::Or(a, b) : hn::And(a, b);
+}
+
+struct CounterRows {
+  void Add(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterAdd(row, cnt, n, v); }
+  void Sub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterSub(row, cnt, n, v); }
+  void Spread(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+              uint8_t v) const {
+    SpreadRow(cnt, copy, dst, width, kW, v);
+  }
+};
+
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  morph_detail::CounterLoop(copy, counters, image, width, height, kW, kH, v, CounterRows());
+}
+
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int r, int erode) {
+  morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
+}
+
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  morph_detail::DistForwardLoop(image, width, y0, y1, from, n, target, cap, col0 != 0, far,
+                                DistSeedRow);
+}
+
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  morph_detail::DistBackwardLoop(image, width, y1, y0, from, n, chainFrom, DistBelowRow);
+}
+
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  morph_detail::ThresholdLoop(image, static_cast<size_t>(stride), y0, y1, from, n, N, above,
+                              notAbove, ThresholdRow);
 }
 
 // Columns per block of the separable passes (the vertical results live on the stack).
@@ -252,7 +413,6 @@ static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* o
   const uint8_t* r1 = rows[1];
   const uint8_t* r2 = rows[2];
   const uint8_t* r3 = rows[R == 2 ? 3 : 0];
-  const uint8_t* r4 = rows[R == 2 ? 4 : 0];
   uint8_t* copy = const_cast<uint8_t*>(rows[2 * R]);  // the scratch row that receives `next`
   HWY_ALIGN uint8_t v[kFixedBlock + 2 * R + 64];
   int done = 0;
@@ -328,10 +488,7 @@ void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint
     const auto up = hn::Min(hn::SaturatedAdd(hn::LoadU(d, above + i), one), vcap);
     hn::StoreU(hn::IfThenZeroElse(hn::Eq(hn::LoadU(d, row + i), vt), up), d, row + i);
   }
-  for (; i < n; ++i) {
-    const int up = above[i] + 1 < cap ? above[i] + 1 : cap;
-    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
-  }
+  for (; i < n; ++i) row[i] = morph_detail::DistSeedPixel(above[i], row[i], target, cap);
 }
 
 void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
@@ -343,9 +500,7 @@ void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
     const auto b = hn::SaturatedAdd(hn::LoadU(d, below + i), one);
     hn::StoreU(hn::Min(hn::LoadU(d, row + i), b), d, row + i);
   }
-  for (; i < n; ++i) {
-    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
-  }
+  for (; i < n; ++i) row[i] = morph_detail::DistBelowPixel(below[i], row[i]);
 }
 
 void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
@@ -366,7 +521,7 @@ void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
     const auto over = hn::SaturatedSub(hn::LoadU(d, p + i), vn);
     hn::StoreU(hn::IfThenElse(hn::Eq(over, zero), vb, va), d, p + i);
   }
-  for (; i < n; ++i) p[i] = p[i] > N ? above : notAbove;
+  for (; i < n; ++i) p[i] = morph_detail::ThresholdPixel(p[i], N, above, notAbove);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -381,6 +536,11 @@ HWY_EXPORT(CounterSub);
 HWY_EXPORT(SpreadRow);
 HWY_EXPORT(BoxDecideRow);
 HWY_EXPORT(FixedMorph);
+HWY_EXPORT(CounterPass);
+HWY_EXPORT(BoxPass);
+HWY_EXPORT(DistForward);
+HWY_EXPORT(DistBackward);
+HWY_EXPORT(ThresholdRows);
 HWY_EXPORT(DistSeedRow);
 HWY_EXPORT(DistBelowRow);
 HWY_EXPORT(ThresholdRow);
@@ -398,6 +558,25 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, const uint32_t* bL,
                   uint8_t* out, int n, uint32_t area, int erode) {
   HWY_DYNAMIC_DISPATCH(BoxDecideRow)(bR, tL, tR, bL, out, n, area, erode);
+}
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  HWY_DYNAMIC_DISPATCH(CounterPass)(copy, counters, image, width, height, kW, kH, v);
+}
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int r, int erode) {
+  HWY_DYNAMIC_DISPATCH(BoxPass)(src, dst, integral, ring, width, height, r, erode);
+}
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  HWY_DYNAMIC_DISPATCH(DistForward)(image, width, y0, y1, from, n, target, cap, col0, far);
+}
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  HWY_DYNAMIC_DISPATCH(DistBackward)(image, width, y1, y0, from, n, chainFrom);
+}
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  HWY_DYNAMIC_DISPATCH(ThresholdRows)(image, stride, y0, y1, from, n, N, above, notAbove);
 }
 void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
                 int iterations, int shape, int useOr) {
@@ -417,11 +596,11 @@ void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
 namespace scalar {
 
 void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
-  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] + (row[i] == v ? 1 : 0));
+  for (int i = 0; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, true);
 }
 
 void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
-  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] - (row[i] == v ? 1 : 0));
+  for (int i = 0; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, false);
 }
 
 // The running horizontal sum of the column counters.
@@ -443,10 +622,7 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
 
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, const uint32_t* bL,
                   uint8_t* out, int n, uint32_t area, int erode) {
-  for (int i = 0; i < n; ++i) {
-    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
-    out[i] = erode ? (s == area ? 1 : 0) : (static_cast<int32_t>(s) > 0 ? 1 : 0);
-  }
+  for (int i = 0; i < n; ++i) out[i] = morph_detail::BoxPixel(bR[i], tL[i], tR[i], bL[i], area, erode);
 }
 
 // Each iteration: copy the image into the scratch, then every interior pixel from the copy.
@@ -468,21 +644,52 @@ void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int str
 }
 
 void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
-  for (int i = 0; i < n; ++i) {
-    int up = above[i] + 1;
-    if (up > cap) up = cap;
-    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
-  }
+  for (int i = 0; i < n; ++i) row[i] = morph_detail::DistSeedPixel(above[i], row[i], target, cap);
 }
 
 void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
-  for (int i = 0; i < n; ++i) {
-    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
-  }
+  for (int i = 0; i < n; ++i) row[i] = morph_detail::DistBelowPixel(below[i], row[i]);
 }
 
 void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
-  for (int i = 0; i < n; ++i) p[i] = static_cast<int>(p[i]) > N ? above : notAbove;
+  for (int i = 0; i < n; ++i) p[i] = morph_detail::ThresholdPixel(p[i], N, above, notAbove);
+}
+
+namespace {
+struct ScalarCounterRows {
+  void Add(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterAdd(row, cnt, n, v); }
+  void Sub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterSub(row, cnt, n, v); }
+  void Spread(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+              uint8_t v) const {
+    SpreadRow(cnt, copy, dst, width, kW, v);
+  }
+};
+}  // namespace
+
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  morph_detail::CounterLoop(copy, counters, image, width, height, kW, kH, v, ScalarCounterRows());
+}
+
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int r, int erode) {
+  morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
+}
+
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  morph_detail::DistForwardLoop(image, width, y0, y1, from, n, target, cap, col0 != 0, far,
+                                DistSeedRow);
+}
+
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  morph_detail::DistBackwardLoop(image, width, y1, y0, from, n, chainFrom, DistBelowRow);
+}
+
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  morph_detail::ThresholdLoop(image, static_cast<size_t>(stride), y0, y1, from, n, N, above,
+                              notAbove, ThresholdRow);
 }
 
 }  // namespace scalar

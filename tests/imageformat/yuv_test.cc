@@ -171,6 +171,13 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
         (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), c.data(), o[5].data(), n);
       });
       nv12(a, b, c, n);
+      // The plane entries over three chroma rows (stride n + 5) and a 2-row YUV444 image.
+      const auto plane = Bytes(3 * (n + 5), rng), y2 = Bytes(2 * n, rng);
+      same(3 * n, [&](Buf* o, bool scalar) {
+        (scalar ? sc::SplitPairRows : bivista::SplitPairRows)(plane.data(), o[0].data(), o[1].data(), n / 2, 3, n + 5);
+        (scalar ? sc::MergePairRows : bivista::MergePairRows)(plane.data(), plane.data() + 1, o[2].data(), n / 2, 3, n + 5);
+        if (n % 2 == 0) (scalar ? sc::Nv21ToYuv444Plane : bivista::Nv21ToYuv444Plane)(y2.data(), c.data(), o[3].data(), n, 2);
+      });
     }
     for (int u = 0; u < 256; ++u) {
       for (int k = 0; k < 256; ++k) uv[2 * k] = static_cast<uint8_t>(u), uv[2 * k + 1] = static_cast<uint8_t>(k);
