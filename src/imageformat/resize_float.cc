@@ -122,18 +122,17 @@ float* ResizeSpareDisparityNearest(const float* src, float* dst, int srcW, int s
   const float stepY = static_cast<float>(srcH - 1) / (dstH - 1);
   const float ratio = Ratio(dstW, srcW);
   int32_t* sx = static_cast<int32_t*>(malloc(static_cast<size_t>(dstW) * sizeof(int32_t)));
+  if (sx != nullptr) {
+    float accX = 0.0f;
+    for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = static_cast<int32_t>(floorf(accX + 0.5f));
+    bivista::NearestPlaneF32(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid);
+    free(sx);
+    return Src(src);
+  }
   float accY = 0.0f;
   for (int j = 0; j < dstH; ++j, accY += stepY) {
     const float* row = src + static_cast<ptrdiff_t>(floorf(accY + 0.5f)) * srcW;
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
-    if (sx != nullptr && j == 0) {
-      float accX = 0.0f;
-      for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = static_cast<int32_t>(floorf(accX + 0.5f));
-    }
-    if (sx != nullptr) {
-      bivista::NearestRowF32(row, sx, dstW, ratio, invalid, out);
-      continue;
-    }
     float accX = 0.0f;
     for (int i = 0; i < dstW; ++i, accX += stepX) {
       const int32_t x = static_cast<int32_t>(floorf(accX + 0.5f));
@@ -154,13 +153,7 @@ float* ResizeFloatImg_Bilinear_Extend_Quarter(const float* src, float* dst, int 
                                               int dstW, int dstH) {
   // The clamped base pair needs two source rows and columns.
   if (dstW != 2 * srcW || dstH != 2 * srcH || srcW < 2 || srcH < 2) return Src(src);
-  for (int j = 0; j < dstH; ++j) {
-    int r;
-    double wy0;
-    bivista::scalar::ExtendColumn(j, srcH, &r, &wy0);
-    const float* r0 = src + static_cast<ptrdiff_t>(r) * srcW;
-    bivista::ExtendRow(r0, r0 + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, srcW, wy0, 1.0 - wy0);
-  }
+  bivista::ExtendPlane(src, dst, srcW, srcH);
   return Src(src);
 }
 

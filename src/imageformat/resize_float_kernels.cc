@@ -101,6 +101,30 @@ void BilinearLoop(const FloatPlaneArgs& p, Row row, Masked masked) {
   }
 }
 
+// The exact 2x enlargement: row j blends source rows r and r + 1 (ExtendColumn on the rows).
+template <class Column, class Row>
+void ExtendLoop(const float* src, float* dst, int srcW, int srcH, Column column, Row row) {
+  const int dstW = 2 * srcW;
+  for (int j = 0; j < 2 * srcH; ++j) {
+    int r;
+    double wy0;
+    column(j, srcH, &r, &wy0);
+    const float* r0 = src + static_cast<ptrdiff_t>(r) * srcW;
+    row(r0, r0 + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, srcW, wy0, 1.0 - wy0);
+  }
+}
+
+// Nearest rows: source row floor(accY + 0.5) with accY += stepY, columns from the table sx.
+template <class Row>
+void NearestLoop(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                 const int32_t* sx, float ratio, float invalid, Row row) {
+  float accY = 0.0f;
+  for (int j = 0; j < dstH; ++j, accY += stepY) {
+    const float* in = src + static_cast<ptrdiff_t>(floorf(accY + 0.5f)) * srcW;
+    row(in, sx, dstW, ratio, invalid, dst + static_cast<ptrdiff_t>(j) * dstW);
+  }
+}
+
 // The exact half: output row j is the 2 x 2 means of source rows 2j and 2j + 1 (2 x dstW wide).
 template <class Row>
 void QuarterLoop(const float* src, float* dst, int dstW, int dstH, Row row) {
@@ -262,6 +286,17 @@ void BilinearPlaneF32(const FloatPlaneArgs& args) {
   rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
 }
 
+void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1);
+
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  rfpix::ExtendLoop(src, dst, srcW, srcH, scalar::ExtendColumn, ExtendRow);
+}
+
+void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                     const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
+}
+
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   const int dstW = 2 * srcW;
   out[0] = rfpix::ExtendAt(r0, r1, 0, srcW, wy0, wy1);
@@ -346,6 +381,8 @@ HWY_EXPORT(MaskedRowF32);
 HWY_EXPORT(NearestRowF32);
 HWY_EXPORT(QuarterMeanPlane);
 HWY_EXPORT(BilinearPlaneF32);
+HWY_EXPORT(ExtendPlane);
+HWY_EXPORT(NearestPlaneF32);
 HWY_EXPORT(ExtendRow);
 HWY_EXPORT(GuidedRow);
 
@@ -368,6 +405,13 @@ void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
   HWY_DYNAMIC_DISPATCH(QuarterMeanPlane)(src, dst, dstW, dstH);
 }
 void BilinearPlaneF32(const FloatPlaneArgs& args) { HWY_DYNAMIC_DISPATCH(BilinearPlaneF32)(args); }
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  HWY_DYNAMIC_DISPATCH(ExtendPlane)(src, dst, srcW, srcH);
+}
+void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                     const int32_t* sx, float ratio, float invalid) {
+  HWY_DYNAMIC_DISPATCH(NearestPlaneF32)(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid);
+}
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   HWY_DYNAMIC_DISPATCH(ExtendRow)(r0, r1, out, srcW, wy0, wy1);
 }
@@ -400,6 +444,15 @@ void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
 
 void BilinearPlaneF32(const FloatPlaneArgs& args) {
   rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
+}
+
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  rfpix::ExtendLoop(src, dst, srcW, srcH, ExtendColumn, ExtendRow);
+}
+
+void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                     const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   for (int i = 0; i < 2 * srcW; ++i) out[i] = rfpix::ExtendAt(r0, r1, i, srcW, wy0, wy1);

@@ -42,6 +42,11 @@ struct FloatPlaneArgs {
   int safe;
 };
 void BilinearPlaneF32(const FloatPlaneArgs& args);
+// The exact 2x enlargement of a srcW x srcH image (srcW, srcH >= 2), one dispatch per image.
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH);
+// Nearest rows: row j reads source row floor(accY + 0.5) (accY += stepY) at columns sx.
+void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                     const int32_t* sx, float ratio, float invalid);
 // The mask's rows interpolated with the same weights reject a column when they truncate above
 // 0; columns below safeEnd may read four mask bytes from x0 on.
 void MaskedRowF32(const FloatRowArgs& args, const uint8_t* maskA, const uint8_t* maskC,
@@ -67,6 +72,9 @@ void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
 
 namespace scalar {
 void BilinearPlaneF32(const FloatPlaneArgs& args);
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH);
+void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
+                     const int32_t* sx, float ratio, float invalid);
 void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
 void BilinearRowF32(const FloatRowArgs& args, float* out);
 

@@ -234,6 +234,12 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
       };
       ASSERT_TRUE(same(plane(bivista::BilinearPlaneF32), plane(bivista::scalar::BilinearPlaneF32), qw * qh));
     }
+    auto extend = [&](auto fn) { return [&, fn](float* o) { fn(ps.data(), o, pw, ph); }; };
+    ASSERT_TRUE(same(extend(bivista::ExtendPlane), extend(bivista::scalar::ExtendPlane), 4 * pw * ph));
+    auto nearest = [&](auto fn) {
+      return [&, fn](float* o) { fn(ps.data(), o, pw, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
+    };
+    ASSERT_TRUE(same(nearest(bivista::NearestPlaneF32), nearest(bivista::scalar::NearestPlaneF32), qw * qh));
     for (int y : {5, 7, 12})
       for (int x1 = 6; x1 <= 2 * gw - 5; x1 += 7)
         ASSERT_TRUE(same(bivista::GuidedRow, bivista::scalar::GuidedRow, 2 * gw, g, y, 5, x1)) << y << " " << x1;
