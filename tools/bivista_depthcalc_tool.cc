@@ -339,7 +339,13 @@ struct Mode {
   const char* summary;
 };
 // One declaration and one row per mode.
+int RunTonematch(int argc, char** argv);
+int RunNv12luma(int argc, char** argv);
+int RunMedian(int argc, char** argv);
 static const Mode kModes[] = {
+    {"tonematch", RunTonematch, "tone-match one image to another, plot histograms and curves"},
+    {"nv12luma", RunNv12luma, "rewrite an NV12 image's luma with the tuned weights"},
+    {"median", RunMedian, "joint weighted median of a depth map guided by a photo"},
     {nullptr, nullptr, nullptr},
 };
 

@@ -3,6 +3,7 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include "imageformat/yuv_deltas-inl.h"
 #include "imageformat/yuv_kernels.h"
 
 // Included once per target by foreach_target: define the shared pixel helpers only once.
@@ -138,12 +139,6 @@ HWY_INLINE hn::Vec<D16> DupTo16(D16 d16, V32 x) {
   return hn::BitCast(d16, hn::Or(hn::And(x, hn::Set(d32, 0xFFFF)), hn::ShiftLeft<16>(x)));
 }
 
-// floor(k x c / 1000) for |c| <= 128 as (c x K + bias) >> 20 with K = k x 2^20 / 1000 rounded:
-// the exact quotient is an integer or at least 0.001 above one, the scaled constants are off by
-// less than 5e-5 over the range and the bias adds 0.0005, so the floor is the same (checked for
-// every chroma pair by the tests). Two terms add before the shift.
-constexpr int32_t kFloorBias = 524;
-
 #endif
 
 void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
@@ -168,12 +163,9 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
                                       hn::Mul(cu, hn::Set(d32, -46793))));
       db = hn::ShiftRight<16>(hn::Mul(cu, hn::Set(d32, 116195)));
     } else {
-      const auto bias = hn::Set(d32, kFloorBias);
-      dr = hn::ShiftRight<20>(hn::Add(hn::Mul(cv, hn::Set(d32, 1471152)), bias));
-      dg = hn::ShiftRight<20>(hn::Add(hn::Add(hn::Mul(cu, hn::Set(d32, -748683)),
-                                              hn::Mul(cv, hn::Set(d32, -360710))),
-                                      bias));
-      db = hn::ShiftRight<20>(hn::Add(hn::Mul(cu, hn::Set(d32, 1859125)), bias));
+      dr = FloatDeltaR(cv);
+      dg = FloatDeltaG(cu, cv);
+      db = FloatDeltaB(cu);
     }
     const auto r16 = DupTo16(d16, dr), g16 = DupTo16(d16, dg), b16 = DupTo16(d16, db);
     const uint8_t* ys[2] = {y0, y1};
