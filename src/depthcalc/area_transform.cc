@@ -2,8 +2,11 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "bivista/mem_services.h"
 #include "common/log_internal.h"
+#include "common/mem_internal.h"
 #include "depthcalc/depthcalc_internal.h"
 #include "depthcalc/depthcalc_kernels.h"
 
@@ -48,11 +51,13 @@ struct Sums {
 
 // Forward form: the field is read where the sample lands. Inverse form: the sample's own field
 // is used and the disparity is read where it lands.
+// count starts at the area's w x h; an inverted area (w or h not above 0) has no sample to walk.
 template <bool Forward, int Dir>
 Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t* target, int w,
-              int n) {
+              int h) {
   Sums s;
-  s.count = n;
+  s.count = w * h;
+  const int n = w > 0 && h > 0 ? w * h : 0;
   for (int i = 0; i < n; ++i) {
     const int t = target[i];
     if (t < 0) {
@@ -88,7 +93,7 @@ Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target
   } else {
     LandingTargets(vy, vx, w, h, target);
   }
-  return WalkSums<Forward, Dir>(disp, vx, vy, target, w, w * h);
+  return WalkSums<Forward, Dir>(disp, vx, vy, target, w, h);
 }
 
 // Forward form, directions 2 and 3: the disparity moves a sample along its own row, so the
@@ -134,7 +139,7 @@ Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const flo
     }
   }
   Sums none;
-  none.count = w * h;
+  none.count = w * h;  // w and h fit: see TransDispariyArea
   return none;
 }
 
@@ -284,7 +289,9 @@ Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
 
 void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
                   float* vy) {
-  const int w = rect.right - rect.left + 1;
+  const int64_t w64 = static_cast<int64_t>(rect.right) - rect.left + 1;
+  if (w64 <= 0) return;  // no sample, and no row pointer to form
+  const int w = static_cast<int>(w64);
   const float eps = EpsilonAsFloat();
   for (int y = rect.top; y <= rect.bottom; ++y) {
     GuardedVxVyRow(H, eps, rect.left + xoff, static_cast<float>(y + yoff), w,
@@ -295,23 +302,35 @@ void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, 
 
 int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
-  const int w = rect.right - rect.left + 1;
-  const int h = rect.bottom - rect.top + 1;
+  // An inverted rectangle far from the map has sides and a plane size beyond 32 bits: sized in
+  // 64 bits, such a plane is refused by the allocator (an empty area of a size that fits is
+  // allocated and walked as empty).
+  const int64_t w64 = static_cast<int64_t>(rect.right) - rect.left + 1;
+  const int64_t h64 = static_cast<int64_t>(rect.bottom) - rect.top + 1;
+  const bool empty = w64 <= 0 || h64 <= 0;
   // One block for the three planes and the landing index of every sample: one allocation to
   // fail or free.
   // The row-local case needs four rows instead.
   const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
-  const bool rowLocal = w > 0 && h > 0 && RowLocal(form, rec.shiftDirection);
-  const int plane = rowLocal ? w : w * h;
-  float* disp = static_cast<float*>(safeNew(plane * 4 * static_cast<int>(sizeof(float))));
+  const bool rowLocal = !empty && RowLocal(form, rec.shiftDirection);
+  // Sides held to 2^28 either way keep the product exact in 64 bits and refused all the same.
+  constexpr int64_t kSideCap = int64_t{1} << 28;
+  const int64_t cw = std::min(std::max(w64, -kSideCap), kSideCap);
+  const int64_t ch = std::min(std::max(h64, -kSideCap), kSideCap);
+  const int64_t plane64 = rowLocal ? w64 : cw * ch;
+  float* disp = static_cast<float*>(
+      SafeNewSize(plane64 * 4 * static_cast<int64_t>(sizeof(float))));
   if (disp == nullptr) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
     return -1;
   }
+  // Allocated, the plane fits 32 bits, and so do w and h (both positive, or both negative).
+  const int w = static_cast<int>(w64), h = static_cast<int>(h64);
+  const int plane = static_cast<int>(plane64);
   float* vx = disp + plane;
   float* vy = vx + plane;
   int32_t* target = reinterpret_cast<int32_t*>(vy + plane);
-  if (!rowLocal) FillDisparity(rec, rect, w, h, disp);
+  if (!rowLocal && !empty) FillDisparity(rec, rect, w, h, disp);
 
   // Square and wide maps are centred in a 4:3 frame.
   const int W = rec.width;

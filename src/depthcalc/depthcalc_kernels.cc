@@ -32,7 +32,7 @@ inline bool VxVy(const float* H, float eps, float X, float Y, float* vx, float* 
 }
 
 inline float Disparity(int raw, int offset) {
-  const int v = raw + offset;
+  const int v = WrapAdd(raw, offset);
   return v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
 }
 
@@ -52,7 +52,9 @@ inline void Search(const T* in, int16_t* least, int16_t* firstK) {
 }
 
 inline uint8_t MultiBin(int raw, int offset) {
-  const unsigned d = static_cast<unsigned>(abs(raw + offset)) >> 2;
+  // |INT32_MIN| is taken as 2^31, as the vector lanes do.
+  const uint32_t v = static_cast<uint32_t>(WrapAdd(raw, offset));
+  const unsigned d = (static_cast<int32_t>(v) < 0 ? 0u - v : v) >> 2;
   return static_cast<uint8_t>(d > kMultiOverflowBin - 1 ? kMultiOverflowBin : d);
 }
 

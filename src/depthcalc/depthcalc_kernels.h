@@ -7,6 +7,12 @@
 
 namespace bivista {
 
+// raw + offset of a sample, wrapping modulo 2^32 as the vector lanes do: an offset near the int
+// limits carries the sum round to the other sign instead of overflowing.
+inline int32_t WrapAdd(int32_t raw, int32_t offset) {
+  return static_cast<int32_t>(static_cast<uint32_t>(raw) + static_cast<uint32_t>(offset));
+}
+
 // Where a position lands on an axis of n samples once rounded (add a half in double precision,
 // truncate toward zero, not-a-number as 0): the index, or -1 outside. Branch-free: clamped to
 // [-1, n] before the conversion, and -1 and n both read as outside.

@@ -5,6 +5,7 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/mthread.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "gaussblur/gaussblur_internal.h"
 #include "gaussblur/gaussblur_kernels.h"
@@ -128,14 +129,15 @@ constexpr PathText kText7 = {
     "[%s.%-4d] GaussianBlur7x7_u8_optimization error in %s\n"};
 // clang-format on
 
-// Byte count for safeNew; sizes beyond int are handed on as -1 and refused there.
-int Bytes(long long rows, int stride) {
-  const long long bytes = rows * stride;
-  return bytes > 0x7FFFFFFFLL ? -1 : static_cast<int>(bytes);
-}
-
 void CopyRow(const uint8_t* src, uint8_t* dst, int width) {
   if (src != dst && width > 0) memcpy(dst, src, static_cast<size_t>(width));
+}
+
+// rows rows of a block at stride, width bytes each: the last image row may end at its width.
+void CopyBlock(const uint8_t* src, uint8_t* dst, int rows, int stride, int width) {
+  for (int i = 0; i < rows; ++i) {
+    CopyRow(src + static_cast<long>(i) * stride, dst + static_cast<long>(i) * stride, width);
+  }
 }
 
 // Rows of one worker's strip: [first, first + count) counted from the first interior row.
@@ -280,6 +282,14 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
             static_cast<void*>(dst), static_cast<const void*>(kernel));
     return -1;
   }
+  // Scratch and boundary rows are src_stride bytes and hold width bytes; shorter strides would
+  // also make rows overlap.
+  if (srcStride < width || dstStride < width) {
+    BV_LOGE(kTagAlgo, text.path, text.lineBadArgs,
+            "ERROR: src_stride[%d] or dst_stride[%d] is less than width[%d]!!!", srcStride,
+            dstStride, width);
+    return -1;
+  }
   if (thNum > kGaussMaxThreads) {
     BV_LOGE(kTagAlgo, text.path, text.lineManyThreads, "th_num too large! th_num[%d]", thNum);
     return -1;
@@ -302,8 +312,11 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.thNum = thNum;
   job.status = status;
   job.kernel = kernel;
-  job.src = src + static_cast<long>(r) * srcStride;
-  job.dst = dst + static_cast<long>(r) * dstStride;
+  // Rows past the top border are addressed only when the image has them (no pointer is formed
+  // past a short image).
+  const bool interior = height > 2 * r;
+  job.src = interior ? src + static_cast<long>(r) * srcStride : src;
+  job.dst = interior ? dst + static_cast<long>(r) * dstStride : dst;
   job.bounds = bounds;
   job.scratch = nullptr;
   job.scratchBlock = static_cast<long>(2 * r) * srcStride;
@@ -322,7 +335,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   uint8_t* headTail = nullptr;
   uint8_t* ownHeadTail = nullptr;
   const int headTailBytes =
-      inPlace ? Bytes(static_cast<long long>(window) * (thNum + 1), srcStride) : 0;
+      inPlace ? SafeNewBytes(static_cast<int64_t>(window) * (thNum + 1), srcStride) : 0;
   if (inPlace && headTailBytes < 0) {
     BV_LOGE(kTagAlgo, text.path, text.lineAllocHeadTail, "Malloc thread_head_tail_data fail %s\n",
             text.path);
@@ -348,8 +361,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     // Own scratch: every thread's rows start on their own cache line, so that two threads never
     // write one line (the ring is rewritten on every row).
     job.scratchBlock = (job.scratchBlock + kLine - 1) / kLine * kLine;
-    const long long own = static_cast<long long>(job.scratchBlock) * thNum + kLine;
-    ownScratch = static_cast<uint8_t*>(safeNew(Bytes(own, 1)));
+    const int64_t own = static_cast<int64_t>(job.scratchBlock) * thNum + kLine;
+    ownScratch = static_cast<uint8_t*>(safeNew(SafeNewBytes(own)));
     scratch = ownScratch == nullptr
                   ? nullptr
                   : ownScratch + ((kLine - reinterpret_cast<uintptr_t>(ownScratch) % kLine) % kLine);
@@ -363,8 +376,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.scratch = scratch;
 
   // Boundary blocks of every strip; in place they are copied before any worker starts.
-  const uint8_t* headRows = src + static_cast<long>(r) * srcStride;
-  const uint8_t* tailRows = src + static_cast<long>(height - window) * srcStride;
+  const uint8_t* headRows = interior ? src + static_cast<long>(r) * srcStride : src;
+  const uint8_t* tailRows = interior ? src + static_cast<long>(height - window) * srcStride : src;
   for (int t = 0; t < thNum; ++t) {
     int first = 0;
     int count = 0;
@@ -374,8 +387,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     const uint8_t* below = job.src + static_cast<long>(first + count) * srcStride;
     if (inPlace) {
       uint8_t* copy = headTail + static_cast<long>(t) * window * srcStride;
-      memcpy(copy, above, static_cast<size_t>(r) * srcStride);
-      memcpy(copy + static_cast<long>(r) * srcStride, below, static_cast<size_t>(r) * srcStride);
+      CopyBlock(above, copy, r, srcStride, width);
+      CopyBlock(below, copy + static_cast<long>(r) * srcStride, r, srcStride, width);
       bounds[2 * t] = copy;
       bounds[2 * t + 1] = copy + static_cast<long>(r) * srcStride;
     } else {
@@ -385,9 +398,9 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   }
   if (inPlace) {
     uint8_t* copy = headTail + static_cast<long>(thNum) * window * srcStride;
-    if (height >= 2 * r + 1) {
-      memcpy(copy, headRows, static_cast<size_t>(r) * srcStride);
-      memcpy(copy + static_cast<long>(r) * srcStride, tailRows, static_cast<size_t>(r) * srcStride);
+    if (interior) {
+      CopyBlock(headRows, copy, r, srcStride, width);
+      CopyBlock(tailRows, copy + static_cast<long>(r) * srcStride, r, srcStride, width);
     }
     headRows = copy;
     tailRows = copy + static_cast<long>(r) * srcStride;
@@ -544,7 +557,7 @@ int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height, int s
     BV_LOGE(kTagAlgo, fn, kLineKLength, "ATTENTION: k_length is wrong!k_length[%d]", k_length);
     return -1;
   }
-  if (sigma <= 0) {
+  if (!(sigma > 0)) {  // NaN too: it would reach the kernel's integer conversion
     BV_LOGE(kTagAlgo, fn, kLineSigma, "ATTENTION: sigma is wrong!sigma[%f]",
             static_cast<double>(sigma));
     return -1;

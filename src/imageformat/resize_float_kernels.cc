@@ -86,17 +86,12 @@ template <class Row, class Masked>
 void BilinearLoop(const FloatPlaneArgs& p, Row row, Masked masked) {
   float fy = 0.0f;
   for (int j = 0; j < p.dstH; ++j, fy += p.stepY) {
-    const int y0 = static_cast<int>(fy);
-    const FloatRowArgs r{p.src + static_cast<ptrdiff_t>(y0) * p.srcW,
-                         p.src + static_cast<ptrdiff_t>(y0 + 1) * p.srcW,
-                         p.x0, p.ax, p.dstW, fy - y0, p.mode, p.ratio, p.invalid,
-                         y0 + 1 == p.srcH - 1 ? p.srcW : 2 * p.srcW};
+    const BilinearRowSet s(p, fy);
     float* out = p.dst + static_cast<ptrdiff_t>(j) * p.dstW;
     if (p.mask != nullptr) {
-      const uint8_t* ma = p.mask + static_cast<ptrdiff_t>(y0) * p.srcW;
-      masked(r, ma, ma + p.srcW, y0 + 1 == p.srcH - 1 ? p.safe : p.dstW, out);
+      masked(s.r, s.maskA, s.maskC, s.safeEnd, out);
     } else {
-      row(r, out);
+      row(s.r, out);
     }
   }
 }
@@ -114,13 +109,14 @@ void ExtendLoop(const float* src, float* dst, int srcW, int srcH, Column column,
   }
 }
 
-// Nearest rows: source row floor(accY + 0.5) with accY += stepY, columns from the table sx.
+// Nearest rows: source row floor(accY + 0.5) with accY += stepY (held inside the srcH rows),
+// columns from the table sx.
 template <class Row>
-void NearestLoop(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
-                 const int32_t* sx, float ratio, float invalid, Row row) {
+void NearestLoop(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                 float stepY, const int32_t* sx, float ratio, float invalid, Row row) {
   float accY = 0.0f;
   for (int j = 0; j < dstH; ++j, accY += stepY) {
-    const float* in = src + static_cast<ptrdiff_t>(floorf(accY + 0.5f)) * srcW;
+    const float* in = src + static_cast<ptrdiff_t>(NearestIndex(accY, srcH)) * srcW;
     row(in, sx, dstW, ratio, invalid, dst + static_cast<ptrdiff_t>(j) * dstW);
   }
 }
@@ -292,9 +288,9 @@ void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
   rfpix::ExtendLoop(src, dst, srcW, srcH, scalar::ExtendColumn, ExtendRow);
 }
 
-void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
-                     const int32_t* sx, float ratio, float invalid) {
-  rfpix::NearestLoop(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
 }
 
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
@@ -408,9 +404,10 @@ void BilinearPlaneF32(const FloatPlaneArgs& args) { HWY_DYNAMIC_DISPATCH(Bilinea
 void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
   HWY_DYNAMIC_DISPATCH(ExtendPlane)(src, dst, srcW, srcH);
 }
-void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
-                     const int32_t* sx, float ratio, float invalid) {
-  HWY_DYNAMIC_DISPATCH(NearestPlaneF32)(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid);
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  HWY_DYNAMIC_DISPATCH(NearestPlaneF32)(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio,
+                                        invalid);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   HWY_DYNAMIC_DISPATCH(ExtendRow)(r0, r1, out, srcW, wy0, wy1);
@@ -450,9 +447,9 @@ void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
   rfpix::ExtendLoop(src, dst, srcW, srcH, ExtendColumn, ExtendRow);
 }
 
-void NearestPlaneF32(const float* src, float* dst, int srcW, int dstW, int dstH, float stepY,
-                     const int32_t* sx, float ratio, float invalid) {
-  rfpix::NearestLoop(src, dst, srcW, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   for (int i = 0; i < 2 * srcW; ++i) out[i] = rfpix::ExtendAt(r0, r1, i, srcW, wy0, wy1);

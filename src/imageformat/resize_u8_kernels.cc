@@ -16,7 +16,8 @@ namespace bivista {
 namespace u8loop {
 
 // Row j of a single-channel resize: source rows y0 = (int)(j x stepY) and y0 + 1; `readable`
-// bytes follow the first row (the last source row has nothing after it).
+// bytes follow the first row (the last source row has nothing after it). One row or one column:
+// the missing neighbour (weight exactly 0) is the sample itself.
 template <class Row>
 void Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH, float stepX,
            float stepY, bool mask, ColumnTable cols, Row row) {
@@ -24,9 +25,16 @@ void Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int d
     const float fy = j * stepY;
     const int y0 = static_cast<int>(fy);
     const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    const int readable = y0 + 1 == srcH - 1 ? srcW : 2 * srcW;
-    row(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable, stepX, fy - y0,
-        mask, cols);
+    const uint8_t* rowC = srcH > 1 ? rowA + srcW : rowA;
+    int readable = PairBytes(y0, srcH, srcW);
+    uint8_t pairA[2], pairC[2];
+    if (srcW == 1) {
+      pairA[0] = pairA[1] = rowA[0];
+      pairC[0] = pairC[1] = rowC[0];
+      rowA = pairA, rowC = pairC, readable = 2;
+    }
+    row(rowA, rowC, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable, stepX, fy - y0, mask,
+        cols);
   }
 }
 
@@ -38,11 +46,12 @@ void Channels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, in
               Row row) {
   const ptrdiff_t srcRow = static_cast<ptrdiff_t>(srcW) * ch;
   const ptrdiff_t dstRow = static_cast<ptrdiff_t>(dstW) * ch;
+  const ptrdiff_t lower = srcH > 1 ? srcRow : 0;  // a one-row source is its own lower row
   for (int j = 0; j < dstH; ++j) {
     const float fy = j * stepY;
     const int y0 = static_cast<int>(fy);
     const uint8_t* rowA = src + y0 * srcRow;
-    row(rowA, rowA + srcRow, dst + j * dstRow, x0, ax, dstW, y0 + 1 == srcH - 1 ? safe : dstW,
+    row(rowA, rowA + lower, dst + j * dstRow, x0, ax, dstW, y0 + 1 >= srcH - 1 ? safe : dstW,
         fy - y0, ch, count);
   }
 }

@@ -64,18 +64,30 @@ void Yuv444Loop(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
   }
 }
 
-// Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone.
+// Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone. An odd width
+// whose stride leaves no byte after it: the last pixel's pair has its U only, and V is taken as
+// 128 (no difference) instead of reading past the row.
 template <class Rows>
 void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
               bool fixedPoint, Rows rows) {
   if (width < 1 || height < 1) return;
   const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
   const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
+  const bool cut = (width & 1) != 0 && stride <= width;
+  const int whole = cut ? width - 1 : width;
   for (int y = 0; y < height; y += 2) {
     const bool pair = y + 1 < height;
     const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
-    rows(y0, pair ? y0 + stride : nullptr, uvPlane + static_cast<ptrdiff_t>(y / 2) * stride,
-         rgb + y * rgbRow, pair ? rgb + (y + 1) * rgbRow : nullptr, width, fixedPoint);
+    const uint8_t* y1 = pair ? y0 + stride : nullptr;
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y / 2) * stride;
+    uint8_t* out0 = rgb + y * rgbRow;
+    uint8_t* out1 = pair ? out0 + rgbRow : nullptr;
+    if (whole > 0) rows(y0, y1, uv, out0, out1, whole, fixedPoint);
+    if (cut) {
+      const uint8_t last[2] = {uv[whole], 128};
+      rows(y0 + whole, pair ? y1 + whole : nullptr, last, out0 + 3 * whole,
+           pair ? out1 + 3 * whole : nullptr, 1, fixedPoint);
+    }
   }
 }
 

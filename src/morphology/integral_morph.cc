@@ -4,6 +4,7 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/morphology.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "morphology/morph_kernels.h"
 
@@ -23,12 +24,15 @@ constexpr const char kMemTag[] = "MORPHOLOGIC";
 // rows that stays in cache.
 int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsigned char* dst,
              int width, int height, int k, int erode) {
-  const int r = static_cast<int>(static_cast<double>(static_cast<float>(k - 1) * 0.5f) + 0.5);
+  // k - 1 in 64 bits: k may be INT_MIN. Every window bound in BoxPass is clipped in 64 bits, so
+  // radii up to about INT_MAX / 2 cannot overflow; areas are compared modulo 2^32 like the sums.
+  const int64_t r = static_cast<int64_t>(
+      static_cast<double>(static_cast<float>(static_cast<int64_t>(k) - 1) * 0.5f) + 0.5);
   if (mem == nullptr || mem->malloc == nullptr || width < 1 || height < 1 || r < 0) return -1;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* integral = static_cast<uint32_t*>(mem->malloc(count * 4, VTA_MEM_TAG(kMemTag), 0));
   if (integral == nullptr) return -1;
-  const int ring = height < 2 * r + 2 ? height : 2 * r + 2;
+  const int ring = static_cast<int>(height < 2 * r + 2 ? height : 2 * r + 2);
   BoxPass(src, dst, integral, ring, width, height, r, erode);
   if (mem->free != nullptr) mem->free(integral, VTA_MEM_TAG(kMemTag), 0);
   return 0;
@@ -85,7 +89,7 @@ int Erosion_Dilation_Function_opt(unsigned char* image, int width, int height, i
     return -1;
   }
   const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
-  auto* block = static_cast<unsigned char*>(safeNew(static_cast<int>(plane + width + 8)));
+  auto* block = static_cast<unsigned char*>(safeNew(SafeNewBytes(static_cast<int64_t>(plane) + width + 8)));
   if (block == nullptr) {
     BV_LOGW(kTagAlgo, kFunc, kLineSafeNew, "%s safeNew ERROR!!!", kFunc);
     return -1;

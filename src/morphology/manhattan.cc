@@ -3,6 +3,7 @@
 // contributions of the row above/below and the thresholds go through the row kernels, one
 // dispatch per pass.
 #include <stddef.h>
+#include <stdint.h>
 
 #include "bivista/morphology.h"
 #include "morphology/morph_kernels.h"
@@ -18,6 +19,18 @@ void InteriorBackward(unsigned char* image, int width, int height) {
 inline void ChainFromRight(unsigned char* row, int from) {
   for (int x = from; x >= 0; --x) {
     if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
+  }
+}
+
+// The threshold over a whole plane, whose size may exceed an int: one kernel call per int-sized
+// piece (one in practice).
+void ThresholdPlane(unsigned char* image, int width, int height, int N, unsigned char above,
+                    unsigned char notAbove) {
+  constexpr size_t kPiece = size_t{1} << 30;
+  const size_t left = static_cast<size_t>(width) * static_cast<size_t>(height);
+  for (size_t at = 0; at < left; at += kPiece) {
+    const size_t n = left - at < kPiece ? left - at : kPiece;
+    ThresholdRow(image + at, static_cast<int>(n), N, above, notAbove);
   }
 }
 
@@ -53,15 +66,16 @@ unsigned char* Erode_quick_timesN(unsigned char* image, int width, int height, u
     }
     InteriorBackward(image, width, height);
   }
-  ThresholdRow(image, width * height, N, 255, 0);
+  ThresholdPlane(image, width, height, N, 255, 0);
   return image;
 }
 
 unsigned char* manhattan(unsigned char* image, int width, int height, unsigned char value) {
   if (width < 1 || height < 1) return image;
   // Row 0 and column 0 use the far value wrapped to 8 bits, the rest the capped one.
-  const unsigned char far8 = static_cast<unsigned char>(width + height);
-  const unsigned char cap = static_cast<unsigned char>(width + height < 255 ? width + height : 255);
+  const int64_t far = static_cast<int64_t>(width) + height;  // no int overflow
+  const unsigned char far8 = static_cast<unsigned char>(far);
+  const unsigned char cap = static_cast<unsigned char>(far < 255 ? far : 255);
   unsigned char* p = image;
   p[0] = p[0] == value ? 0 : far8;
   for (int x = 1; x < width; ++x) {
@@ -80,13 +94,13 @@ unsigned char* manhattan(unsigned char* image, int width, int height, unsigned c
 unsigned char* dilate_manh(unsigned char* image, int width, int height, unsigned char N) {
   if (width < 1 || height < 1) return image;
   manhattan(image, width, height, 255);
-  ThresholdRow(image, width * height, N, 0, 255);
+  ThresholdPlane(image, width, height, N, 0, 255);
   return image;
 }
 
 unsigned char* erode_manh(unsigned char* image, int width, int height, unsigned char N) {
   if (width < 1 || height < 1) return image;
   manhattan(image, width, height, 0);
-  ThresholdRow(image, width * height, N, 255, 0);
+  ThresholdPlane(image, width, height, N, 255, 0);
   return image;
 }

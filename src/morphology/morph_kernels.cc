@@ -85,14 +85,18 @@ void CounterLoop(const uint8_t* copy, uint8_t* counters, uint8_t* image, int wid
 // window is not clipped go through decide(bR, tL, tR, bL, out, n, area, erode).
 template <class Decide>
 void BoxLoop(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
-             int height, int r, int erode, Decide decide) {
+             int height, int64_t r, int erode, Decide decide) {
   const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
+  // Exclusive lower and inclusive upper bound of the window around c, clipped to 0..n-1 in 64
+  // bits (r may be near INT_MAX / 2).
+  const auto lower = [&](int c) { return static_cast<int>(c - r >= 1 ? c - r - 1 : 0); };
+  const auto upper = [&](int c, int n) { return static_cast<int>(c + r < n - 1 ? c + r : n - 1); };
   int built = 0;  // integral rows computed so far
-  const int x0 = r + 1;
-  const int x1 = width - 1 - r;
+  const int64_t x0 = r + 1;
+  const int64_t x1 = width - 1 - r;
   for (int y = 0; y < height; ++y) {
-    const int top = y - r >= 1 ? y - r - 1 : 0;
-    const int bottom = y + r < height - 1 ? y + r : height - 1;
+    const int top = lower(y);
+    const int bottom = upper(y, height);
     for (; built <= bottom; ++built) {
       IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
                   slot(built), width);
@@ -101,18 +105,19 @@ void BoxLoop(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int
     const uint32_t* rowB = slot(bottom);
     uint8_t* out = dst + static_cast<size_t>(y) * width;
     const auto clipped = [&](int x) {
-      const int left = x - r >= 1 ? x - r - 1 : 0;
-      const int right = x + r < width - 1 ? x + r : width - 1;
+      const int left = lower(x);
+      const int right = upper(x, width);
       out[x] = BoxPixel(rowB[right], rowT[left], rowT[right], rowB[left],
-                        static_cast<uint32_t>((right - left) * (bottom - top)), erode);
+                        static_cast<uint32_t>(right - left) * static_cast<uint32_t>(bottom - top),
+                        erode);
     };
     int x = 0;
     for (; x < width && x < x0; ++x) clipped(x);
     if (x0 <= x1) {
-      const uint32_t area = static_cast<uint32_t>((2 * r + 1) * (bottom - top));
+      const uint32_t area = static_cast<uint32_t>(2 * r + 1) * static_cast<uint32_t>(bottom - top);
       decide(rowB + x0 + r, rowT + x0 - r - 1, rowT + x0 + r, rowB + x0 - r - 1, out + x0,
-             x1 - x0 + 1, area, erode);
-      x = x1 + 1;
+             static_cast<int>(x1 - x0 + 1), area, erode);
+      x = static_cast<int>(x1 + 1);
     }
     for (; x < width; ++x) clipped(x);
   }
@@ -158,7 +163,9 @@ void ThresholdLoop(uint8_t* image, size_t stride, int y0, int y1, int from, int 
   for (int y = y0; y <= y1; ++y) threshold(image + y * stride + from, n, N, above, notAbove);
 }
 
+// An empty or negative width copies nothing (the image may then be null).
 inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long stride) {
+  if (width < 1) return;
   for (int y = 0; y < rows; ++y) memcpy(dst + y * stride, src + y * stride, static_cast<size_t>(width));
 }
 
@@ -379,7 +386,7 @@ void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int wid
 }
 
 void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
-             int height, int r, int erode) {
+             int height, int64_t r, int erode) {
   morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
 }
 
@@ -564,7 +571,7 @@ void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int wid
   HWY_DYNAMIC_DISPATCH(CounterPass)(copy, counters, image, width, height, kW, kH, v);
 }
 void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
-             int height, int r, int erode) {
+             int height, int64_t r, int erode) {
   HWY_DYNAMIC_DISPATCH(BoxPass)(src, dst, integral, ring, width, height, r, erode);
 }
 void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
@@ -672,7 +679,7 @@ void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int wid
 }
 
 void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
-             int height, int r, int erode) {
+             int height, int64_t r, int erode) {
   morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
 }
 

@@ -37,7 +37,7 @@
   void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width,        \
                    int height, int kW, int kH, uint8_t v);                                   \
   void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,    \
-               int height, int r, int erode);                                                \
+               int height, int64_t r, int erode);                                            \
   void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n,               \
                    uint8_t target, uint8_t cap, int col0, uint8_t far);                      \
   void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n,              \

@@ -191,12 +191,15 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
     SCOPED_TRACE(Fmt("k %d %dx%d strides %d/%d threads %d inPlace %d pool %d pBuf %d direct %d", k,
                      width, height, srcStride, dstStride, threads, inPlace, !!pool, callerBuf,
                      direct));
-    const std::vector<uint8_t> image = bvtest::RandomBytes(size_t(srcStride) * height, rng);
+    // Images end at the last row's width (no padding after it), so no copy may read past it.
+    const std::vector<uint8_t> image =
+        bvtest::RandomBytes(size_t(srcStride) * (height - 1) + width, rng);
     const float sigma = 0.3f + static_cast<float>(rng() % 100) / 40.f;
     std::vector<uint16_t> taps = bvtest::RandomTaps(k, rng);  // direct calls take any taps
     ASSERT_EQ(direct ? 0 : bivista::get_gaussian_kernel(k, taps.data(), sigma), 0);
     const auto expected = bvtest::ReferenceBlur(image.data(), width, height, srcStride, taps);
-    std::vector<uint8_t> out = inPlace ? image : std::vector<uint8_t>(dstStride * height, 0xEE);
+    std::vector<uint8_t> out =
+        inPlace ? image : std::vector<uint8_t>(size_t(dstStride) * (height - 1) + width, 0xEE);
     const std::vector<uint8_t> before = out;
     const uint8_t* src = inPlace ? out.data() : image.data();
     const size_t guard = 64;
@@ -215,6 +218,7 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < dstStride; ++x) {
         const size_t at = static_cast<size_t>(y) * dstStride + x;
+        if (at >= out.size()) break;
         ASSERT_EQ(out[at], x < width ? expected[y * width + x] : before[at]) << x << "," << y;
       }
     }
@@ -293,6 +297,12 @@ TEST_F(GaussBlur, RefusalsAndWarnings) {
        {L(6, Name(3, "_multithread"), 517, "th_pool has 2 threads, fewer than th_num[3]!")}},
       {[&] { return PathFor(7)(s, d, 20, 12, 20, 20, taps, nullptr, 17, nullptr); },
        {L(6, Name(7, "_multithread"), 2624, "th_num too large! th_num[17]")}},
+      // Scratch rows are src_stride bytes: a shorter stride than the width is refused.
+      {[&] { return PathFor(3)(s, d, 20, 12, 19, 20, taps, pool2, 2, nullptr); },
+       {L(6, Name(3, "_multithread"), 512,
+          "ERROR: src_stride[19] or dst_stride[20] is less than width[20]!!!")}},
+      {[&] { return im.Blur(5, std::nanf(""), pool2, 2); },
+       {E(2820, "ATTENTION: sigma is wrong!sigma[nan]")}},
       {[&] { return im.Blur(5, .8f, pool2, 0); },
        {Mismatch(.8f, 5), L(6, Name(5, "_Body_Caller"), 1161, "threadNum is zero!!!\n"),
         L(6, path5, 1551, Name(5, " error in ") + path5 + "\n"),
@@ -364,7 +374,8 @@ TEST_F(GaussBlur, WorkersReportMissingScratch) {
     const uint8_t* bounds[2] = {im.src.data(), im.src.data() + 20 * (12 - r)};
     const uint8_t* s = im.src.data() + 20 * r;
     bivista::GaussJob job = {
-        20, 12 - 2 * r, 20, 20, 1, &status, taps, s, im.dst.data() + 20 * r, bounds, nullptr, r};
+        20, 12 - 2 * r, 20, 20, 1, &status, taps, s, im.dst.data() + 20 * r, bounds, nullptr,
+        2L * r * 20, r};
     bivista::GaussArg arg = {&job, 0};
     LogCapture log;
     workers[r - 1](&arg, 0);

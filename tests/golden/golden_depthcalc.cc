@@ -97,7 +97,8 @@ void HashFiles(Sink& s, const std::string& dir) {
   std::sort(names.begin(), names.end());
   for (const std::string& n : names) {
     const std::string path = dir + "/" + n;
-    if (opendir(path.c_str()) != nullptr) {
+    if (DIR* sub = opendir(path.c_str())) {
+      closedir(sub);
       s.Text(n + "/");
       HashFiles(s, path);
       continue;

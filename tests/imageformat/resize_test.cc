@@ -1,6 +1,7 @@
 // Resizers against direct formulations, their messages, and vector against scalar rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -237,7 +238,7 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
     auto extend = [&](auto fn) { return [&, fn](float* o) { fn(ps.data(), o, pw, ph); }; };
     ASSERT_TRUE(same(extend(bivista::ExtendPlane), extend(bivista::scalar::ExtendPlane), 4 * pw * ph));
     auto nearest = [&](auto fn) {
-      return [&, fn](float* o) { fn(ps.data(), o, pw, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
+      return [&, fn](float* o) { fn(ps.data(), o, pw, ph, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
     };
     ASSERT_TRUE(same(nearest(bivista::NearestPlaneF32), nearest(bivista::scalar::NearestPlaneF32), qw * qh));
     for (int y : {5, 7, 12})
@@ -369,14 +370,73 @@ TEST(Resize, EmptyDestinationsWriteNothingAndChannelResizersReportUnderOneName) 
       {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 0, 4, 2); }, 1, 0},
       {[&] { ResizeUcharRGB(src, dst.data(), 4, 4, 0, 4); }, 3, 0},
       {[&] { ResizeUcharNV21(src, dst.data(), 4, 4, 1, 4); }, 2, 4},  // luma resized, chroma width 0 twice
+      // Empty or negative sources, fewer than one channel: nothing to sample, nothing written.
+      {[&] { ResizeFloat(fsrc, out, 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeSparedataFloat(fsrc, src, out, 4, -2, 4, 4, 1.0f, 0.0f); }, 0, 0},
+      {[&] { ResizeSpareDisparityNearest(fsrc, out, -1, 4, 4, 4, 0.0f); }, 0, 0},
+      {[&] { ResizeFloatImage_KeepBorder_full(fsrc, out, nullptr, nullptr, 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeUcharRGB(src, dst.data(), 4, -1, 4, 4); }, 0, 0},
+      {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 4, 4, 0); }, 0, 0},
+      // An NV21 destination of negative sides is empty: no chroma pointer past it.
+      {[&] { ResizeUcharNV21(src, nullptr, 4, 4, -3, -3); }, 2, 0},
+      // Exact 2x relations in 64 bits (2 x INT_MAX must not wrap onto a size); halving needs the
+      // source rows it reads.
+      {[&] {
+         ResizeFloatImg_Bilinear(fsrc, out, 4, 4, 0, 0x7FFFFFFF);
+         ResizeFloatImg_Bilinear_Downsample_Quarter(fsrc, out, 4, 4, 2, 3);
+         ResizeUchar_upScale2x2(src, dst.data(), 1 << 30, 2, -0x7FFFFFFF - 1, 4);
+       }, 0, 0},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << &c - cases);
+    std::fill(dst.begin(), dst.end(), 0x33);
     log.Clear();
     c.call();
     EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_WARN, "ZR481_ALGO", "ResizeUcharChl", "dstW <= 0", 758), c.messages);
     EXPECT_EQ(log.Lines().size(), static_cast<size_t>(c.messages));
     for (size_t i = c.firstUntouched; i < dst.size(); ++i) ASSERT_EQ(dst[i], 0x33) << c.messages << " at " << i;
   }
+}
+
+// One-row and one-column sources are their own neighbours (weight exactly 0), long destinations
+// hold accumulated positions at the last pair, guided up-sampling of sizes that are not a
+// multiple stays inside the source: every buffer below is exact.
+TEST(Resize, OneRowOneColumnLongAndUnevenDestinationsReadOnlyTheSource) {
+  const std::vector<float> col = {1.5f, -2.0f, 7.25f, 3.0f, 0.5f};  // 1 x 5
+  std::vector<float> out(3 * 4);
+  ResizeDepth(col.data(), out.data(), 1, 5, 3, 4);
+  float fy = 0;
+  for (int j = 0; j < 4; ++j, fy += 4.0f / 4) {
+    const int y0 = static_cast<int>(fy);
+    const float ay = fy - y0, v = col[y0] * (1 - ay) + col[y0 + 1] * ay;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(out[j * 3 + i], v) << j;
+  }
+  const std::vector<uint8_t> row = {10, 200, 30};  // 3 x 1
+  std::vector<uint8_t> u8(5 * 2);
+  ResizeUchar(row.data(), u8.data(), 3, 1, 5, 2);
+  for (int i = 0; i < 5; ++i) {
+    const float fx = i * (2.0f / 5);
+    const int x0 = static_cast<int>(fx);
+    const float ax = fx - x0;
+    const auto v = static_cast<uint8_t>(static_cast<int>(row[x0] * (1 - ax) + row[x0 + 1] * ax));
+    EXPECT_EQ(u8[i], v) << i;
+    EXPECT_EQ(u8[5 + i], v) << i;
+  }
+  // 2 x 2 to 20000 x 1: the accumulated column creeps past 1.0 near the end.
+  const std::vector<float> two = {4.0f, 8.0f, 16.0f, 32.0f};
+  std::vector<float> wide(20000);
+  ResizeDepth(two.data(), wide.data(), 2, 2, 20000, 1);
+  EXPECT_NEAR(wide.back(), 8.0f, 1e-3f);
+  // 10 x 10 to 32 x 32 (q = 3, two columns and rows left over): the last column and row repeat
+  // the source's last ones instead of running into the next row or past the end.
+  std::mt19937 rng(68);
+  const auto s = Floats(100, rng);
+  const std::vector<uint8_t> gl(300, 100), gf(3 * 32 * 32, 100);
+  std::vector<float> up(32 * 32);
+  ResizeFloatImage_KeepBorder_full(s.data(), up.data(), gl.data(), gf.data(), 10, 10, 32, 32);
+  for (int y = 0; y < 32; ++y) EXPECT_EQ(up[y * 32 + 31], s[std::min(y / 3, 9) * 10 + 9]) << y;
+  for (int x = 0; x < 32; ++x) EXPECT_EQ(up[31 * 32 + x], s[90 + std::min(x / 3, 9)]) << x;
 }
 
 TEST(Resize, AllocationFailureKeepsResultsAndLeaksNothing) {

@@ -127,6 +127,44 @@ TEST(Yuv, CopyNv12ToPlanarYuv444WithOffsetsAndStride) {
   EXPECT_EQ(keep[0], 1);
 }
 
+// Odd widths: an NV12 row without a byte after its width gives the last pixel V = 128 instead of
+// reading past it. Rows of copyNV12ToYuv444 that meet (stride below a row's pairs, odd widths)
+// are written in the byte-wise order of the definition. Buffers are exact.
+TEST(Yuv, OddWidthsAndMeetingRowsStayInsideAndFollowTheByteWiseOrder) {
+  std::mt19937 rng(35);
+  for (const int stride : {5, 6}) {
+    const Buf nv12 = Bytes(stride * 2 + stride, rng);
+    Buf rgb(5 * 2 * 3), rgbFixed(rgb.size());
+    ConvertNV122RGB24_wideRange(nv12.data(), rgb.data(), 5, 2, stride);
+    ConvertNV122RGB24_wideRange_NEON(nv12.data(), rgbFixed.data(), 5, 2, stride);
+    const uint8_t* uv = &nv12[stride * 2];
+    const int v = stride > 5 ? uv[5] : 128;
+    for (int y = 0; y < 2; ++y) {
+      uint8_t want[3], wantFixed[3];
+      bivista::scalar::PixelToRgbFloat(nv12[y * stride + 4], uv[4], v, want);
+      bivista::scalar::PixelToRgbFixed(nv12[y * stride + 4], uv[4], v, wantFixed);
+      EXPECT_EQ(Buf(rgb.begin() + y * 15 + 12, rgb.begin() + y * 15 + 15), Buf(want, want + 3));
+      EXPECT_EQ(Buf(rgbFixed.begin() + y * 15 + 12, rgbFixed.begin() + y * 15 + 15),
+                Buf(wantFixed, wantFixed + 3));
+    }
+  }
+  for (const auto& c : {Size{4, 2, 1}, Size{3, 2, 3}, Size{5, 3, 2}}) {
+    const int w = c.w, h = c.h, d = c.stride, plane = w * h, pairs = (w + 1) / 2, hEven = (h + 1) & ~1;
+    const Buf nv12 = Bytes(plane + (hEven / 2 - 1) * w + 2 * pairs, rng);
+    Buf dst(2 * plane + (hEven - 1) * d + 2 * pairs, 0xEE), want = dst;
+    copyNV12ToYuv444(nv12.data(), w, h, d, 0, 0, dst.data());
+    for (int r = 0; r < h; ++r)
+      for (int x = 0; x < w; ++x) want[r * d + x] = nv12[r * w + x];
+    for (int i = 0; 2 * i < h; ++i)
+      for (int j = 0; j < pairs; ++j)
+        for (int k = 1; k <= 2; ++k) {
+          uint8_t* q = &want[k * plane + 2 * i * d + 2 * j];
+          q[0] = q[1] = q[d] = q[d + 1] = nv12[plane + i * w + 2 * j + k - 1];
+        }
+    EXPECT_EQ(dst, want) << w << "x" << h << " stride " << d;
+  }
+}
+
 TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(21);
   namespace sc = bivista::scalar;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <limits>
 #include <string>
 
 #include "morph_test_util.h"
@@ -552,3 +553,54 @@ TEST(Manhattan, BothFamiliesMatchDirectMinima) {
 }
 
 }  // namespace
+
+// Radii and kernel sizes at the int limits: windows clipped in 64 bits cover the whole image (or
+// nothing for a negative radius); k = INT_MIN is refused; sizes beyond int are refused by safeNew
+// with its own message before the image is read; images end at their last row's width.
+TEST(MorphologyLimits, WindowsAtTheIntLimitsAndSizesBeyondIntStayInsideTheImage) {
+  constexpr int kMax = std::numeric_limits<int>::max(), kMin = std::numeric_limits<int>::min();
+  const int w = 6, h = 5;
+  Bytes one(w * h, 0), ones(w * h, 1);
+  one[w + 1] = 1;  // (1, 1): inside every full window
+  bvtest::AllocTable table;
+  Bytes out(w * h, 9);
+  EXPECT_EQ(ImDilate(table.table(), one.data(), out.data(), w, h, kMax), 0);
+  EXPECT_EQ(out, ones);
+  EXPECT_EQ(ImErode(table.table(), ones.data(), out.data(), w, h, kMax), 0);
+  EXPECT_EQ(out, ones);
+  EXPECT_EQ(ImErode(table.table(), ones.data(), out.data(), w, h, kMin), -1);
+  for (int dilate = 0; dilate <= 1; ++dilate) {
+    const Bytes in = dilate ? one : ones;
+    Bytes img = in, copy(w * h), src = in, dst(w * h);
+    (dilate ? Dilation_Function : Erosion_Function)(img.data(), w, h, kMax, kMax, copy.data());
+    Bytes want(w * h, dilate ? 255 : 1);
+    if (dilate) want[w + 1] = 1;
+    EXPECT_EQ(img, want);
+    img = in;
+    (dilate ? Dilation_Function : Erosion_Function)(img.data(), w, h, kMin, kMax, copy.data());
+    EXPECT_EQ(img, in);
+    // Rows spread over the whole width, columns not at all (negative radius).
+    EXPECT_EQ(Erosion_Dilation_Function(src.data(), w, h, kMax, kMin, 1, dst.data()), 0);
+    want = in;
+    if (dilate) std::fill(want.begin() + w, want.begin() + 2 * w, 1);
+    EXPECT_EQ(src, want);
+    EXPECT_EQ(dst, want);
+  }
+  // Strided twins read the image up to the last row's width only (an exact buffer).
+  const int stride = 9;
+  Bytes strided((h - 1) * stride + w, 0);
+  strided[stride + 1] = 1;
+  EXPECT_EQ(dilation(strided.data(), w, h, stride, 1, 1), 0);
+  EXPECT_EQ(strided[0], 255);
+  // Empty widths copy nothing, even with null images.
+  ErodeWith3x3Rect(nullptr, nullptr, 0, 5, 0, 1);
+  ErodeWith5x5Rect(nullptr, nullptr, -3, 5, 0);
+  // 65536 x 65536 is 4 GiB: the counter engine's block and the strided copy are refused.
+  bvtest::LogCapture log;
+  uint8_t byte = 7;
+  EXPECT_EQ(Erosion_Dilation_Function_opt(&byte, 65536, 65536, 0, 0, 1), -1);
+  EXPECT_EQ(dilation(&byte, 1, 65536, 65536, 0, 0), -1);
+  EXPECT_EQ(byte, 7);
+  EXPECT_EQ(log.CountContaining("the memory size -2147483648 you want to malloced is negative!!"), 2);
+  EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, kOpt, std::string(kOpt) + " safeNew ERROR!!!", 346), 1);
+}
