@@ -169,6 +169,10 @@ void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t
   const float w[4] = {weights[0], weights[1], weights[2],
                       order == kLumaWithMax ? weights[3] : 0.0f};
   const uint8_t* uvPlane = image + static_cast<ptrdiff_t>(stride) * height;
+  // As in the NV12 to RGB24 conversion: an odd width whose stride leaves no byte after it takes
+  // V = 128 for the last pixel instead of reading past the chroma row.
+  const bool cut = (width & 1) != 0 && stride <= width;
+  const int whole = cut ? width - 1 : width;
   for (int y = 0; y < height; y += 2) {
     const uint8_t* y0 = image + static_cast<ptrdiff_t>(y) * stride;
     const uint8_t* y1 = y + 1 < height ? y0 + stride : nullptr;
@@ -176,13 +180,18 @@ void Nv12ToLuma(const uint8_t* image, int width, int height, int stride, uint8_t
     int x = 0;
 #if HWY_TARGET != HWY_SCALAR && HWY_NATIVE_FMA
     if (order == kLumaB0First)
-      x = Nv12Passes<kLumaB0First>(y0, y1, uv, scratch, scratch + width, width, w);
+      x = Nv12Passes<kLumaB0First>(y0, y1, uv, scratch, scratch + width, whole, w);
     else if (order == kLumaB1First)
-      x = Nv12Passes<kLumaB1First>(y0, y1, uv, scratch, scratch + width, width, w);
+      x = Nv12Passes<kLumaB1First>(y0, y1, uv, scratch, scratch + width, whole, w);
     else
-      x = Nv12Passes<kLumaWithMax>(y0, y1, uv, scratch, scratch + width, width, w);
+      x = Nv12Passes<kLumaWithMax>(y0, y1, uv, scratch, scratch + width, whole, w);
 #endif
-    lumapix::Nv12Pixels(y0, y1, uv, scratch, scratch + width, x, width, w, order);
+    lumapix::Nv12Pixels(y0, y1, uv, scratch, scratch + width, x, whole, w, order);
+    if (cut) {
+      const uint8_t last[2] = {uv[whole], 128};
+      lumapix::Nv12Pixels(y0 + whole, y1 != nullptr ? y1 + whole : nullptr, last,
+                          scratch + whole, scratch + width + whole, 0, 1, w, order);
+    }
     memcpy(out + static_cast<ptrdiff_t>(y) * width, scratch,
            static_cast<size_t>(y1 != nullptr ? 2 : 1) * width);
   }

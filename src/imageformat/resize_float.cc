@@ -18,9 +18,8 @@ using bivista::FloatRowMode;
 
 float* Src(const float* src) { return const_cast<float*>(src); }
 
-// Column table with positions accumulated as the definition does (not i * step). The float sum
-// can creep past the last source pair on very wide destinations (about 20000 columns from 2):
-// the base column is then held at the last pair and the weight keeps the position.
+// Column table with positions accumulated as the definition does (not i * step), the base
+// column held at the last source pair (HeldBase).
 struct Columns {
   int32_t* x0 = nullptr;
   float* ax = nullptr;
@@ -31,15 +30,11 @@ struct Columns {
     ax = reinterpret_cast<float*>(x0 + n);
     float fx = 0.0f;
     for (int i = 0; i < n; ++i) {
-      x0[i] = BaseOf(fx, last);
+      x0[i] = bivista::HeldBase(fx, last);
       ax[i] = fx - x0[i];
       fx += step;
     }
     return true;
-  }
-  static int32_t BaseOf(float f, int last) {
-    const int32_t b = static_cast<int32_t>(f);
-    return b > last ? last : b;
   }
   ~Columns() { free(x0); }
 };
@@ -53,63 +48,38 @@ void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int s
   if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
-  const int lastX = srcW > 1 ? srcW - 2 : 0, lastY = srcH > 1 ? srcH - 2 : 0;
+  const int lastX = srcW > 1 ? srcW - 2 : 0;
   Columns cols;
   const bool table = cols.Build(dstW, stepX, lastX);
   int safe = dstW;  // columns whose four-byte mask reads stay inside the mask
   if (table && mask != nullptr)
     while (safe > 0 && cols.x0[safe - 1] + 3 >= srcW) --safe;
-  const int64_t pairBytes = 2 * static_cast<int64_t>(srcW);
+  const bivista::FloatPlaneArgs plane{src,     mask,    dst,   srcW, srcH,  dstW,    dstH,
+                                      cols.x0, cols.ax, stepY, mode, ratio, invalid, safe};
+  if (table) {
+    bivista::BilinearPlaneF32(plane);
+    hwy::FlushStream();  // the rows were written with streaming stores
+    return;
+  }
   float fy = 0.0f;
   for (int j = 0; j < dstH; ++j, fy += stepY) {
-    const int y0 = Columns::BaseOf(fy, lastY);
-    const float* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    const float* rowC = srcH > 1 ? rowA + srcW : rowA;
-    const uint8_t* ma = mask != nullptr ? mask + static_cast<ptrdiff_t>(y0) * srcW : nullptr;
-    const uint8_t* mc = ma != nullptr && srcH > 1 ? ma + srcW : ma;
-    bool last = y0 + 1 >= srcH - 1;
-    int readable = last ? srcW : static_cast<int>(pairBytes < INT32_MAX ? pairBytes : INT32_MAX);
-    float pairA[2], pairC[2];
-    uint8_t maskA[2], maskC[2];
-    if (srcW == 1) {
-      pairA[0] = pairA[1] = rowA[0];
-      pairC[0] = pairC[1] = rowC[0];
-      rowA = pairA, rowC = pairC, readable = 2, last = true;
-      if (ma != nullptr) {
-        maskA[0] = maskA[1] = ma[0];
-        maskC[0] = maskC[1] = mc[0];
-        ma = maskA, mc = maskC;
-      }
-    }
-    FloatRowArgs r{rowA, rowC, cols.x0, cols.ax, dstW, fy - y0, mode, ratio, invalid, readable};
+    bivista::BilinearRowSet rows(plane, fy);
+    FloatRowArgs& r = rows.r;
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
-    if (table) {
-      if (mask != nullptr)
-        bivista::MaskedRowF32(r, ma, mc, last ? safe : dstW, out);
-      else
-        bivista::BilinearRowF32(r, out);
-      continue;
-    }
     float fx = 0.0f;
     for (int i = 0; i < dstW; ++i, fx += stepX) {
-      const int32_t x0 = Columns::BaseOf(fx, lastX);
+      const int32_t x0 = bivista::HeldBase(fx, lastX);
       const float ax = fx - x0;
       r.x0 = &x0;
       r.ax = &ax;
       r.n = 1;
       if (mask != nullptr)
-        bivista::scalar::MaskedRowF32(r, ma, mc, 0, out + i);
+        bivista::scalar::MaskedRowF32(r, rows.maskA, rows.maskC, 0, out + i);
       else
         bivista::scalar::BilinearRowF32(r, out + i);
     }
   }
   hwy::FlushStream();  // the rows were written with streaming stores
-}
-
-// Rounded accumulated position, held inside 0..n-1 (the float sum may creep past the end).
-int32_t Nearest(float acc, int n) {
-  const float f = floorf(acc + 0.5f);
-  return f < 0.0f ? 0 : (f > static_cast<float>(n - 1) ? n - 1 : static_cast<int32_t>(f));
 }
 
 float Ratio(int dstW, int srcW) { return static_cast<float>(dstW) / srcW; }
@@ -156,25 +126,23 @@ float* ResizeSpareDisparityNearest(const float* src, float* dst, int srcW, int s
   const float stepY = static_cast<float>(srcH - 1) / (dstH - 1);
   const float ratio = Ratio(dstW, srcW);
   int32_t* sx = static_cast<int32_t*>(malloc(static_cast<size_t>(dstW) * sizeof(int32_t)));
+  if (sx != nullptr) {
+    float accX = 0.0f;
+    for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = bivista::NearestIndex(accX, srcW);
+    bivista::NearestPlaneF32(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid);
+    free(sx);
+    return Src(src);
+  }
   float accY = 0.0f;
   for (int j = 0; j < dstH; ++j, accY += stepY) {
-    const float* row = src + static_cast<ptrdiff_t>(Nearest(accY, srcH)) * srcW;
+    const float* row = src + static_cast<ptrdiff_t>(bivista::NearestIndex(accY, srcH)) * srcW;
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
-    if (sx != nullptr && j == 0) {
-      float accX = 0.0f;
-      for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = Nearest(accX, srcW);
-    }
-    if (sx != nullptr) {
-      bivista::NearestRowF32(row, sx, dstW, ratio, invalid, out);
-      continue;
-    }
     float accX = 0.0f;
     for (int i = 0; i < dstW; ++i, accX += stepX) {
-      const int32_t x = Nearest(accX, srcW);
+      const int32_t x = bivista::NearestIndex(accX, srcW);
       bivista::scalar::NearestRowF32(row, &x, 1, ratio, invalid, out + i);
     }
   }
-  free(sx);
   return Src(src);
 }
 
@@ -184,10 +152,7 @@ float* ResizeFloatImg_Bilinear_Downsample_Quarter(const float* src, float* dst, 
   if (dstW < 1 || dstH < 1 || srcW != 2 * static_cast<int64_t>(dstW) ||
       srcH < 2 * static_cast<int64_t>(dstH))
     return Src(src);
-  for (int j = 0; j < dstH; ++j) {
-    const float* r0 = src + static_cast<ptrdiff_t>(2 * j) * 2 * dstW;
-    bivista::QuarterMeanRow(r0, r0 + 2 * dstW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW);
-  }
+  bivista::QuarterMeanPlane(src, dst, dstW, dstH);
   return Src(src);
 }
 
@@ -197,13 +162,7 @@ float* ResizeFloatImg_Bilinear_Extend_Quarter(const float* src, float* dst, int 
   if (dstW != 2 * static_cast<int64_t>(srcW) || dstH != 2 * static_cast<int64_t>(srcH) || srcW < 2 ||
       srcH < 2)
     return Src(src);
-  for (int j = 0; j < dstH; ++j) {
-    int r;
-    double wy0;
-    bivista::scalar::ExtendColumn(j, srcH, &r, &wy0);
-    const float* r0 = src + static_cast<ptrdiff_t>(r) * srcW;
-    bivista::ExtendRow(r0, r0 + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, srcW, wy0, 1.0 - wy0);
-  }
+  bivista::ExtendPlane(src, dst, srcW, srcH);
   return Src(src);
 }
 

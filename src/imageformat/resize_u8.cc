@@ -23,12 +23,6 @@ int SafeColumns(const int32_t* x0, int n, int ch, int rowBytes) {
   return end;
 }
 
-// Bytes that may be read from the start of a row pair: the last source row has nothing after it.
-int PairBytes(int y0, int srcH, int64_t rowBytes) {
-  const int64_t n = y0 + 1 >= srcH - 1 ? rowBytes : 2 * rowBytes;
-  return static_cast<int>(n < INT32_MAX ? n : INT32_MAX);
-}
-
 // An empty source writes nothing. A one-row source is its own lower neighbour (weight exactly
 // 0); a one-column source is read through a two-pixel copy of each row (its right neighbour has
 // weight exactly 0 too), so no read leaves the source.
@@ -39,21 +33,7 @@ void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
   const float stepY = static_cast<float>(srcH - 1) / dstH;
   // Without a table the rows compute the same columns themselves.
   const bivista::ColumnTable cols = bivista::MakeColumnTable(dstW, stepX);
-  for (int j = 0; j < dstH; ++j) {
-    const float fy = j * stepY;
-    const int y0 = static_cast<int>(fy);
-    const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    const uint8_t* rowC = srcH > 1 ? rowA + srcW : rowA;
-    int readable = PairBytes(y0, srcH, srcW);
-    uint8_t pairA[2], pairC[2];
-    if (srcW == 1) {
-      pairA[0] = pairA[1] = rowA[0];
-      pairC[0] = pairC[1] = rowC[0];
-      rowA = pairA, rowC = pairC, readable = 2;
-    }
-    bivista::ResizeRowU8(rowA, rowC, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable, stepX,
-                         fy - y0, mask, cols);
-  }
+  bivista::ResizeU8Plane(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols);
   bivista::FreeColumnTable(cols);
 }
 
@@ -92,14 +72,8 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
   if (table.x0 != nullptr) {
     const int32_t* x0 = table.x0;
     const float* ax = table.ax;
-    const int safe = SafeColumns(x0, dstW, ch, PairBytes(srcH, srcH, srcRow));
-    for (int j = 0; j < dstH; ++j) {
-      const float fy = j * stepY;
-      const int y0 = static_cast<int>(fy);
-      const uint8_t* rowA = src + y0 * srcRow;
-      bivista::ResizeRowChannels(rowA, rowA + lower, dst + j * dstRow, x0, ax, dstW,
-                                 y0 + 1 >= srcH - 1 ? safe : dstW, fy - y0, ch, count);
-    }
+    const int safe = SafeColumns(x0, dstW, ch, bivista::PairBytes(srcH, srcH, srcRow));
+    bivista::ResizeChannelsPlane(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe, ch, count);
     bivista::FreeColumnTable(table);
     return;
   }
@@ -157,12 +131,7 @@ void ResizeUchar_upScale2x2(const uint8_t* src, uint8_t* dst, int srcW, int srcH
   if (dstW != 2 * static_cast<int64_t>(srcW) || dstH != 2 * static_cast<int64_t>(srcH) ||
       srcW < 2 || srcH < 2)
     return;
-  for (int y = 0; y < srcH; ++y) {
-    const int s = y == srcH - 1 ? srcH - 2 : y;
-    const uint8_t* a = src + static_cast<ptrdiff_t>(s) * srcW;
-    uint8_t* out = dst + static_cast<ptrdiff_t>(2 * y) * dstW;
-    bivista::UpScale2x2Rows(a, a + srcW, out, out + dstW, srcW);
-  }
+  bivista::UpScale2x2Plane(src, dst, srcW, srcH);
 }
 
 float randFloat(void) {

@@ -46,6 +46,51 @@ inline void RowTail(const uint8_t* y, const uint8_t* uv, uint8_t* rgb, int from,
   }
 }
 
+// `rows` chroma rows: row r of the interleaved plane (stride apart) against rows r of the two
+// planar ones (cw apart).
+template <class Row>
+void PairRowsLoop(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                  ptrdiff_t stride, Row row) {
+  for (int r = 0; r < rows; ++r) row(pairs + r * stride, first + r * cw, second + r * cw, cw);
+}
+
+// YUV444 rows from NV21: luma row y with chroma row y / 2 (rows width apart).
+template <class Row>
+void Yuv444Loop(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width, int height,
+                Row row) {
+  for (int y = 0; y < height; ++y) {
+    row(nv21 + static_cast<ptrdiff_t>(y) * width, vu + static_cast<ptrdiff_t>(y / 2) * width,
+        yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  }
+}
+
+// Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone. An odd width
+// whose stride leaves no byte after it: the last pixel's pair has its U only, and V is taken as
+// 128 (no difference) instead of reading past the row.
+template <class Rows>
+void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+              bool fixedPoint, Rows rows) {
+  if (width < 1 || height < 1) return;
+  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
+  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
+  const bool cut = (width & 1) != 0 && stride <= width;
+  const int whole = cut ? width - 1 : width;
+  for (int y = 0; y < height; y += 2) {
+    const bool pair = y + 1 < height;
+    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
+    const uint8_t* y1 = pair ? y0 + stride : nullptr;
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y / 2) * stride;
+    uint8_t* out0 = rgb + y * rgbRow;
+    uint8_t* out1 = pair ? out0 + rgbRow : nullptr;
+    if (whole > 0) rows(y0, y1, uv, out0, out1, whole, fixedPoint);
+    if (cut) {
+      const uint8_t last[2] = {uv[whole], 128};
+      rows(y0 + whole, pair ? y1 + whole : nullptr, last, out0 + 3 * whole,
+           pair ? out1 + 3 * whole : nullptr, 1, fixedPoint);
+    }
+  }
+}
+
 }  // namespace yuvpix
 }  // namespace bivista
 #endif
@@ -149,6 +194,30 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
   if (y1 != nullptr) yuvpix::RowTail(y1, uv, rgb1, x, width, fixedPoint);
 }
 
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
+}
+
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
+}
+
 #if HWY_TARGET != HWY_SCALAR
 // Byte k of the half-width vector into bytes 2k and 2k + 1 of a full vector.
 template <class D8, class VH>
@@ -202,7 +271,10 @@ namespace bivista {
 
 HWY_EXPORT(SplitPairs);
 HWY_EXPORT(MergePairs);
-HWY_EXPORT(Nv12RowsToRgb24);
+HWY_EXPORT(Nv12ToRgb24Plane);
+HWY_EXPORT(SplitPairRows);
+HWY_EXPORT(MergePairRows);
+HWY_EXPORT(Nv21ToYuv444Plane);
 HWY_EXPORT(Nv21RowToYuv444);
 HWY_EXPORT(UpsamplePairs);
 
@@ -212,9 +284,21 @@ void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
 void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int n) {
   HWY_DYNAMIC_DISPATCH(MergePairs)(first, second, pairs, n);
 }
-void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
-                     uint8_t* rgb1, int width, bool fixedPoint) {
-  HWY_DYNAMIC_DISPATCH(Nv12RowsToRgb24)(y0, y1, uv, rgb0, rgb1, width, fixedPoint);
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  HWY_DYNAMIC_DISPATCH(Nv12ToRgb24Plane)(nv12, rgb, width, height, stride, fixedPoint);
+}
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(SplitPairRows)(pairs, first, second, cw, rows, stride);
+}
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(MergePairRows)(first, second, pairs, cw, rows, stride);
+}
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  HWY_DYNAMIC_DISPATCH(Nv21ToYuv444Plane)(nv21, vu, yuv, width, height);
 }
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {
   HWY_DYNAMIC_DISPATCH(Nv21RowToYuv444)(y, vu, yuv, width);
@@ -280,6 +364,30 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
         PixelToRgbFloat(ys[row][x], uv[c], uv[c + 1], outs[row] + 3 * x);
     }
   }
+}
+
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
+}
+
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
 }
 
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {

@@ -8,6 +8,21 @@
 #include "matrix/matrix_kernels.h"
 #include "matrix/transpose-inl.h"
 
+#ifndef BIVISTA_MATRIX_KERNELS_ONCE
+#define BIVISTA_MATRIX_KERNELS_ONCE
+namespace bivista {
+namespace matrix_detail {
+// C (m x n) = A (m x k) B (k x n), one row of C at a time.
+template <typename T, class Row>
+void MatMulLoop(const T* a, const T* b, T* c, int m, int k, int n, Row row) {
+  for (int i = 0; i < m; ++i) {
+    row(a + static_cast<ptrdiff_t>(i) * k, b, c + static_cast<ptrdiff_t>(i) * n, k, n);
+  }
+}
+}  // namespace matrix_detail
+}  // namespace bivista
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
 namespace HWY_NAMESPACE {
@@ -113,6 +128,13 @@ void NegateAbove(float* p, ptrdiff_t n, float t) {
     if (p[i] - t > kLimit) p[i] = -p[i];
 }
 
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF32);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF64);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -126,6 +148,15 @@ HWY_EXPORT(TransposeF32);
 HWY_EXPORT(TransposeF64);
 HWY_EXPORT(TransposeF64ToF32);
 HWY_EXPORT(NegateAbove);
+HWY_EXPORT(MatMulF32);
+HWY_EXPORT(MatMulF64);
+
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  HWY_DYNAMIC_DISPATCH(MatMulF32)(a, b, c, m, k, n);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  HWY_DYNAMIC_DISPATCH(MatMulF64)(a, b, c, m, k, n);
+}
 
 void MatMulRowF32(const float* a, const float* b, float* c, int k, int n) {
   HWY_DYNAMIC_DISPATCH(MatMulRowF32)(a, b, c, k, n);
@@ -177,6 +208,13 @@ void TransposeF64ToF32(const double* src, int rows, int cols, float* dst, ptrdif
 void NegateAbove(float* p, ptrdiff_t n, float t) {
   for (ptrdiff_t i = 0; i < n; ++i)
     if (p[i] - t >= 0.01) p[i] = -p[i];
+}
+
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF32);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF64);
 }
 
 }  // namespace scalar

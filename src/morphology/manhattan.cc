@@ -1,6 +1,7 @@
 // City-block distance transforms of 8-bit masks (two sequential passes, saturating at 255) and the
 // dilation/erosion thresholds built on them. The row-internal minimum chains stay scalar; the
-// contributions of the row above/below and the thresholds go through the row kernels.
+// contributions of the row above/below and the thresholds go through the row kernels, one
+// dispatch per pass.
 #include <stddef.h>
 #include <stdint.h>
 
@@ -12,19 +13,7 @@ namespace {
 
 // Backward pass over the interior: min with below + 1, then the chain from the right.
 void InteriorBackward(unsigned char* image, int width, int height) {
-  for (int y = height - 2; y >= 1; --y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistBelowRow(row + width + 1, row + 1, width - 2);
-    for (int x = width - 2; x >= 1; --x) {
-      if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
-    }
-  }
-}
-
-inline void ChainFromLeft(unsigned char* row, int from, int to) {
-  for (int x = from; x < to; ++x) {
-    if (row[x - 1] < row[x]) row[x] = static_cast<unsigned char>(row[x - 1] + 1);
-  }
+  DistBackward(image, width, height - 2, 1, 1, width - 2, width - 2);
 }
 
 inline void ChainFromRight(unsigned char* row, int from) {
@@ -52,20 +41,14 @@ using namespace bivista;
 
 void bivista_manhattan(unsigned char* image, int width, int height) {
   if (height < 3 || width < 3) return;
-  for (int y = 1; y <= height - 2; ++y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistSeedRow(row - width + 1, row + 1, width - 2, 255, 255);
-    ChainFromLeft(row, 1, width - 1);
-  }
+  DistForward(image, width, 1, height - 2, 1, width - 2, 255, 255, 0, 0);
   InteriorBackward(image, width, height);
 }
 
 void Dilate_quick_timesN(unsigned char* image, int width, int height, int N) {
   bivista_manhattan(image, width, height);
   if (height < 3 || width < 3) return;
-  for (int y = 1; y <= height - 2; ++y) {
-    ThresholdRow(image + static_cast<size_t>(y) * width + 1, width - 2, N, 0, 255);
-  }
+  ThresholdRows(image, width, 1, height - 2, 1, width - 2, N, 0, 255);
 }
 
 unsigned char* Erode_quick_timesN(unsigned char* image, int width, int height, unsigned char N) {
@@ -102,23 +85,9 @@ unsigned char* manhattan(unsigned char* image, int width, int height, unsigned c
       p[x] = p[x - 1] < far8 ? static_cast<unsigned char>(p[x - 1] + 1) : far8;
     }
   }
-  for (int y = 1; y < height; ++y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    const unsigned char up0 = row[-width];
-    if (row[0] == value) {
-      row[0] = 0;
-    } else {
-      row[0] = up0 < far8 ? static_cast<unsigned char>(up0 + 1) : far8;
-    }
-    DistSeedRow(row - width + 1, row + 1, width - 1, value, cap);
-    ChainFromLeft(row, 1, width);
-  }
+  DistForward(image, width, 1, height - 1, 1, width - 1, value, cap, 1, far8);
   ChainFromRight(image + static_cast<size_t>(height - 1) * width, width - 2);
-  for (int y = height - 2; y >= 0; --y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistBelowRow(row + width, row, width);
-    ChainFromRight(row, width - 2);
-  }
+  DistBackward(image, width, height - 2, 0, 0, width, width - 2);
   return image;
 }
 

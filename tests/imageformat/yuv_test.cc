@@ -176,14 +176,21 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
     call(s, true);
     for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
   };
+  // Whole NV12 images of two rows and of one row (the chroma plane right after the luma).
   auto nv12 = [&](const Buf& a, const Buf& b, const Buf& uv, int n) {
-    same(n, [&](Buf* o, bool scalar) {
-      const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
-      for (int fixed = 0; fixed < 2; ++fixed) {
-        rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
-        rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
+    Buf two(a.begin(), a.begin() + n), one = two;
+    two.insert(two.end(), b.begin(), b.begin() + n);
+    two.insert(two.end(), uv.begin(), uv.end());
+    one.insert(one.end(), uv.begin(), uv.end());
+    for (int fixed = 0; fixed < 2; ++fixed) {
+      for (int height = 1; height <= 2; ++height) {
+        Buf v(6 * n + 1, 0xEE), w = v;
+        const uint8_t* img = height == 2 ? two.data() : one.data();
+        bivista::Nv12ToRgb24Plane(img, v.data(), n, height, n, fixed);
+        sc::Nv12ToRgb24Plane(img, w.data(), n, height, n, fixed);
+        ASSERT_EQ(v, w) << n << " fixed " << fixed << " height " << height;
       }
-    });
+    }
   };
   // Every chroma pair once, 256 a row, with luma values that reach both clamps: the shortcut the
   // vector code takes for the floating-point variant must agree with the double arithmetic.
@@ -202,6 +209,13 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
         (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), c.data(), o[5].data(), n);
       });
       nv12(a, b, c, n);
+      // The plane entries over three chroma rows (stride n + 5) and a 2-row YUV444 image.
+      const auto plane = Bytes(3 * (n + 5), rng), y2 = Bytes(2 * n, rng);
+      same(3 * n, [&](Buf* o, bool scalar) {
+        (scalar ? sc::SplitPairRows : bivista::SplitPairRows)(plane.data(), o[0].data(), o[1].data(), n / 2, 3, n + 5);
+        (scalar ? sc::MergePairRows : bivista::MergePairRows)(plane.data(), plane.data() + 1, o[2].data(), n / 2, 3, n + 5);
+        if (n % 2 == 0) (scalar ? sc::Nv21ToYuv444Plane : bivista::Nv21ToYuv444Plane)(y2.data(), c.data(), o[3].data(), n, 2);
+      });
     }
     for (int u = 0; u < 256; ++u) {
       for (int k = 0; k < 256; ++k) uv[2 * k] = static_cast<uint8_t>(u), uv[2 * k + 1] = static_cast<uint8_t>(k);
