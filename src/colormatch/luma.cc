@@ -85,9 +85,7 @@ int colorImageNV12Adjusting(uint8_t* image, int width, int height, int stride, i
   const uintptr_t b = reinterpret_cast<uintptr_t>(rgb), im = reinterpret_cast<uintptr_t>(image);
   const uintptr_t imageBytes = static_cast<uintptr_t>(stride) * height * 3 / 2 + width;
   const bool overlap = b < im + imageBytes && im < b + static_cast<uintptr_t>(3 * n);
-  // An odd width needs the byte after the row for the last pixel's V; where the stride leaves
-  // none, the conversion's own rule for that pixel applies, so take the plain order.
-  if (overlap || stride < width + (width & 1)) {
+  if (overlap || stride < width) {
     // The plain order: the whole image first, then the luma (pixel by pixel when overlapping).
     ConvertNV122RGB24_wideRange(image, rgb, width, height, stride);
     bivista::LumaRgb24(rgb, image, n, w, order);
