@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "bivista/morphology.h"
 #include "bivista/mthread.h"
@@ -95,10 +96,12 @@ void getBinarizationTh(const float* gradient, int width, int height, float* thre
   float mean = 0.0f;
   float deviation = 0.0f;
   *threshold = bivista::Threshold(gradient, bivista::PixelCount(width, height), &mean, &deviation);
+  // Fewer than 16 values make 0 / 0: x86 and Arm give NaNs of opposite sign, which printf would
+  // show as "-nan" and "nan"; the line reads the same on every processor.
+  const auto shown = [](float v) { return static_cast<double>(std::isnan(v) ? std::fabs(v) : v); };
   BV_LOGD(kTagAlgo, bivista::kGetBinarizationTh, bivista::kLineThreshold,
-          "input data mean %2.3f variance %2.3f final FlatterTh %2.3f\n",
-          static_cast<double>(mean), static_cast<double>(deviation),
-          static_cast<double>(*threshold));
+          "input data mean %2.3f variance %2.3f final FlatterTh %2.3f\n", shown(mean),
+          shown(deviation), shown(*threshold));
 }
 
 int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int width, int height,
