@@ -3,9 +3,12 @@
 #include <benchmark/benchmark.h>
 
 #include <memory>
+#include <vector>
 
 #include "../tools/sample_scene.h"
+#include "bench_targets.h"
 #include "bivista/depthcalc.h"
+#include "depthcalc/depthcalc_kernels.h"
 
 namespace {
 
@@ -77,6 +80,46 @@ void BM_CalcShiftMode1FarScene(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_CalcShiftMode1FarScene)->Unit(benchmark::kMicrosecond);
+
+// Per target: the whole call (16-bit, mode 1) with the dispatch forced, and the mode-1 search
+// kernel over the area's rows for its scalar definition and each target.
+void Search(benchmark::State& state, void (*search)(const uint16_t*, int, int16_t*, int16_t*)) {
+  const bvtool::SampleScene& s = Scene(true);
+  const BIVISTA_Rect a = FocusArea(s);
+  const int n = a.right - a.left + 1 - bivista::kCorrectSearch;
+  std::vector<int16_t> least(n), firstK(n);
+  for (auto _ : state) {
+    for (int y = a.top; y <= a.bottom; ++y) {
+      search(s.disp16.data() + static_cast<size_t>(y) * s.stride + a.left, n, least.data(),
+             firstK.data());
+    }
+    benchmark::DoNotOptimize(least.data());
+  }
+}
+
+const bool kRegistered = [] {
+  bvbench::RegisterPerTarget("BM_CalcShift16Mode1", [](benchmark::State& state) {
+    const bvtool::SampleScene& s = Scene(true);
+    DisparityType rec = s.rec;
+    rec.mode = 1;
+    const BIVISTA_Rect area = FocusArea(s);
+    uint16_t depth = 0;
+    int32_t multi = 0;
+    uint8_t conf = 0;
+    float sx = 0, sy = 0;
+    for (auto _ : state) {
+      Bivista_CalcShift(&rec, s.conf.data(), &s.calib, area, kW, kH, 0, nullptr, 0, nullptr,
+                        nullptr, 2 | 16 | 4, &depth, &multi, &conf, &sx, &sy);
+      benchmark::DoNotOptimize(sx);
+    }
+  });
+  benchmark::RegisterBenchmark("BM_SearchLeast16/scalar_definition", [](benchmark::State& st) {
+    Search(st, bivista::scalar::SearchLeast16);
+  })->Unit(benchmark::kMillisecond);
+  bvbench::RegisterPerTarget("BM_SearchLeast16",
+                             [](benchmark::State& st) { Search(st, bivista::SearchLeast16); });
+  return true;
+}();
 
 // Peer: sum of the area's confidence bytes, row by row.
 void BM_PeerOnePassOverArea(benchmark::State& state) {

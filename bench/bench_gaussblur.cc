@@ -1,17 +1,25 @@
-// Gaussian blur of a 4000x3000 8-bit plane against OpenCV on the same data, then 2 workers
-// against 1. Run with --benchmark_repetitions=3 --benchmark_min_time=0.3
-// --benchmark_enable_random_interleaving=true and compare medians; the 2-worker figure needs two
-// otherwise idle CPUs.
+// Gaussian blur of a 4000x3000 8-bit plane against OpenCV and a memcpy of the plane on the same
+// data; two pool workers against one thread, the pool made as a host makes it; and the strip
+// kernel over the whole plane for the scalar definition and each vector target. Run with
+// --benchmark_repetitions=3 --benchmark_min_time=0.3 --benchmark_report_aggregates_only=true
+// and compare medians of the same run; the 2-worker figure needs two otherwise idle CPUs.
 #include <benchmark/benchmark.h>
 #include <stdarg.h>
+#include <string.h>
 
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 #include <random>
+#include <string>
 #include <vector>
 
+#include "bench_targets.h"
 #include "bivista/gaussblur.h"
 #include "bivista/mthread.h"
+#include "gaussblur/gaussblur_internal.h"
+#include "gaussblur/gaussblur_kernels.h"
+#ifdef BIVISTA_BENCH_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
 
 // The single-thread call warns on every run; keep the log out of the timings.
 extern "C" int __android_log_vprint(int, const char*, const char*, va_list) { return 0; }
@@ -33,11 +41,11 @@ const std::vector<uint8_t>& Input() {
   return data;
 }
 
-void BM_Ours(benchmark::State& state) {
+void Blur(benchmark::State& state, void* pool, int threads) {
   const int k = static_cast<int>(state.range(0));
   std::vector<uint8_t> out(Input().size());
   for (auto _ : state) {
-    if (gaussian_blur(Input().data(), out.data(), kWidth, kHeight, k, SigmaFor(k), nullptr, 1,
+    if (gaussian_blur(Input().data(), out.data(), kWidth, kHeight, k, SigmaFor(k), pool, threads,
                       nullptr) != 0) {
       state.SkipWithError("blur failed");
     }
@@ -46,41 +54,78 @@ void BM_Ours(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
 }
 
+// One thread, no pool.
+void BM_Ours(benchmark::State& state) { Blur(state, nullptr, 1); }
+
+// As a host does it: MThread_Create(2, NULL, &status) once, then th_num 2 on every call.
+void BM_OursPool2(benchmark::State& state) {
+  int status = 0;
+  void* pool = MThread_Create(2, nullptr, &status);
+  Blur(state, pool, 2);
+  MThread_Destroy(pool);
+}
+
+void BM_Memcpy(benchmark::State& state) {
+  std::vector<uint8_t> out(Input().size());
+  for (auto _ : state) {
+    memcpy(out.data(), Input().data(), out.size());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
+}
+
+#ifdef BIVISTA_BENCH_OPENCV
 void BM_OpenCV(benchmark::State& state) {
   const int k = static_cast<int>(state.range(0));
-  cv::setNumThreads(1);
+  cv::setNumThreads(static_cast<int>(state.range(1)));
   const cv::Mat in(kHeight, kWidth, CV_8UC1, const_cast<uint8_t*>(Input().data()));
   cv::Mat out(kHeight, kWidth, CV_8UC1);
   for (auto _ : state) {
     cv::GaussianBlur(in, out, cv::Size(k, k), SigmaFor(k), SigmaFor(k), cv::BORDER_REFLECT_101);
     benchmark::DoNotOptimize(out.data);
   }
+  cv::setNumThreads(1);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
 }
-
-// Workers of a pool: range(1) workers, th_num equal to it.
-void BM_OursPool(benchmark::State& state) {
-  const int k = static_cast<int>(state.range(0));
-  const int workers = static_cast<int>(state.range(1));
-  void* pool = MThread_Create(workers, nullptr, nullptr);
-  std::vector<uint8_t> out(Input().size());
-  for (auto _ : state) {
-    if (gaussian_blur(Input().data(), out.data(), kWidth, kHeight, k, SigmaFor(k), pool, workers,
-                      nullptr) != 0) {
-      state.SkipWithError("blur failed");
-    }
-    benchmark::DoNotOptimize(out.data());
-  }
-  MThread_Destroy(pool);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
-}
-
-BENCHMARK(BM_Ours)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_OpenCV)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_OursPool)
+BENCHMARK(BM_OpenCV)
     ->ArgsProduct({{3, 5, 7}, {1, 2}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+#endif
+
+BENCHMARK(BM_Ours)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_OursPool2)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The interior of the plane as one strip, through kernel `strip`.
+void Strip(benchmark::State& state, int k, void (*strip)(const bivista::GaussStripArgs&)) {
+  const int r = k / 2;
+  uint16_t taps[bivista::kGaussWindow];
+  bivista::get_gaussian_kernel(k, taps, SigmaFor(k));
+  std::vector<uint8_t> out(Input().size()), ring(static_cast<size_t>(2 * r) * kWidth);
+  const bivista::GaussStripArgs args{Input().data(), Input().data() + r * kWidth,
+                                     Input().data() + (kHeight - r) * kWidth, kWidth,
+                                     out.data(), kWidth, kHeight - 2 * r, kWidth, ring.data(),
+                                     kWidth, taps, r};
+  for (auto _ : state) {
+    strip(args);
+    benchmark::DoNotOptimize(out.data());
+  }
+}
+
+const bool kRegistered = [] {
+  for (int k : {3, 5, 7}) {
+    const std::string name = "BM_Strip/" + std::to_string(k);
+    benchmark::RegisterBenchmark((name + "/scalar_definition").c_str(),
+                                 [k](benchmark::State& s) {
+                                   Strip(s, k, bivista::scalar::GaussStrip);
+                                 })
+        ->Unit(benchmark::kMillisecond);
+    bvbench::RegisterPerTarget(
+        name, [k](benchmark::State& s) { Strip(s, k, bivista::GaussStrip); });
+  }
+  return true;
+}();
 
 }  // namespace
 

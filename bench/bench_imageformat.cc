@@ -1,16 +1,23 @@
 // Conversions and resizers against libyuv, OpenCV and memcpy on the same 4000x3000 data, one
-// thread.
+// thread; the NV12 conversion and the exact-half resize also for their scalar definitions and
+// each vector target.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <random>
 #include <vector>
 
+#include "bench_targets.h"
+#include "bivista/imageformat.h"
+#include "imageformat/resize_float_kernels.h"
+#include "imageformat/yuv_kernels.h"
+#ifdef BIVISTA_BENCH_OPENCV
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
-
-#include "bivista/imageformat.h"
+#endif
+#ifdef BIVISTA_BENCH_LIBYUV
 #include "libyuv.h"
+#endif
 
 namespace {
 
@@ -27,7 +34,9 @@ struct Data {
     for (auto& b : gray) b = static_cast<uint8_t>(rng());
     for (auto& x : f) x = static_cast<float>(rng() % 10000) * 0.01f;
     ConvertNV21ToI420(yuv.data(), i420.data(), kW, kH, kW);
+#ifdef BIVISTA_BENCH_OPENCV
     cv::setNumThreads(1);
+#endif
   }
 };
 
@@ -64,6 +73,7 @@ void BM_ConvertNV21ToI420(benchmark::State& st) {
 }
 BENCHMARK(BM_ConvertNV21ToI420)->Unit(benchmark::kMillisecond);
 
+#ifdef BIVISTA_BENCH_LIBYUV
 void BM_Libyuv_NV21ToI420(benchmark::State& st) {
   auto& d = D();
   uint8_t* o = d.out.data();
@@ -74,6 +84,7 @@ void BM_Libyuv_NV21ToI420(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_Libyuv_NV21ToI420)->Unit(benchmark::kMillisecond);
+#endif
 
 void BM_ConvertI420ToNV21(benchmark::State& st) {
   auto& d = D();
@@ -84,6 +95,7 @@ void BM_ConvertI420ToNV21(benchmark::State& st) {
 }
 BENCHMARK(BM_ConvertI420ToNV21)->Unit(benchmark::kMillisecond);
 
+#ifdef BIVISTA_BENCH_LIBYUV
 void BM_Libyuv_I420ToNV21(benchmark::State& st) {
   auto& d = D();
   const uint8_t* s = d.i420.data();
@@ -94,6 +106,7 @@ void BM_Libyuv_I420ToNV21(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_Libyuv_I420ToNV21)->Unit(benchmark::kMillisecond);
+#endif
 
 void BM_ConvertNV122RGB24_wideRange_NEON(benchmark::State& st) {
   auto& d = D();
@@ -113,6 +126,7 @@ void BM_ConvertNV122RGB24_wideRange(benchmark::State& st) {
 }
 BENCHMARK(BM_ConvertNV122RGB24_wideRange)->Unit(benchmark::kMillisecond);
 
+#ifdef BIVISTA_BENCH_LIBYUV
 void BM_Libyuv_NV12ToRGB24(benchmark::State& st) {
   auto& d = D();
   for (auto _ : st) {
@@ -121,6 +135,7 @@ void BM_Libyuv_NV12ToRGB24(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_Libyuv_NV12ToRGB24)->Unit(benchmark::kMillisecond);
+#endif
 
 void BM_ResizeUchar_1920x1440(benchmark::State& st) {
   auto& d = D();
@@ -131,6 +146,7 @@ void BM_ResizeUchar_1920x1440(benchmark::State& st) {
 }
 BENCHMARK(BM_ResizeUchar_1920x1440)->Unit(benchmark::kMillisecond);
 
+#ifdef BIVISTA_BENCH_OPENCV
 void BM_CvResize_U8_1920x1440(benchmark::State& st) {
   auto& d = D();
   const cv::Mat src(kH, kW, CV_8UC1, d.gray.data());
@@ -141,6 +157,7 @@ void BM_CvResize_U8_1920x1440(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_CvResize_U8_1920x1440)->Unit(benchmark::kMillisecond);
+#endif
 
 void BM_ResizeFloat_2000x1500(benchmark::State& st) {
   auto& d = D();
@@ -151,6 +168,7 @@ void BM_ResizeFloat_2000x1500(benchmark::State& st) {
 }
 BENCHMARK(BM_ResizeFloat_2000x1500)->Unit(benchmark::kMillisecond);
 
+#ifdef BIVISTA_BENCH_OPENCV
 void BM_CvResize_F32_2000x1500(benchmark::State& st) {
   auto& d = D();
   const cv::Mat src(kH, kW, CV_32FC1, d.f.data());
@@ -161,6 +179,48 @@ void BM_CvResize_F32_2000x1500(benchmark::State& st) {
   }
 }
 BENCHMARK(BM_CvResize_F32_2000x1500)->Unit(benchmark::kMillisecond);
+#endif
+
+void BM_ResizeFloatImg_Bilinear_2000x1500(benchmark::State& st) {
+  auto& d = D();
+  for (auto _ : st) {
+    ResizeFloatImg_Bilinear(d.f.data(), d.fsmall.data(), kW, kH, 2000, 1500);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_ResizeFloatImg_Bilinear_2000x1500)->Unit(benchmark::kMillisecond);
+
+const bool kRegistered = [] {
+  using Nv12 = void (*)(const uint8_t*, uint8_t*, int, int, int, bool);
+  using Quarter = void (*)(const float*, float*, int, int);
+  const auto nv12 = [](Nv12 f) {
+    return [f](benchmark::State& st) {
+      auto& d = D();
+      for (auto _ : st) {
+        f(d.yuv.data(), d.out.data(), kW, kH, kW, false);
+        benchmark::ClobberMemory();
+      }
+    };
+  };
+  const auto quarter = [](Quarter f) {
+    return [f](benchmark::State& st) {
+      auto& d = D();
+      for (auto _ : st) {
+        f(d.f.data(), d.fsmall.data(), 2000, 1500);
+        benchmark::ClobberMemory();
+      }
+    };
+  };
+  benchmark::RegisterBenchmark("BM_Nv12ToRgb24Float/scalar_definition",
+                               nv12(bivista::scalar::Nv12ToRgb24Plane))
+      ->Unit(benchmark::kMillisecond);
+  bvbench::RegisterPerTarget("BM_Nv12ToRgb24Float", nv12(bivista::Nv12ToRgb24Plane));
+  benchmark::RegisterBenchmark("BM_QuarterMean/scalar_definition",
+                               quarter(bivista::scalar::QuarterMeanPlane))
+      ->Unit(benchmark::kMillisecond);
+  bvbench::RegisterPerTarget("BM_QuarterMean", quarter(bivista::QuarterMeanPlane));
+  return true;
+}();
 
 }  // namespace
 

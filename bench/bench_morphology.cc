@@ -1,15 +1,21 @@
-// Morphology engines against OpenCV on the same 4000x3000 blobby masks, one thread.
+// Morphology engines against OpenCV on the same 4000x3000 blobby masks, one thread; the fixed
+// kernels also for their scalar definition and each vector target.
 #include <benchmark/benchmark.h>
 #include <stdint.h>
 #include <string.h>
 
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 #include <random>
+#include <string>
 #include <vector>
 
+#include "bench_targets.h"
 #include "bivista/mem_services.h"
 #include "bivista/morphology.h"
+#include "morphology/morph_kernels.h"
+#ifdef BIVISTA_BENCH_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
 
 namespace {
 
@@ -31,32 +37,38 @@ void* HostMalloc(size_t size, uint64_t, uint64_t) {
 void HostFree(void*, uint64_t, uint64_t) {}
 const vta_algo_mem_allocator_t kHost = {HostMalloc, HostFree, nullptr};
 
+using Mask = std::vector<uint8_t>;
+
 // Disks of assorted sizes with sparse noise; fg is the foreground value.
-const cv::Mat& Blobby(uint8_t fg) {
-  static cv::Mat masks[2];
-  cv::Mat& m = masks[fg == 255];
+const Mask& Blobby(uint8_t fg) {
+  static Mask masks[2];
+  Mask& m = masks[fg == 255];
   if (m.empty()) {
-    cv::setNumThreads(1);
     std::mt19937 rng(7);
-    m = cv::Mat::zeros(kH, kW, CV_8UC1);
+    m.assign(static_cast<size_t>(kW) * kH, 0);
     for (int i = 0; i < 6000; ++i) {
-      const cv::Point c(rng() % kW, rng() % kH);
-      cv::circle(m, c, 3 + rng() % 40, cv::Scalar(fg), cv::FILLED);
+      const int cx = static_cast<int>(rng() % kW), cy = static_cast<int>(rng() % kH);
+      const int r = 3 + static_cast<int>(rng() % 40);
+      for (int y = cy - r > 0 ? cy - r : 0; y <= cy + r && y < kH; ++y) {
+        for (int x = cx - r > 0 ? cx - r : 0; x <= cx + r && x < kW; ++x) {
+          if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= r * r) m[y * kW + x] = fg;
+        }
+      }
     }
-    for (int i = 0; i < 20000; ++i) m.at<uint8_t>(rng() % kH, rng() % kW) ^= fg;
+    for (int i = 0; i < 20000; ++i) m[(rng() % kH) * kW + rng() % kW] ^= fg;
   }
   return m;
 }
 
 // Runs an in-place routine on a fresh copy each iteration; only the routine is timed.
 template <class F>
-void InPlace(benchmark::State& state, const cv::Mat& src, F&& run) {
-  cv::Mat img = src.clone();
+void InPlace(benchmark::State& state, const Mask& src, F&& run) {
+  Mask img = src;
   for (auto _ : state) {
     state.PauseTiming();
-    src.copyTo(img);
+    memcpy(img.data(), src.data(), src.size());
     state.ResumeTiming();
-    run(img.data);
+    run(img.data());
     benchmark::ClobberMemory();
   }
 }
@@ -70,9 +82,38 @@ void BM_DilateWith3x3Rect(benchmark::State& state) {
   InPlace(state, Blobby(255), [&](uint8_t* p) { DilateWith3x3Rect(p, scratch.data(), kW, kH, kW, 1); });
 }
 
+void BM_ErodeWith5x5Rect(benchmark::State& state) {
+  std::vector<uint8_t> scratch(kW * kH);
+  InPlace(state, Blobby(255), [&](uint8_t* p) { ErodeWith5x5Rect(p, scratch.data(), kW, kH, kW); });
+}
+
+// FixedMorph (shape 1: 3x3 square, 2: 5x5 square; erosion) through `fixed`.
+void Fixed(benchmark::State& state, int shape,
+           void (*fixed)(uint8_t*, uint8_t*, int, int, int, int, int, int)) {
+  std::vector<uint8_t> scratch(kW * kH);
+  InPlace(state, Blobby(255), [&](uint8_t* p) { fixed(p, scratch.data(), kW, kH, kW, 1, shape, 0); });
+}
+
+const bool kRegistered = [] {
+  for (int shape : {1, 2}) {
+    const std::string name = shape == 1 ? "BM_FixedMorph/3x3" : "BM_FixedMorph/5x5";
+    benchmark::RegisterBenchmark((name + "/scalar_definition").c_str(),
+                                 [shape](benchmark::State& s) {
+                                   Fixed(s, shape, bivista::scalar::FixedMorph);
+                                 })
+        ->Unit(benchmark::kMillisecond);
+    bvbench::RegisterPerTarget(
+        name, [shape](benchmark::State& s) { Fixed(s, shape, bivista::FixedMorph); });
+  }
+  return true;
+}();
+
+#ifdef BIVISTA_BENCH_OPENCV
+cv::Mat Wrap(const Mask& m) { return cv::Mat(kH, kW, CV_8UC1, const_cast<uint8_t*>(m.data())); }
+
 void CvMorph(benchmark::State& state, uint8_t fg, int op, int size) {
   cv::setNumThreads(1);
-  const cv::Mat& src = Blobby(fg);
+  const cv::Mat src = Wrap(Blobby(fg));
   const cv::Mat k = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(size, size));
   cv::Mat dst;
   for (auto _ : state) {
@@ -83,6 +124,32 @@ void CvMorph(benchmark::State& state, uint8_t fg, int op, int size) {
 void BM_CvErode3x3(benchmark::State& state) { CvMorph(state, 255, cv::MORPH_ERODE, 3); }
 void BM_CvDilate3x3(benchmark::State& state) { CvMorph(state, 255, cv::MORPH_DILATE, 3); }
 void BM_CvErode41x41(benchmark::State& state) { CvMorph(state, 1, cv::MORPH_ERODE, 41); }
+void BM_CvErode5x5(benchmark::State& state) { CvMorph(state, 255, cv::MORPH_ERODE, 5); }
+void BM_CvConnectedComponents(benchmark::State& state) {
+  cv::setNumThreads(1);
+  const cv::Mat src = Wrap(Blobby(255));
+  cv::Mat labels;
+  for (auto _ : state) {
+    const int n = cv::connectedComponents(src, labels, static_cast<int>(state.range(0)), CV_32S);
+    benchmark::DoNotOptimize(n);
+  }
+}
+void BM_CvDistanceTransformL1(benchmark::State& state) {
+  cv::setNumThreads(1);
+  const cv::Mat src = Wrap(Blobby(255));
+  cv::Mat background = src == 0, dist;
+  for (auto _ : state) {
+    cv::distanceTransform(background, dist, cv::DIST_L1, 3, CV_8U);
+    benchmark::DoNotOptimize(dist.data);
+  }
+}
+BENCHMARK(BM_CvErode3x3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CvDilate3x3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CvErode5x5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CvErode41x41)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CvConnectedComponents)->Arg(8)->Arg(4)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CvDistanceTransformL1)->Unit(benchmark::kMillisecond);
+#endif
 
 void BM_ErosionDilationOpt(benchmark::State& state) {
   const int r = static_cast<int>(state.range(0));
@@ -95,20 +162,20 @@ void BM_ErosionDilationOptXY(benchmark::State& state) {
 BENCHMARK(BM_ErosionDilationOptXY)->Args({5, 5})->Args({255, 5})->Args({5, 255})->Unit(benchmark::kMillisecond);
 
 void BM_ImErode41(benchmark::State& state) {
-  const cv::Mat& src = Blobby(1);
-  cv::Mat dst(kH, kW, CV_8UC1);
+  const Mask& src = Blobby(1);
+  Mask dst(src.size());
   for (auto _ : state) {
-    ImErode(&kHost, src.data, dst.data, kW, kH, 41);
-    benchmark::DoNotOptimize(dst.data);
+    ImErode(&kHost, src.data(), dst.data(), kW, kH, 41);
+    benchmark::DoNotOptimize(dst.data());
   }
 }
 
 void Components(benchmark::State& state, bool eight) {
-  const cv::Mat& src = Blobby(255);
+  const Mask& src = Blobby(255);
   std::vector<int> labels(kW * kH), table(kW * kH + 2);
   int count = 0;
   for (auto _ : state) {
-    (eight ? connectTwoPass_8 : connectTwoPass)(src.data, labels.data(), kW, kH, &count,
+    (eight ? connectTwoPass_8 : connectTwoPass)(src.data(), labels.data(), kW, kH, &count,
                                                 table.data(), 255);
     benchmark::DoNotOptimize(labels.data());
   }
@@ -116,16 +183,6 @@ void Components(benchmark::State& state, bool eight) {
 }
 void BM_connectTwoPass_8(benchmark::State& state) { Components(state, true); }
 void BM_connectTwoPass(benchmark::State& state) { Components(state, false); }
-void BM_CvConnectedComponents(benchmark::State& state) {
-  cv::setNumThreads(1);
-  const cv::Mat& src = Blobby(255);
-  cv::Mat labels;
-  for (auto _ : state) {
-    const int n = cv::connectedComponents(src, labels, static_cast<int>(state.range(0)), CV_32S);
-    benchmark::DoNotOptimize(n);
-  }
-}
-
 void BM_bivista_manhattan(benchmark::State& state) {
   InPlace(state, Blobby(255), [&](uint8_t* p) { bivista_manhattan(p, kW, kH); });
 }
@@ -135,30 +192,16 @@ void BM_manhattan(benchmark::State& state) {
 void BM_dilate_manh(benchmark::State& state) {
   InPlace(state, Blobby(255), [&](uint8_t* p) { dilate_manh(p, kW, kH, 10); });
 }
-void BM_CvDistanceTransformL1(benchmark::State& state) {
-  cv::setNumThreads(1);
-  const cv::Mat& src = Blobby(255);
-  cv::Mat background = src == 0, dist;
-  for (auto _ : state) {
-    cv::distanceTransform(background, dist, cv::DIST_L1, 3, CV_8U);
-    benchmark::DoNotOptimize(dist.data);
-  }
-}
-
 BENCHMARK(BM_ErodeWith3x3Rect)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvErode3x3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DilateWith3x3Rect)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvDilate3x3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ErodeWith5x5Rect)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ErosionDilationOpt)->Arg(5)->Arg(20)->Arg(100)->Arg(255)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ImErode41)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvErode41x41)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_connectTwoPass_8)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_connectTwoPass)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvConnectedComponents)->Arg(8)->Arg(4)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_bivista_manhattan)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_manhattan)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_dilate_manh)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CvDistanceTransformL1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -99,7 +99,8 @@ for p in "${profiles[@]}"; do
   esac
 done
 if $want_arm64; then
-  want+=(libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64)
+  want+=(libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64
+        libbenchmark-dev:arm64)
 fi
 
 updated=false

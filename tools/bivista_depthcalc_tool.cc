@@ -339,7 +339,15 @@ struct Mode {
   const char* summary;
 };
 // One declaration and one row per mode.
+int RunSmooth(int argc, char** argv);
+int RunMedian(int argc, char** argv);
+int RunTonematch(int argc, char** argv);
+int RunNv12luma(int argc, char** argv);
 static const Mode kModes[] = {
+    {"smooth", RunSmooth, "fast global smoother and border mask on a depth map and its photo"},
+    {"median", RunMedian, "joint weighted median of a depth map guided by a photo"},
+    {"tonematch", RunTonematch, "tone-match one image to another, plot histograms and curves"},
+    {"nv12luma", RunNv12luma, "rewrite an NV12 image's luma with the tuned weights"},
     {nullptr, nullptr, nullptr},
 };
 

@@ -26,7 +26,9 @@ enum {
   BIVISTA_CALC_DEPTH = 16       /* averDepth, beMultiDepth */
 };
 
-/* Inclusive pixel coordinates; left > right or top > bottom is not rejected. */
+/* Inclusive pixel coordinates; left > right or top > bottom is not rejected. Such an inverted
+ * area holds no sample: confidence 0, depth 0, multi-depth 0; the shift is 0, 0 when both sides
+ * are inverted, else (and when its w x h plane does not fit 32 bits) the shift step fails. */
 typedef struct BIVISTA_Rect {
   int32_t left;
   int32_t top;
@@ -38,7 +40,9 @@ typedef struct BIVISTA_Rect {
  * mode 0: first camera's focal lengths; 1: focus area corrected against the confidence before
  * the analysis, second camera's focal lengths; other: second camera's, no correction.
  * shiftDirection 0/1: disparity along columns, 2/3: along rows, above 3: zero shift.
- * dispOffset is added to every raw sample. width, height, stride in samples. */
+ * dispOffset is added to every raw sample, wrapping modulo 2^32 near the int limits (an offset
+ * near INT32_MAX turns large samples negative: disparity 0). width, height, stride in samples;
+ * offsets into the planes are 64-bit, so the stride may be as large as the caller's plane. */
 typedef struct DisparityType {
   int32_t format;
   void* data;

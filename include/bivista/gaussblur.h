@@ -12,7 +12,7 @@
 
 #ifdef __cplusplus
 /* Blurs src into dst (src may equal dst, then with equal strides) with a k_length-tap kernel
- * built from sigma. th_pool may be null only with th_num 1; at most 4 threads. Lengths 3, 5 and 7
+ * built from sigma (NaN refused like sigma <= 0). th_pool may be null only with th_num 1; at most 4 threads. Lengths 3, 5 and 7
  * are supported.
  * Returns 0, or -1 with one error line; images too small to filter are copied and refused. */
 BIVISTA_API int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height,
@@ -31,7 +31,8 @@ BIVISTA_API void* GaussianBlur7x7_u8_optimization_Body_Caller(void* argument, in
 BIVISTA_EXTERN_C_BEGIN
 
 /* One kernel size each: kernel holds 3, 5 or 7 symmetric taps summing to 256. Interior rows
- * are split over th_num workers, the border rows are computed afterwards on the caller. */
+ * are split over th_num workers, the border rows are computed afterwards on the caller. Strides
+ * below the width are refused (-1, untouched). */
 BIVISTA_API int GaussianBlur3x3_u8_optimization_multithread(const uint8_t* src, uint8_t* dst,
                                                             int width, int height, int src_stride,
                                                             int dst_stride, const uint16_t* kernel,

@@ -33,11 +33,14 @@ BIVISTA_API void* packed_SafeNew(int size);
 BIVISTA_API void packed_SafeDelete(void* pointer);
 
 BIVISTA_API void update_globalMemFxn(const vta_algo_mem_allocator_t* table);
-/* Through g_memFxn when set, else safeNew/free; timed in wall-time slots 25 and 26. */
+/* Through g_memFxn when set, else safeNew/free (a size past 32 bits refused, not cut); timed in
+ * wall-time slots 25 and 26. */
 BIVISTA_API void* packed_FXN_malloc(size_t size, uint64_t a, uint64_t b);
 BIVISTA_API void packed_FXN_free(void* pointer, uint64_t a, uint64_t b);
 
-/* Row-pointer arrays over one contiguous block; pointer 0 is the block. Not zeroed. */
+/* Row-pointer arrays over one contiguous block; pointer 0 is the block. Not zeroed. Sizes are
+ * true products: one past 32 bits is refused as safeNew refuses a negative size (the warning
+ * shows -2147483648), never wrapped to a small block. */
 BIVISTA_API float** float2D(int rows, int columns);
 BIVISTA_API int** int2D(int rows, int columns);
 BIVISTA_API short** short2D(int rows, int columns);

@@ -14,13 +14,15 @@ BIVISTA_EXTERN_C_BEGIN
 /* Inclusive 32-bit integral image: dst(y, x) = sum of src over rows 0..y, columns 0..x. */
 BIVISTA_API void ImIntegral(const unsigned char* src, unsigned int* dst, int width, int height);
 /* Window of k/2 around each pixel; row 0 and column 0 never take part in any window. The
- * integral image comes from mem (tag "MORPHOLOGIC"); -1 when that allocation fails. */
+ * integral image comes from mem (tag "MORPHOLOGIC"); -1 when that allocation fails. Any k:
+ * windows are clipped in 64 bits (k near INT_MAX covers the image); a radius below 0 gives -1. */
 BIVISTA_API int ImErode(const vta_algo_mem_allocator_t* mem, const unsigned char* src,
                         unsigned char* dst, int width, int height, int k);
 BIVISTA_API int ImDilate(const vta_algo_mem_allocator_t* mem, const unsigned char* src,
                          unsigned char* dst, int width, int height, int k);
 /* In place: every pixel whose window (radii kWidth, kHeight) holds a pixel equal to v becomes v.
- * Column counts are 8-bit and wrap at 256. Radii above 255 or with 2*radius >= size: -1. */
+ * Column counts are 8-bit and wrap at 256. Radii above 255 or with 2*radius >= size: -1. An
+ * image of 2 GiB or more is refused through safeNew (its message, then this routine's): -1. */
 BIVISTA_API int Erosion_Dilation_Function_opt(unsigned char* image, int width, int height,
                                               int kWidth, int kHeight, unsigned char v);
 /* mem is accepted and not used. */
@@ -30,6 +32,7 @@ BIVISTA_API int ImClose(const vta_algo_mem_allocator_t* mem, const unsigned char
                         unsigned char* dst, int width, int height, int k);
 
 /* ---- Fixed kernels: bitwise AND (erode) / OR (dilate), in place, border frame frozen ---- */
+/* A width below 1 does nothing (the scratch copy included). */
 
 BIVISTA_API void ErodeWith3x3Cross(unsigned char* image, unsigned char* scratch, int width,
                                    int height, int stride, int iterations);
@@ -70,13 +73,16 @@ BIVISTA_API unsigned char* erode_manh(unsigned char* image, int width, int heigh
                                       unsigned char N);
 
 /* ---- Brute-force and separable rectangular windows (rx horizontal, ry vertical) ---- */
+/* Radii anywhere in the int range: windows clipped in 64 bits; a negative radius is an empty
+ * window (nothing changes). */
 
 /* copy: width*height bytes, holds the input on return. */
 BIVISTA_API void Dilation_Function(unsigned char* image, int width, int height, int rx, int ry,
                                    unsigned char* copy);
 BIVISTA_API void Erosion_Function(unsigned char* image, int width, int height, int rx, int ry,
                                   unsigned char* copy);
-/* Scratch of stride*height bytes from safeNew; -1 when it fails. */
+/* Scratch of stride*height bytes from safeNew (a size beyond int is refused there); -1 when it
+ * fails. The image is read up to the last row's width only. */
 BIVISTA_API int dilation(unsigned char* image, int width, int height, int stride, int rx, int ry);
 BIVISTA_API int erosion(unsigned char* image, int width, int height, int stride, int rx, int ry);
 /* Result in dst; src is overwritten with the horizontally spread image. Returns 0. */

@@ -5,6 +5,8 @@
 
 #include "bivista/timer.h"
 #include "common/log_internal.h"
+#include "common/alloc_size.h"
+#include "common/mem_internal.h"
 
 using bivista::kTagAlgo;
 
@@ -26,11 +28,6 @@ constexpr int kLineIsRelativePath = 301;
 constexpr int kSlotFxnMalloc = 25;
 constexpr int kSlotFxnFree = 26;
 
-// Products computed in 32 bits as the callers' ints would be; overflow wraps to a refused size.
-int32_t Mul32(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
-
 void* CheckedMalloc(int size) {
   if (size < 1) {
     BV_LOGW(kTagAlgo, "safeNew", kLineSafeNew,
@@ -40,15 +37,20 @@ void* CheckedMalloc(int size) {
   return malloc(static_cast<size_t>(size));
 }
 
+// Sizes are true products: one that does not fit 32 bits is refused, never wrapped to a small
+// positive block.
 template <typename T>
 T** Alloc2D(int rows, int columns, const char* name, int line, const char* failText) {
-  T** array = static_cast<T**>(CheckedMalloc(Mul32(rows, 8)));
+  T** array = static_cast<T**>(bivista::SafeNewSize(int64_t{rows} * 8));
   if (array == nullptr) {
     BV_LOGE(kTagAlgo, name, line, "%s", failText);
     return nullptr;
   }
+  // rows x columns is exact in 64 bits; past 32 bits it is refused whatever the element size.
+  const int64_t cells = int64_t{rows} * columns;
+  const bool fits = cells >= INT32_MIN && cells <= INT32_MAX;
   T* block = static_cast<T*>(
-      CheckedMalloc(Mul32(Mul32(rows, columns), static_cast<int32_t>(sizeof(T)))));
+      bivista::SafeNewSize(fits ? cells * static_cast<int64_t>(sizeof(T)) : cells));
   if (block == nullptr) {
     array[0] = nullptr;
     BV_LOGE(kTagAlgo, name, line, "%s", failText);
@@ -66,6 +68,8 @@ void Release2D(T** array) {
 }
 
 }  // namespace
+
+void* bivista::SafeNewSize(int64_t bytes) { return CheckedMalloc(bivista::SafeNewBytes(bytes)); }
 
 extern "C" {
 
@@ -89,8 +93,10 @@ void update_globalMemFxn(const vta_algo_mem_allocator_t* table) {
 
 void* packed_FXN_malloc(size_t size, uint64_t a, uint64_t b) {
   StartTimer2(kSlotFxnMalloc);
+  // Without a host table the size goes to safeNew's rules whole, not cut to 32 bits.
+  const int64_t bytes = static_cast<int64_t>(size < INT64_MAX ? size : INT64_MAX);
   void* buffer = g_memFxn.malloc != nullptr ? g_memFxn.malloc(size, a, b)
-                                            : CheckedMalloc(static_cast<int>(size));
+                                            : bivista::SafeNewSize(bytes);
   CumulativeTime2(kSlotFxnMalloc);
   ShowTime2(kSlotFxnMalloc, kSlotFxnMalloc, "packed_FXN_malloc");
   return buffer;

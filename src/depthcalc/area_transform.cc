@@ -2,8 +2,11 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "bivista/mem_services.h"
 #include "common/log_internal.h"
+#include "common/mem_internal.h"
 #include "depthcalc/depthcalc_internal.h"
 #include "depthcalc/depthcalc_kernels.h"
 
@@ -48,8 +51,8 @@ struct Sums {
   float y = 0.0f;
 };
 
-// Landing indices are computed a block of rows at a time into a buffer on the stack; an area is
-// at most a map's width (3968) wide.
+// Landing indices are computed a block of rows at a time into a buffer on the stack (a row of
+// any map fits).
 constexpr int kTargetBlock = 4096;
 
 // Forward form: the field is read where the sample lands. Inverse form: the sample's own field
@@ -92,15 +95,25 @@ template <bool Forward, int Dir>
 Sums SumsOf(const float* disp, const float* vx, const float* vy, int w, int h) {
   Sums s;
   s.count = w * h;
+  if (w <= 0 || h <= 0) return s;  // an inverted area has no sample to walk
+  const float* rowAdd = Forward ? (Dir <= 1 ? disp : nullptr) : vy;
+  const float* colAdd = Forward ? (Dir <= 1 ? nullptr : disp) : vx;
   int32_t target[kTargetBlock];
+  if (w > kTargetBlock) {
+    // Rows wider than the block (areas far beyond any map): a sample at a time.
+    for (int r = 0; r < h; ++r) {
+      for (int c = 0; c < w; ++c) {
+        const int i = r * w + c;
+        target[0] = LandingTarget(rowAdd, colAdd, r, c, i, w, h);
+        WalkSums<Forward, Dir>(disp, vx, vy, target, w, i, 1, &s);
+      }
+    }
+    return s;
+  }
   const int rows = kTargetBlock / w;
   for (int r0 = 0; r0 < h; r0 += rows) {
     const int n = rows < h - r0 ? rows : h - r0;
-    if (Forward) {
-      LandingTargets(Dir <= 1 ? disp : nullptr, Dir <= 1 ? nullptr : disp, w, h, r0, n, target);
-    } else {
-      LandingTargets(vy, vx, w, h, r0, n, target);
-    }
+    LandingTargets(rowAdd, colAdd, w, h, r0, n, target);
     WalkSums<Forward, Dir>(disp, vx, vy, target, w, r0 * w, n * w, &s);
   }
   return s;
@@ -149,7 +162,7 @@ Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const flo
     }
   }
   Sums none;
-  none.count = w * h;
+  none.count = w * h;  // w and h fit: see TransDispariyArea
   return none;
 }
 
@@ -298,7 +311,9 @@ void RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
 
 void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, float* vx,
                   float* vy) {
-  const int w = rect.right - rect.left + 1;
+  const int64_t w64 = static_cast<int64_t>(rect.right) - rect.left + 1;
+  if (w64 <= 0) return;  // no sample, and no row pointer to form
+  const int w = static_cast<int>(w64);
   const float eps = EpsilonAsFloat();
   for (int y = rect.top; y <= rect.bottom; ++y) {
     GuardedVxVyRow(H, eps, rect.left + xoff, static_cast<float>(y + yoff), w,
@@ -309,14 +324,20 @@ void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, 
 
 int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
-  const int w = rect.right - rect.left + 1;
-  const int h = rect.bottom - rect.top + 1;
-  if (w > kTargetBlock) return -1;  // wider than any map Bivista_CalcShift accepts
+  // Sides and plane sizes in 64 bits: an inverted rectangle far from the map has sides beyond
+  // 32 bits, and its planes are refused by the allocator. Sides held to 2^28 either way keep the
+  // product exact and refused all the same.
+  const int64_t w64 = static_cast<int64_t>(rect.right) - rect.left + 1;
+  const int64_t h64 = static_cast<int64_t>(rect.bottom) - rect.top + 1;
+  constexpr int64_t kSideCap = int64_t{1} << 28;
+  const int64_t cw = std::min(std::max(w64, -kSideCap), kSideCap);
+  const int64_t ch = std::min(std::max(h64, -kSideCap), kSideCap);
+  const int64_t bytes = cw * ch * static_cast<int64_t>(sizeof(float));
   // The disparity plane, vx and vy: one allocation each, as the host's allocator sees them; a
   // failure frees what was taken. The row-local case uses the first row of each.
   float* planes[3] = {nullptr, nullptr, nullptr};
   for (float*& p : planes) {
-    p = static_cast<float*>(safeNew(w * h * static_cast<int>(sizeof(float))));
+    p = static_cast<float*>(SafeNewSize(bytes));
     if (p == nullptr) {
       BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
       for (float* q : planes) safeDelete(q);
@@ -326,9 +347,14 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   float* disp = planes[0];
   float* vx = planes[1];
   float* vy = planes[2];
+  // Allocated, the plane fits 32 bits, and so do w and h (both positive, or both negative).
+  const int w = static_cast<int>(w64), h = static_cast<int>(h64);
+  const bool empty = w <= 0 || h <= 0;
   const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
-  const bool rowLocal = w > 0 && h > 0 && RowLocal(form, rec.shiftDirection);
-  if (!rowLocal) FillDisparity(rec, rect, w, h, disp);
+  // The row-local walk keeps a row's landing columns on the stack.
+  const bool rowLocal = !empty && w <= kTargetBlock && RowLocal(form, rec.shiftDirection);
+  if (!rowLocal && !empty) FillDisparity(rec, rect, w, h, disp);
+
 
   // Square and wide maps are centred in a 4:3 frame.
   const int W = rec.width;

@@ -24,6 +24,13 @@ constexpr int kLineSaveMkdirDone = 659;
 constexpr size_t kNameSize = 256;
 constexpr mode_t kDirMode = 0777;
 
+// last - first + 1, formed in 64 bits and saturated: an inverted side far below zero must not
+// wrap round to a large positive size.
+int AreaSide(int first, int last) {
+  const int64_t side = static_cast<int64_t>(last) - first + 1;
+  return static_cast<int>(side < INT32_MIN ? INT32_MIN : side > INT32_MAX ? INT32_MAX : side);
+}
+
 // Whole plane, then the focus area, both appended.
 void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int stride,
                const BIVISTA_Rect& r, int aw, int ah, const char* kind) {
@@ -34,7 +41,10 @@ void DumpPlane(const char* dir, const uint8_t* plane, int width, int height, int
   memset(name, 0, sizeof name);
   snprintf(name, sizeof name, "%s%ld%ld_dis_l%d_t%d_r%d_b%d_%dx%d_%s_focus.yuv", dir, 0L, 0L,
            r.left, r.top, r.right, r.bottom, aw, ah, kind);
-  writeFile(name, plane + r.left + static_cast<ptrdiff_t>(stride) * r.top, aw, ah, stride);
+  // An empty area writes its rows empty: no pointer is formed at its (far-off) corner.
+  const bool empty = aw <= 0 || ah <= 0;
+  writeFile(name, empty ? plane : plane + r.left + static_cast<ptrdiff_t>(stride) * r.top, aw, ah,
+            stride);
 }
 
 }  // namespace
@@ -66,8 +76,8 @@ extern "C" int writeFile(const char* path, const uint8_t* data, int rowBytes, in
 namespace bivista {
 
 void PaintDumpFrame(uint8_t* plane, int stride, const BIVISTA_Rect& r) {
-  const int aw = r.right - r.left + 1;
-  const int ah = r.bottom - r.top + 1;
+  const int aw = AreaSide(r.left, r.right);
+  const int ah = AreaSide(r.top, r.bottom);
   if (aw <= 0) return;
   for (int i = 0; i < ah; ++i) {
     uint8_t* row = plane + r.left + static_cast<ptrdiff_t>(stride) * (r.top + i);
@@ -105,8 +115,8 @@ extern "C" void SaveDispTransImage(uint8_t* disparity, const uint8_t* confidence
   } else {
     BV_LOGI(kTagAlgo, "SaveDispTransImage", kLineSaveMkdirDone, "create path(%s) sucessed.\n", dir);
   }
-  const int aw = rect.right - rect.left + 1;
-  const int ah = rect.bottom - rect.top + 1;
+  const int aw = AreaSide(rect.left, rect.right);
+  const int ah = AreaSide(rect.top, rect.bottom);
   // A 16-bit map arrives as a null plane: nothing to paint.
   if (disparity != nullptr) {
     PaintDumpFrame(disparity, stride, rect);

@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "android_platform.h"
 #include "common/log_internal.h"
 #include "depthcalc/depthcalc_internal.h"
@@ -260,26 +262,36 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
   if (rc != BIVISTA_OK) return rc;
   const DisparityType& rec = *disparity;
 
-  // Focus area in disparity samples.
+  // Focus area in disparity samples. Quotients beyond the int range saturate, as the phone
+  // converts; only left and top are known to be in range, so w and h are formed in 64 bits.
   const float s = static_cast<float>(imageWidth) / static_cast<float>(rec.width);
   BIVISTA_Rect area;
-  area.left = static_cast<int32_t>(static_cast<float>(focusArea.left) / s);
-  area.top = static_cast<int32_t>(static_cast<float>(focusArea.top) / s);
-  area.right = static_cast<int32_t>(static_cast<float>(focusArea.right) / s);
-  area.bottom = static_cast<int32_t>(static_cast<float>(focusArea.bottom) / s);
-  const int w = area.right - area.left + 1;
-  const int h = area.bottom - area.top + 1;
+  area.left = bivista::ToInt32Sat(static_cast<float>(focusArea.left) / s);
+  area.top = bivista::ToInt32Sat(static_cast<float>(focusArea.top) / s);
+  area.right = bivista::ToInt32Sat(static_cast<float>(focusArea.right) / s);
+  area.bottom = bivista::ToInt32Sat(static_cast<float>(focusArea.bottom) / s);
+  const int64_t w64 = static_cast<int64_t>(area.right) - area.left + 1;
+  const int64_t h64 = static_cast<int64_t>(area.bottom) - area.top + 1;
+  // An inverted area holds no sample: nothing is read from it and no pointer is formed into it.
+  // Its statistics do not depend on how negative w and h are, so they go on saturated.
+  const bool empty = w64 <= 0 || h64 <= 0;
+  const int w = static_cast<int>(std::max<int64_t>(w64, INT32_MIN));
+  const int h = static_cast<int>(std::max<int64_t>(h64, INT32_MIN));
   const int stride = rec.stride;
-  const int offset = area.left + area.top * stride;
+  // top x stride can pass 32 bits: the analysis gets planes that start at the area's first
+  // sample (offset 0) instead of an offset.
+  const size_t first = empty ? 0 : static_cast<size_t>(area.top) * stride + area.left;
+  DisparityType areaRec = rec;
+  areaRec.data = static_cast<uint8_t*>(rec.data) + first * (rec.format == 0 ? 1 : 2);
+  const uint8_t* areaConf = inputConfidence + first;
 
   if (flags & BIVISTA_CALC_CONFIDENCE) {
     uint64_t sum = 0;
-    for (int y = 0; y < h; ++y) {
-      const uint8_t* row = inputConfidence + offset + static_cast<size_t>(y) * stride;
-      sum += bivista::SumBytes(row, w);
+    for (int y = 0; !empty && y < h; ++y) {
+      sum += bivista::SumBytes(areaConf + static_cast<size_t>(y) * stride, w);
     }
-    const int64_t n = static_cast<int64_t>(w) * h;
-    *averConfidence = static_cast<uint8_t>(n == 0 ? 0 : static_cast<int64_t>(sum) / n);
+    // An empty area averages to 0 (its sum is 0 whatever w x h is).
+    *averConfidence = static_cast<uint8_t>(empty ? 0 : static_cast<int64_t>(sum) / (w64 * h64));
   }
 
   if (flags & BIVISTA_CALC_DEPTH) {
@@ -295,8 +307,10 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
     if (rec.mode == 1) {
       CorrectedPlanes corrected;
       if (AllocCorrected(rec, &corrected) != 0) return BIVISTA_ERR_FAILED;
-      bivista::CorrectFocusAreaPacked(rec, inputConfidence, area, corrected.disparity,
-                                      corrected.confidence, w);
+      if (!empty) {
+        bivista::CorrectFocusAreaPacked(rec, inputConfidence, area, corrected.disparity,
+                                        corrected.confidence, w);
+      }
       DisparityType analysed = rec;
       analysed.data = corrected.disparity;
       if (DumpEnabled()) {
@@ -304,16 +318,19 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
         SpreadArea(corrected.disparity, rec.format != 0 ? 2 : 1, stride, rec.height, area);
         SaveDispTransImage(rec.format == 0 ? static_cast<uint8_t*>(corrected.disparity) : nullptr,
                            corrected.confidence, rec.width, rec.height, stride, area);
-        analysisAFDepth(analysed, stride, w, h, offset, result, K, corrected.confidence);
-        multi = D2AnalysisAFMultiDepth(analysed, stride, w, h, offset);
+        // From the area's first sample, as for the host's planes below.
+        analysed.data = static_cast<uint8_t*>(corrected.disparity) +
+                        first * (rec.format == 0 ? 1 : 2);
+        analysisAFDepth(analysed, stride, w, h, 0, result, K, corrected.confidence + first);
+        multi = D2AnalysisAFMultiDepth(analysed, stride, w, h, 0);
       } else {
         // Packed rows; the multi-depth minimum still starts at the map's stride.
         analysisAFDepth(analysed, w, w, h, 0, result, K, corrected.confidence);
         multi = bivista::MultiDepthRows(analysed, w, w, h, 0, static_cast<int16_t>(stride));
       }
     } else {
-      analysisAFDepth(rec, stride, w, h, offset, result, K, inputConfidence);
-      multi = D2AnalysisAFMultiDepth(rec, stride, w, h, offset);
+      analysisAFDepth(areaRec, stride, w, h, 0, result, K, areaConf);
+      multi = D2AnalysisAFMultiDepth(areaRec, stride, w, h, 0);
     }
     *beMultiDepth = multi;
     float D = result[0];
@@ -327,12 +344,13 @@ int Bivista_CalcShift(const DisparityType* disparity, const uint8_t* inputConfid
     if (readMaps != 0) {
       // Only the last sample of the area (bottom-right) counts, as the host's maps are read.
       uint16_t lastX = 0, lastY = 0;
-      if (w > 0 && h > 0) {
-        const size_t last = static_cast<size_t>(offset) + static_cast<size_t>(h - 1) * stride + w - 1;
+      if (!empty) {
+        const size_t last = first + static_cast<size_t>(h - 1) * stride + w - 1;
         lastX = xMap[last];
         lastY = yMap[last];
       }
-      const float n = static_cast<float>(w * h);
+      // In double: the sides of an inverted area can reach 2^32 each.
+      const float n = static_cast<float>(static_cast<double>(w64) * static_cast<double>(h64));
       *averShiftX = static_cast<float>(lastX >> 3) / n;
       *averShiftY = static_cast<float>(lastY >> 3) / n;
     } else if (bivista::TransDispariyArea(rec, *calib, area, averShiftX, averShiftY) != 0) {

@@ -17,13 +17,6 @@
 namespace bivista {
 namespace elem {
 
-inline int32_t Target(const float* rowAdd, const float* colAdd, int r, int c, size_t i, int w,
-                      int h) {
-  const int r2 = rowAdd != nullptr ? LandIndex(static_cast<double>(r) + rowAdd[i], h) : r;
-  const int c2 = colAdd != nullptr ? LandIndex(static_cast<double>(c) + colAdd[i], w) : c;
-  return (r2 | c2) < 0 ? -1 : r2 * w + c2;
-}
-
 inline bool VxVy(const float* H, float eps, float X, float Y, float* vx, float* vy) {
   const float z = H[6] * X + H[7] * Y + H[8];
   *vx = (H[0] * X + H[1] * Y + H[2]) / z - X;
@@ -32,7 +25,7 @@ inline bool VxVy(const float* H, float eps, float X, float Y, float* vx, float* 
 }
 
 inline float Disparity(int raw, int offset) {
-  const int v = raw + offset;
+  const int v = WrapAdd(raw, offset);
   return v < 0 ? 0.0f : static_cast<float>(v) * 0.25f;
 }
 
@@ -52,7 +45,9 @@ inline void Search(const T* in, int16_t* least, int16_t* firstK) {
 }
 
 inline uint8_t MultiBin(int raw, int offset) {
-  const unsigned d = static_cast<unsigned>(abs(raw + offset)) >> 2;
+  // |INT32_MIN| is taken as 2^31, as the vector lanes do.
+  const uint32_t v = static_cast<uint32_t>(WrapAdd(raw, offset));
+  const unsigned d = (static_cast<int32_t>(v) < 0 ? 0u - v : v) >> 2;
   return static_cast<uint8_t>(d > kMultiOverflowBin - 1 ? kMultiOverflowBin : d);
 }
 
@@ -108,7 +103,7 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int r0, in
       const auto outside = hn::Lt(hn::Or(r2, c2), hn::Zero(di));
       hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, out + c);
     }
-    for (; c < w; ++c) out[c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    for (; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 }
 #endif
@@ -125,7 +120,7 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int 
   for (int r = r0; r < r0 + rows; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
     int32_t* out = target + static_cast<size_t>(r - r0) * w;
-    for (int c = 0; c < w; ++c) out[c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    for (int c = 0; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 #endif
 }
@@ -376,7 +371,7 @@ void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int 
   for (int r = r0; r < r0 + rows; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
     int32_t* out = target + static_cast<size_t>(r - r0) * w;
-    for (int c = 0; c < w; ++c) out[c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    for (int c = 0; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 }
 

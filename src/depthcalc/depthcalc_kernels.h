@@ -3,9 +3,16 @@
 #ifndef BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
 #define BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 namespace bivista {
+
+// raw + offset of a sample, wrapping modulo 2^32 as the vector lanes do: an offset near the int
+// limits carries the sum round to the other sign instead of overflowing.
+inline int32_t WrapAdd(int32_t raw, int32_t offset) {
+  return static_cast<int32_t>(static_cast<uint32_t>(raw) + static_cast<uint32_t>(offset));
+}
 
 // Where a position lands on an axis of n samples once rounded (add a half in double precision,
 // truncate toward zero, not-a-number as 0): the index, or -1 outside. Branch-free: clamped to
@@ -17,6 +24,15 @@ inline int LandIndex(double v, int n) {
   v = v > n ? static_cast<double>(n) : v;
   const int i = static_cast<int>(v);
   return i < n ? i : -1;
+}
+
+// Landing index r2 * w + c2 of the sample at row r, column c (index i) of a w x h area, -1 when
+// it falls outside; see LandingTargets.
+inline int32_t LandingTarget(const float* rowAdd, const float* colAdd, int r, int c, size_t i,
+                             int w, int h) {
+  const int r2 = rowAdd != nullptr ? LandIndex(static_cast<double>(r) + rowAdd[i], h) : r;
+  const int c2 = colAdd != nullptr ? LandIndex(static_cast<double>(c) + colAdd[i], w) : c;
+  return (r2 | c2) < 0 ? -1 : r2 * w + c2;
 }
 
 // Landing index r2 * w + c2 of every sample of rows r0 .. r0 + rows - 1 of a w x h area, -1 when

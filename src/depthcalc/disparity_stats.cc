@@ -164,6 +164,7 @@ void CountMultiDepth(const T* data, int dispOffset, int rowStride, int w, int h,
   constexpr int kTables = 8;
   uint32_t part[kTables][kBins] = {{0}};
   uint8_t bins[kRun];
+  if (w <= 0) return;  // an empty area: no row pointer to form
   for (int j = 0; j < h; ++j) {
     const T* row = data + static_cast<size_t>(offset) + static_cast<size_t>(j) * rowStride;
     for (int x = 0; x < w; x += kRun) {
@@ -215,7 +216,7 @@ int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, i
     const size_t rowStart = static_cast<size_t>(offset) + static_cast<size_t>(y0 + j) * stride + x0;
     for (int i = 0; i < winW; ++i) {
       const size_t idx = rowStart + i;
-      const int d = static_cast<int16_t>((RawSample(rec, idx) + rec.dispOffset) >> 2);
+      const int d = static_cast<int16_t>(WrapAdd(RawSample(rec, idx), rec.dispOffset) >> 2);
       if (d < kMinKeptDisparity || confidence[idx] < kMinConfidence) continue;
       if (d < kHistBins) ++raw[d];  // 16-bit samples past the histogram still count in the max
       const int c = std::min(d, kSmoothClip);
@@ -251,7 +252,7 @@ int D2DataAnalysisAFDisparity_New(DisparityType rec, int stride, int w, int h, i
     average = static_cast<float>(num / den);
   }
   float score = static_cast<float>(Bin(smooth, smoothPeak)) * 457.14285f /
-                    static_cast<float>(winW * winH) + 13.714287f;
+                    static_cast<float>(static_cast<int64_t>(winW) * winH) + 13.714287f;
   if (score > 255.0f) score = 255.0f;
   if (score < 0.0f) score = 0.0f;
   const int s = ToInt32Sat(score + 0.5f);

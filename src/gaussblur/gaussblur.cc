@@ -5,6 +5,7 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/mthread.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "gaussblur/gaussblur_internal.h"
 #include "gaussblur/gaussblur_kernels.h"
@@ -33,6 +34,7 @@ constexpr int kLineKernelBadParam = 2880;
 constexpr int kLineKernelMalloc = 2886;
 
 constexpr int kMaxKLength = 13;
+constexpr int kLine = 64;  // cache line bytes
 
 // Messages and source lines of one kernel size; the texts differ between sizes.
 struct PathText {
@@ -127,14 +129,15 @@ constexpr PathText kText7 = {
     "[%s.%-4d] GaussianBlur7x7_u8_optimization error in %s\n"};
 // clang-format on
 
-// Byte count for safeNew; sizes beyond int are handed on as -1 and refused there.
-int Bytes(long long rows, int stride) {
-  const long long bytes = rows * stride;
-  return bytes > 0x7FFFFFFFLL ? -1 : static_cast<int>(bytes);
-}
-
 void CopyRow(const uint8_t* src, uint8_t* dst, int width) {
   if (src != dst && width > 0) memcpy(dst, src, static_cast<size_t>(width));
+}
+
+// rows rows of a block at stride, width bytes each: the last image row may end at its width.
+void CopyBlock(const uint8_t* src, uint8_t* dst, int rows, int stride, int width) {
+  for (int i = 0; i < rows; ++i) {
+    CopyRow(src + static_cast<long>(i) * stride, dst + static_cast<long>(i) * stride, width);
+  }
 }
 
 // Rows of one worker's strip: [first, first + count) counted from the first interior row.
@@ -171,27 +174,27 @@ int Body(const PathText& text, GaussJob& job, int t) {
   }
   uint8_t* scratch = job.scratch == nullptr
                          ? nullptr
-                         : job.scratch + static_cast<long>(t) * 2 * job.radius * job.srcStride;
+                         : job.scratch + static_cast<long>(t) * job.scratchBlock;
   if (scratch == nullptr) {
     Xelma_Print(XELMA_LOG_ERROR, kTagAlgo, text.bufFormat, text.body, text.lineBodyBuf,
                 static_cast<void*>(scratch));
     return -1;
   }
   const int r = job.radius;
-  const int window = 2 * r;
-  // Horizontal results of the rows above the current one, kept as a ring of 2r scratch rows.
-  uint8_t* slot[2 * kGaussMaxRadius];
-  for (int j = 0; j < window; ++j) {
-    slot[j] = scratch + static_cast<long>(j) * job.srcStride;
-    GaussRowH(StripRow(job, t, first, count, first - r + j), slot[j], job.width, job.kernel, r);
-  }
-  const uint8_t* rows[2 * kGaussMaxRadius];
-  for (int i = first; i < first + count; ++i) {
-    const int oldest = (i - first) % window;
-    for (int j = 0; j < window; ++j) rows[j] = slot[(oldest + j) % window];
-    GaussRowHV(rows, StripRow(job, t, first, count, i + r), slot[oldest],
-               job.dst + static_cast<long>(i) * job.dstStride, job.width, job.kernel, r);
-  }
+  GaussStripArgs strip;
+  strip.above = StripRow(job, t, first, count, first - r);
+  strip.src = job.src + static_cast<long>(first) * job.srcStride;
+  strip.below = StripRow(job, t, first, count, first + count);
+  strip.srcStride = job.srcStride;
+  strip.dst = job.dst + static_cast<long>(first) * job.dstStride;
+  strip.dstStride = job.dstStride;
+  strip.count = count;
+  strip.width = job.width;
+  strip.scratch = scratch;
+  strip.scratchStride = job.srcStride;
+  strip.kernel = job.kernel;
+  strip.radius = r;
+  GaussStrip(strip);
   return 0;
 }
 
@@ -236,34 +239,36 @@ int HeadTail(const PathText& text, const uint8_t* src, uint8_t* dst, int width, 
     return -1;
   }
   const int window = 2 * r;
-  uint8_t* h[2 * kGaussMaxRadius];
-  for (int j = 0; j < window; ++j) h[j] = scratch + static_cast<long>(j) * srcStride;
-  const uint8_t* rows[2 * kGaussMaxRadius + 1];
-  // Head: horizontal passes of rows 0 .. 2r-1 first, so that writing row y in place cannot
-  // change an input of a later head row.
+  GaussBorderArgs b;
+  b.width = width;
+  b.kernel = kernel;
+  b.radius = r;
+  for (int j = 0; j < window; ++j) b.h[j] = scratch + static_cast<long>(j) * srcStride;
+  // Head: rows 0 .. 2r-1 (the last r of them from headRows), mirrored above row 0.
   for (int j = 0; j < window; ++j) {
-    const uint8_t* s = j < r ? src + static_cast<long>(j) * srcStride
-                             : headRows + static_cast<long>(j - r) * srcStride;
-    GaussRowH(s, h[j], width, kernel, r);
+    b.src[j] = j < r ? src + static_cast<long>(j) * srcStride
+                     : headRows + static_cast<long>(j - r) * srcStride;
   }
   for (int y = 0; y < r; ++y) {
-    for (int j = -r; j <= r; ++j) rows[j + r] = h[y + j < 0 ? -(y + j) : y + j];
-    GaussRowV(rows, dst + static_cast<long>(y) * dstStride, width, kernel, r);
+    for (int j = -r; j <= r; ++j) b.map[y][j + r] = static_cast<uint8_t>(y + j < 0 ? -(y + j) : y + j);
+    b.dst[y] = dst + static_cast<long>(y) * dstStride;
   }
-  // Tail: rows height-2r .. height-1 into h[0 .. 2r-1].
+  GaussBorder(b);
+  // Tail: rows height-2r .. height-1 (the first r of them from tailRows), mirrored below.
   const int base = height - window;
   for (int j = 0; j < window; ++j) {
-    const uint8_t* s = j < r ? tailRows + static_cast<long>(j) * srcStride
-                             : src + static_cast<long>(base + j) * srcStride;
-    GaussRowH(s, h[j], width, kernel, r);
+    b.src[j] = j < r ? tailRows + static_cast<long>(j) * srcStride
+                     : src + static_cast<long>(base + j) * srcStride;
   }
-  for (int y = height - r; y < height; ++y) {
+  for (int o = 0; o < r; ++o) {
+    const int y = height - r + o;
     for (int j = -r; j <= r; ++j) {
       const int row = y + j < height ? y + j : 2 * (height - 1) - (y + j);
-      rows[j + r] = h[row - base];
+      b.map[o][j + r] = static_cast<uint8_t>(row - base);
     }
-    GaussRowV(rows, dst + static_cast<long>(y) * dstStride, width, kernel, r);
+    b.dst[o] = dst + static_cast<long>(y) * dstStride;
   }
+  GaussBorder(b);
   return 0;
 }
 
@@ -275,6 +280,14 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     BV_LOGE(kTagAlgo, text.path, text.lineBadArgs,
             "input parameters error!src[%p] dst[%p] kernel[%p]", static_cast<const void*>(src),
             static_cast<void*>(dst), static_cast<const void*>(kernel));
+    return -1;
+  }
+  // Scratch and boundary rows are src_stride bytes and hold width bytes; shorter strides would
+  // also make rows overlap.
+  if (srcStride < width || dstStride < width) {
+    BV_LOGE(kTagAlgo, text.path, text.lineBadArgs,
+            "ERROR: src_stride[%d] or dst_stride[%d] is less than width[%d]!!!", srcStride,
+            dstStride, width);
     return -1;
   }
   if (thNum > kGaussMaxThreads) {
@@ -299,10 +312,14 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.thNum = thNum;
   job.status = status;
   job.kernel = kernel;
-  job.src = src + static_cast<long>(r) * srcStride;
-  job.dst = dst + static_cast<long>(r) * dstStride;
+  // Rows past the top border are addressed only when the image has them (no pointer is formed
+  // past a short image).
+  const bool interior = height > 2 * r;
+  job.src = interior ? src + static_cast<long>(r) * srcStride : src;
+  job.dst = interior ? dst + static_cast<long>(r) * dstStride : dst;
   job.bounds = bounds;
   job.scratch = nullptr;
+  job.scratchBlock = static_cast<long>(2 * r) * srcStride;
   job.radius = r;
   if (thNum <= 0) {
     // Nothing to split over: the worker reports it and the call fails untouched.
@@ -318,7 +335,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   uint8_t* headTail = nullptr;
   uint8_t* ownHeadTail = nullptr;
   const int headTailBytes =
-      inPlace ? Bytes(static_cast<long long>(window) * (thNum + 1), srcStride) : 0;
+      inPlace ? SafeNewBytes(static_cast<int64_t>(window) * (thNum + 1), srcStride) : 0;
   if (inPlace && headTailBytes < 0) {
     BV_LOGE(kTagAlgo, text.path, text.lineAllocHeadTail, "Malloc thread_head_tail_data fail %s\n",
             text.path);
@@ -341,8 +358,14 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   if (pBuf != nullptr) {
     scratch = pBuf + headTailBytes;
   } else {
-    scratch = ownScratch =
-        static_cast<uint8_t*>(safeNew(Bytes(static_cast<long long>(window) * thNum, srcStride)));
+    // Own scratch: every thread's rows start on their own cache line, so that two threads never
+    // write one line (the ring is rewritten on every row).
+    job.scratchBlock = (job.scratchBlock + kLine - 1) / kLine * kLine;
+    const int64_t own = static_cast<int64_t>(job.scratchBlock) * thNum + kLine;
+    ownScratch = static_cast<uint8_t*>(safeNew(SafeNewBytes(own)));
+    scratch = ownScratch == nullptr
+                  ? nullptr
+                  : ownScratch + ((kLine - reinterpret_cast<uintptr_t>(ownScratch) % kLine) % kLine);
     if (scratch == nullptr) {
       Xelma_Print(XELMA_LOG_ERROR, kTagAlgo, text.scratchFormat, text.path, text.lineAllocScratch,
                   text.path);
@@ -353,8 +376,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   job.scratch = scratch;
 
   // Boundary blocks of every strip; in place they are copied before any worker starts.
-  const uint8_t* headRows = src + static_cast<long>(r) * srcStride;
-  const uint8_t* tailRows = src + static_cast<long>(height - window) * srcStride;
+  const uint8_t* headRows = interior ? src + static_cast<long>(r) * srcStride : src;
+  const uint8_t* tailRows = interior ? src + static_cast<long>(height - window) * srcStride : src;
   for (int t = 0; t < thNum; ++t) {
     int first = 0;
     int count = 0;
@@ -364,8 +387,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     const uint8_t* below = job.src + static_cast<long>(first + count) * srcStride;
     if (inPlace) {
       uint8_t* copy = headTail + static_cast<long>(t) * window * srcStride;
-      memcpy(copy, above, static_cast<size_t>(r) * srcStride);
-      memcpy(copy + static_cast<long>(r) * srcStride, below, static_cast<size_t>(r) * srcStride);
+      CopyBlock(above, copy, r, srcStride, width);
+      CopyBlock(below, copy + static_cast<long>(r) * srcStride, r, srcStride, width);
       bounds[2 * t] = copy;
       bounds[2 * t + 1] = copy + static_cast<long>(r) * srcStride;
     } else {
@@ -375,23 +398,27 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   }
   if (inPlace) {
     uint8_t* copy = headTail + static_cast<long>(thNum) * window * srcStride;
-    if (height >= 2 * r + 1) {
-      memcpy(copy, headRows, static_cast<size_t>(r) * srcStride);
-      memcpy(copy + static_cast<long>(r) * srcStride, tailRows, static_cast<size_t>(r) * srcStride);
+    if (interior) {
+      CopyBlock(headRows, copy, r, srcStride, width);
+      CopyBlock(tailRows, copy + static_cast<long>(r) * srcStride, r, srcStride, width);
     }
     headRows = copy;
     tailRows = copy + static_cast<long>(r) * srcStride;
   }
 
+  // The caller does the last strip itself rather than idle while a woken worker does it. The
+  // border rows follow the sync, so that their messages come after every strip's.
+  const int last = thNum - 1;
   for (int t = 0; t < thNum; ++t) {
     args[t].job = &job;
     args[t].index = t;
-    if (MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
+    if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
   }
-  MThread_Sync(pool, 0, thNum);
-
+  worker(&args[last], last);
+  MThread_Sync(pool, 0, last);
   const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
                             tailRows, scratch, r);
+
   safeDelete(ownScratch);
   safeDelete(ownHeadTail);
   bool failed = edge != 0;
@@ -530,7 +557,7 @@ int gaussian_blur(const uint8_t* src, uint8_t* dst, int width, int height, int s
     BV_LOGE(kTagAlgo, fn, kLineKLength, "ATTENTION: k_length is wrong!k_length[%d]", k_length);
     return -1;
   }
-  if (sigma <= 0) {
+  if (!(sigma > 0)) {  // NaN too: it would reach the kernel's integer conversion
     BV_LOGE(kTagAlgo, fn, kLineSigma, "ATTENTION: sigma is wrong!sigma[%f]",
             static_cast<double>(sigma));
     return -1;

@@ -23,7 +23,8 @@ struct GaussJob {
   // Two per thread: the first of the radius rows just above its strip and of those just
   // below it, each block with srcStride bytes per row.
   const uint8_t* const* bounds;
-  uint8_t* scratch;  // 2 x radius rows of srcStride bytes per thread
+  uint8_t* scratch;   // 2 x radius rows of srcStride bytes per thread
+  long scratchBlock;  // bytes from one thread's rows to the next thread's
   int radius;
 };
 

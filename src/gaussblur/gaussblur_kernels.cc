@@ -1,4 +1,5 @@
-// Vector row kernels of the Gaussian blur, compiled once per target and dispatched at run time.
+// Strip and border kernels of the Gaussian blur, compiled once per target and dispatched once per
+// strip or border block.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "gaussblur/gaussblur_kernels.cc"
 #include "gaussblur/gaussblur_kernels.h"
@@ -46,6 +47,41 @@ inline void HVPixel(const uint8_t* const* rows, const uint8_t* next, uint8_t* hN
   const uint8_t v = VPixel(rows, h, x, k, radius);
   hNext[x] = h;  // after rows[0][x] was read: hNext may alias rows[0]
   dst[x] = v;
+}
+
+// The ring walk of one strip, shared by the scalar definition and every target. Rows provides
+// H(src, dst) and HV(window, next, hNext, dst) for one row each.
+template <class Rows>
+void StripLoop(const GaussStripArgs& a, const Rows& rows) {
+  const int r = a.radius;
+  const int window = 2 * r;
+  const auto source = [&a](int i) -> const uint8_t* {
+    if (i < 0) return a.above + (i + a.radius) * a.srcStride;
+    if (i < a.count) return a.src + i * a.srcStride;
+    return a.below + (i - a.count) * a.srcStride;
+  };
+  uint8_t* slot[2 * kGaussMaxRadius];
+  for (int j = 0; j < window; ++j) {
+    slot[j] = a.scratch + j * a.scratchStride;
+    rows.H(source(j - r), slot[j]);
+  }
+  const uint8_t* win[2 * kGaussMaxRadius];
+  for (int i = 0; i < a.count; ++i) {
+    const int oldest = i % window;
+    for (int j = 0; j < window; ++j) win[j] = slot[(oldest + j) % window];
+    rows.HV(win, source(i + r), slot[oldest], a.dst + i * a.dstStride);
+  }
+}
+
+// Every horizontal pass first, then the vertical ones (dst may alias a source row).
+template <class Rows>
+void BorderLoop(const GaussBorderArgs& a, const Rows& rows) {
+  for (int j = 0; j < 2 * a.radius; ++j) rows.H(a.src[j], a.h[j]);
+  const uint8_t* win[kGaussWindow];
+  for (int o = 0; o < a.radius; ++o) {
+    for (int j = 0; j <= 2 * a.radius; ++j) win[j] = a.h[a.map[o][j]];
+    rows.V(win, a.dst[o]);
+  }
 }
 
 }  // namespace gauss_detail
@@ -136,21 +172,35 @@ void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* k
   for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
 }
 
+// Columns [begin, end) of the fused rows go through vectors, begin chosen so that the
+// destination stores are aligned; the rest pixel by pixel.
 template <int R>
-void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst, int width,
-           const uint16_t* kernel) {
+HWY_INLINE void AlignedSpan(const uint8_t* dst, int width, int* begin, int* end) {
+  const int n = static_cast<int>(hn::Lanes(D16()));
+  int b = R + static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst + R)) & (n - 1));
+  if (b + n > width - R) b = R;
+  *begin = b;
+  *end = width - R >= b + n ? b + (width - R - b) / n * n : b;
+}
+
+template <int R>
+void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+           int width, const uint16_t* kernel) {
   uint16_t k[2 * R + 1];
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  const uint8_t* rows[2 * R];  // local: the byte stores cannot change them
+  for (int j = 0; j < 2 * R; ++j) rows[j] = rowsIn[j];
   BV_SET_TAPS(k);
   const int n = static_cast<int>(hn::Lanes(D16()));
-  const int end = VectorEnd<R>(width);
-  for (int x = R; x < end; x += n) {
+  int begin = R, end = R;
+  AlignedSpan<R>(dst, width, &begin, &end);
+  for (int x = begin; x < end; x += n) {
     const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
     const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
     Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
     Store8(v, dst + x);
   }
-  for (int x = 0; x < R && x < width; ++x) {
+  for (int x = 0; x < begin && x < width; ++x) {
     gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
   }
   for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
@@ -160,24 +210,41 @@ void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint
 #undef BV_TAP_ARGS
 #undef BV_SET_TAPS
 
-// Radius 1 to 3; other radii do nothing.
-void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
-  static constexpr decltype(&RowH<1>) kRows[] = {RowH<1>, RowH<2>, RowH<3>};
-  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](src, dst, width, kernel);
-}
-
-void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
-               int radius) {
-  static constexpr decltype(&RowV<1>) kRows[] = {RowV<1>, RowV<2>, RowV<3>};
-  if (radius >= 1 && radius <= kGaussMaxRadius) kRows[radius - 1](rows, dst, width, kernel);
-}
-
-void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
-                int width, const uint16_t* kernel, int radius) {
-  static constexpr decltype(&RowHV<1>) kRows[] = {RowHV<1>, RowHV<2>, RowHV<3>};
-  if (radius >= 1 && radius <= kGaussMaxRadius) {
-    kRows[radius - 1](rows, next, hNext, dst, width, kernel);
+// One target's rows for radius R, with the taps copied once per strip.
+template <int R>
+struct VecRows {
+  const uint16_t* k;
+  int width;
+  void H(const uint8_t* s, uint8_t* d) const { RowH<R>(s, d, width, k); }
+  void V(const uint8_t* const* w, uint8_t* d) const { RowV<R>(w, d, width, k); }
+  void HV(const uint8_t* const* w, const uint8_t* next, uint8_t* hNext, uint8_t* d) const {
+    RowHV<R>(w, next, hNext, d, width, k);
   }
+};
+
+template <int R>
+void StripR(const GaussStripArgs& a) {
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = a.kernel[j];
+  gauss_detail::StripLoop(a, VecRows<R>{k, a.width});
+}
+
+template <int R>
+void BorderR(const GaussBorderArgs& a) {
+  uint16_t k[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) k[j] = a.kernel[j];
+  gauss_detail::BorderLoop(a, VecRows<R>{k, a.width});
+}
+
+// Radius 1 to 3; other radii do nothing.
+void GaussStrip(const GaussStripArgs& a) {
+  static constexpr decltype(&StripR<1>) kStrips[] = {StripR<1>, StripR<2>, StripR<3>};
+  if (a.radius >= 1 && a.radius <= kGaussMaxRadius) kStrips[a.radius - 1](a);
+}
+
+void GaussBorder(const GaussBorderArgs& a) {
+  static constexpr decltype(&BorderR<1>) kBorders[] = {BorderR<1>, BorderR<2>, BorderR<3>};
+  if (a.radius >= 1 && a.radius <= kGaussMaxRadius) kBorders[a.radius - 1](a);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -187,42 +254,39 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace bivista {
 
-HWY_EXPORT(GaussRowH);
-HWY_EXPORT(GaussRowV);
-HWY_EXPORT(GaussRowHV);
+HWY_EXPORT(GaussStrip);
+HWY_EXPORT(GaussBorder);
 
-void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
-  HWY_DYNAMIC_DISPATCH(GaussRowH)(src, dst, width, kernel, radius);
-}
-
-void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
-               int radius) {
-  HWY_DYNAMIC_DISPATCH(GaussRowV)(rows, dst, width, kernel, radius);
-}
-
-void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
-                int width, const uint16_t* kernel, int radius) {
-  HWY_DYNAMIC_DISPATCH(GaussRowHV)(rows, next, hNext, dst, width, kernel, radius);
-}
+void GaussStrip(const GaussStripArgs& args) { HWY_DYNAMIC_DISPATCH(GaussStrip)(args); }
+void GaussBorder(const GaussBorderArgs& args) { HWY_DYNAMIC_DISPATCH(GaussBorder)(args); }
 
 namespace scalar {
+namespace {
 
-void GaussRowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel, int radius) {
-  for (int x = 0; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, kernel, radius);
+// The definition pixel by pixel.
+struct ScalarRows {
+  const uint16_t* k;
+  int width;
+  int r;
+  void H(const uint8_t* s, uint8_t* d) const {
+    for (int x = 0; x < width; ++x) d[x] = gauss_detail::HPixel(s, x, width, k, r);
+  }
+  void V(const uint8_t* const* w, uint8_t* d) const {
+    for (int x = 0; x < width; ++x) d[x] = gauss_detail::VPixel(w, w[2 * r][x], x, k, r);
+  }
+  void HV(const uint8_t* const* w, const uint8_t* next, uint8_t* hNext, uint8_t* d) const {
+    for (int x = 0; x < width; ++x) gauss_detail::HVPixel(w, next, hNext, d, x, width, k, r);
+  }
+};
+
+}  // namespace
+
+void GaussStrip(const GaussStripArgs& args) {
+  gauss_detail::StripLoop(args, ScalarRows{args.kernel, args.width, args.radius});
 }
 
-void GaussRowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel,
-               int radius) {
-  for (int x = 0; x < width; ++x) {
-    dst[x] = gauss_detail::VPixel(rows, rows[2 * radius][x], x, kernel, radius);
-  }
-}
-
-void GaussRowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
-                int width, const uint16_t* kernel, int radius) {
-  for (int x = 0; x < width; ++x) {
-    gauss_detail::HVPixel(rows, next, hNext, dst, x, width, kernel, radius);
-  }
+void GaussBorder(const GaussBorderArgs& args) {
+  gauss_detail::BorderLoop(args, ScalarRows{args.kernel, args.width, args.radius});
 }
 
 }  // namespace scalar

@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "bivista/imageformat.h"
 #include "hwy/cache_control.h"
 #include "imageformat/resize_float_kernels.h"
@@ -16,18 +18,19 @@ using bivista::FloatRowMode;
 
 float* Src(const float* src) { return const_cast<float*>(src); }
 
-// Column table with positions accumulated as the definition does (not i * step).
+// Column table with positions accumulated as the definition does (not i * step), the base
+// column held at the last source pair (HeldBase).
 struct Columns {
   int32_t* x0 = nullptr;
   float* ax = nullptr;
-  bool Build(int n, float step) {
+  bool Build(int n, float step, int last) {
     void* block = malloc(static_cast<size_t>(n) * (sizeof(int32_t) + sizeof(float)));
     if (block == nullptr) return false;
     x0 = static_cast<int32_t*>(block);
     ax = reinterpret_cast<float*>(x0 + n);
     float fx = 0.0f;
     for (int i = 0; i < n; ++i) {
-      x0[i] = static_cast<int32_t>(fx);
+      x0[i] = bivista::HeldBase(fx, last);
       ax[i] = fx - x0[i];
       fx += step;
     }
@@ -37,41 +40,41 @@ struct Columns {
 };
 
 // Shared walk of the bilinear resizers. A failed table allocation falls back to one column at
-// a time, continuing the accumulated position.
+// a time, continuing the accumulated position. An empty source writes nothing. A one-row or
+// one-column source is its own neighbour (its weight is exactly 0 there): the second row is the
+// first, and a one-column source is read through two-sample copies, so no read leaves it.
 void Bilinear(const float* src, const uint8_t* mask, float* dst, int srcW, int srcH, int dstW,
               int dstH, FloatRowMode mode, float ratio, float invalid) {
-  if (dstW < 1 || dstH < 1) return;
+  if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
+  const int lastX = srcW > 1 ? srcW - 2 : 0;
   Columns cols;
-  const bool table = cols.Build(dstW, stepX);
+  const bool table = cols.Build(dstW, stepX, lastX);
   int safe = dstW;  // columns whose four-byte mask reads stay inside the mask
   if (table && mask != nullptr)
     while (safe > 0 && cols.x0[safe - 1] + 3 >= srcW) --safe;
+  const bivista::FloatPlaneArgs plane{src,     mask,    dst,   srcW, srcH,  dstW,    dstH,
+                                      cols.x0, cols.ax, stepY, mode, ratio, invalid, safe};
+  if (table) {
+    bivista::BilinearPlaneF32(plane);
+    hwy::FlushStream();  // the rows were written with streaming stores
+    return;
+  }
   float fy = 0.0f;
   for (int j = 0; j < dstH; ++j, fy += stepY) {
-    const int y0 = static_cast<int>(fy);
-    FloatRowArgs r{src + static_cast<ptrdiff_t>(y0) * srcW, src + static_cast<ptrdiff_t>(y0 + 1) * srcW,
-                   cols.x0, cols.ax, dstW, fy - y0, mode, ratio, invalid,
-                   y0 + 1 == srcH - 1 ? srcW : 2 * srcW};
+    bivista::BilinearRowSet rows(plane, fy);
+    FloatRowArgs& r = rows.r;
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
-    const uint8_t* ma = mask != nullptr ? mask + static_cast<ptrdiff_t>(y0) * srcW : nullptr;
-    if (table) {
-      if (mask != nullptr)
-        bivista::MaskedRowF32(r, ma, ma + srcW, y0 + 1 == srcH - 1 ? safe : dstW, out);
-      else
-        bivista::BilinearRowF32(r, out);
-      continue;
-    }
     float fx = 0.0f;
     for (int i = 0; i < dstW; ++i, fx += stepX) {
-      const int32_t x0 = static_cast<int32_t>(fx);
+      const int32_t x0 = bivista::HeldBase(fx, lastX);
       const float ax = fx - x0;
       r.x0 = &x0;
       r.ax = &ax;
       r.n = 1;
       if (mask != nullptr)
-        bivista::scalar::MaskedRowF32(r, ma, ma + srcW, 0, out + i);
+        bivista::scalar::MaskedRowF32(r, rows.maskA, rows.maskC, 0, out + i);
       else
         bivista::scalar::BilinearRowF32(r, out + i);
     }
@@ -117,62 +120,59 @@ float* ResizeSparedataFloat(const float* src, const uint8_t* mask, float* dst, i
 
 float* ResizeSpareDisparityNearest(const float* src, float* dst, int srcW, int srcH, int dstW,
                                    int dstH, float invalid) {
-  if (dstW < 1 || dstH < 1) return Src(src);
+  if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return Src(src);
   // Corners onto corners: the steps divide by dstW - 1 and dstH - 1.
   const float stepX = static_cast<float>(srcW - 1) / (dstW - 1);
   const float stepY = static_cast<float>(srcH - 1) / (dstH - 1);
   const float ratio = Ratio(dstW, srcW);
   int32_t* sx = static_cast<int32_t*>(malloc(static_cast<size_t>(dstW) * sizeof(int32_t)));
+  if (sx != nullptr) {
+    float accX = 0.0f;
+    for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = bivista::NearestIndex(accX, srcW);
+    bivista::NearestPlaneF32(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid);
+    free(sx);
+    return Src(src);
+  }
   float accY = 0.0f;
   for (int j = 0; j < dstH; ++j, accY += stepY) {
-    const float* row = src + static_cast<ptrdiff_t>(floorf(accY + 0.5f)) * srcW;
+    const float* row = src + static_cast<ptrdiff_t>(bivista::NearestIndex(accY, srcH)) * srcW;
     float* out = dst + static_cast<ptrdiff_t>(j) * dstW;
-    if (sx != nullptr && j == 0) {
-      float accX = 0.0f;
-      for (int i = 0; i < dstW; ++i, accX += stepX) sx[i] = static_cast<int32_t>(floorf(accX + 0.5f));
-    }
-    if (sx != nullptr) {
-      bivista::NearestRowF32(row, sx, dstW, ratio, invalid, out);
-      continue;
-    }
     float accX = 0.0f;
     for (int i = 0; i < dstW; ++i, accX += stepX) {
-      const int32_t x = static_cast<int32_t>(floorf(accX + 0.5f));
+      const int32_t x = bivista::NearestIndex(accX, srcW);
       bivista::scalar::NearestRowF32(row, &x, 1, ratio, invalid, out + i);
     }
   }
-  free(sx);
   return Src(src);
 }
 
 float* ResizeFloatImg_Bilinear_Downsample_Quarter(const float* src, float* dst, int srcW, int srcH,
                                                   int dstW, int dstH) {
-  for (int j = 0; j < dstH; ++j) {
-    const float* r0 = src + static_cast<ptrdiff_t>(2 * j) * 2 * dstW;
-    bivista::QuarterMeanRow(r0, r0 + 2 * dstW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW);
-  }
+  // Only an exact halving: the source rows are read as 2 x dstW wide, 2 x dstH of them.
+  if (dstW < 1 || dstH < 1 || srcW != 2 * static_cast<int64_t>(dstW) ||
+      srcH < 2 * static_cast<int64_t>(dstH))
+    return Src(src);
+  bivista::QuarterMeanPlane(src, dst, dstW, dstH);
   return Src(src);
 }
 
 float* ResizeFloatImg_Bilinear_Extend_Quarter(const float* src, float* dst, int srcW, int srcH,
                                               int dstW, int dstH) {
   // The clamped base pair needs two source rows and columns.
-  if (dstW != 2 * srcW || dstH != 2 * srcH || srcW < 2 || srcH < 2) return Src(src);
-  for (int j = 0; j < dstH; ++j) {
-    int r;
-    double wy0;
-    bivista::scalar::ExtendColumn(j, srcH, &r, &wy0);
-    const float* r0 = src + static_cast<ptrdiff_t>(r) * srcW;
-    bivista::ExtendRow(r0, r0 + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, srcW, wy0, 1.0 - wy0);
-  }
+  if (dstW != 2 * static_cast<int64_t>(srcW) || dstH != 2 * static_cast<int64_t>(srcH) || srcW < 2 ||
+      srcH < 2)
+    return Src(src);
+  bivista::ExtendPlane(src, dst, srcW, srcH);
   return Src(src);
 }
 
 float* ResizeFloatImg_Bilinear(const float* src, float* dst, int srcW, int srcH, int dstW,
                                int dstH) {
-  if (dstH * 2 == srcH && dstW * 2 == srcW)
+  // Products in 64 bits: a side near INT_MAX must not wrap onto an exact relation.
+  const int64_t sw = srcW, sh = srcH, dw = dstW, dh = dstH;
+  if (dh * 2 == sh && dw * 2 == sw)
     return ResizeFloatImg_Bilinear_Downsample_Quarter(src, dst, srcW, srcH, dstW, dstH);
-  if (srcH * 2 == dstH && srcW * 2 == dstW)
+  if (sh * 2 == dh && sw * 2 == dw)
     return ResizeFloatImg_Bilinear_Extend_Quarter(src, dst, srcW, srcH, dstW, dstH);
   return ResizeFloat(src, dst, srcW, srcH, dstW, dstH);
 }
@@ -182,24 +182,31 @@ void getBilateralWeight(float* table) { WeightTable(table); }
 float* ResizeFloatImage_KeepBorder_full(const float* src, float* dst, const uint8_t* guideLow,
                                         const uint8_t* guideFull, int srcW, int srcH, int dstW,
                                         int dstH) {
-  if (dstW < 1 || dstH < 1) return Src(src);
+  if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return Src(src);
   float t[511];
   WeightTable(t);
-  const int q = srcW > 0 ? dstW / srcW : 0;
-  const int band = 2 * q + 1;
+  const int q = dstW / srcW;
+  const int64_t band = 2 * static_cast<int64_t>(q) + 1;
+  // Sizes that are not q times the source would reach past its last row or column: nearest
+  // samples are held at the last ones, and a window is filtered only where all of its five rows
+  // and columns lie inside the source (for exact multiples the band alone ensures that).
+  const int64_t rowEnd = std::min<int64_t>(dstH - band, (static_cast<int64_t>(srcH) - 2) * q);
+  const int64_t colEnd = std::min<int64_t>(dstW - band, (static_cast<int64_t>(srcW) - 2) * q);
   const bivista::GuidedArgs g{src, guideLow, guideFull, t, srcW, dstW, q};
   for (int y = 0; y < dstH; ++y) {
     float* out = dst + static_cast<ptrdiff_t>(y) * dstW;
-    // The border band keeps nearest samples; the window of a filtered pixel stays inside.
-    const bool filteredRow = q > 0 && y >= band && y < dstH - band;
-    const int from = filteredRow ? band : dstW, to = filteredRow ? dstW - band : dstW;
+    const bool filteredRow = q > 0 && y >= band && y < rowEnd;
+    const int from = filteredRow ? static_cast<int>(band) : dstW;
+    const int to = filteredRow ? static_cast<int>(std::max<int64_t>(colEnd, band)) : dstW;
+    const ptrdiff_t row =
+        q == 0 ? 0 : static_cast<ptrdiff_t>(std::min(y / q, srcH - 1)) * srcW;
     for (int x = 0; x < dstW; ++x) {
       if (x == from && from < to) {
         bivista::GuidedRow(g, y, from, to, out);
         x = to - 1;
         continue;
       }
-      out[x] = q == 0 ? src[0] : src[x / q + srcW * (y / q)];
+      out[x] = q == 0 ? src[0] : src[row + std::min(x / q, srcW - 1)];
     }
   }
   return Src(src);

@@ -80,6 +80,56 @@ inline float GuidedAt(const GuidedArgs& g, int y, int x) {
   return wsum > 0.01f ? ssum / wsum : g.src[static_cast<ptrdiff_t>(cy) * g.srcW + cx];
 }
 
+// Rows of a bilinear resize with a column table; row(args, out) and masked(args, maskA, maskC,
+// safeEnd, out) are one target's rows or the scalar definitions.
+template <class Row, class Masked>
+void BilinearLoop(const FloatPlaneArgs& p, Row row, Masked masked) {
+  float fy = 0.0f;
+  for (int j = 0; j < p.dstH; ++j, fy += p.stepY) {
+    const BilinearRowSet s(p, fy);
+    float* out = p.dst + static_cast<ptrdiff_t>(j) * p.dstW;
+    if (p.mask != nullptr) {
+      masked(s.r, s.maskA, s.maskC, s.safeEnd, out);
+    } else {
+      row(s.r, out);
+    }
+  }
+}
+
+// The exact 2x enlargement: row j blends source rows r and r + 1 (ExtendColumn on the rows).
+template <class Column, class Row>
+void ExtendLoop(const float* src, float* dst, int srcW, int srcH, Column column, Row row) {
+  const int dstW = 2 * srcW;
+  for (int j = 0; j < 2 * srcH; ++j) {
+    int r;
+    double wy0;
+    column(j, srcH, &r, &wy0);
+    const float* r0 = src + static_cast<ptrdiff_t>(r) * srcW;
+    row(r0, r0 + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, srcW, wy0, 1.0 - wy0);
+  }
+}
+
+// Nearest rows: source row floor(accY + 0.5) with accY += stepY (held inside the srcH rows),
+// columns from the table sx.
+template <class Row>
+void NearestLoop(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                 float stepY, const int32_t* sx, float ratio, float invalid, Row row) {
+  float accY = 0.0f;
+  for (int j = 0; j < dstH; ++j, accY += stepY) {
+    const float* in = src + static_cast<ptrdiff_t>(NearestIndex(accY, srcH)) * srcW;
+    row(in, sx, dstW, ratio, invalid, dst + static_cast<ptrdiff_t>(j) * dstW);
+  }
+}
+
+// The exact half: output row j is the 2 x 2 means of source rows 2j and 2j + 1 (2 x dstW wide).
+template <class Row>
+void QuarterLoop(const float* src, float* dst, int dstW, int dstH, Row row) {
+  for (int j = 0; j < dstH; ++j) {
+    const float* r0 = src + static_cast<ptrdiff_t>(2 * j) * 2 * dstW;
+    row(r0, r0 + 2 * dstW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW);
+  }
+}
+
 }  // namespace rfpix
 }  // namespace bivista
 #endif
@@ -212,6 +262,9 @@ void QuarterMeanRow(const float* r0, const float* r1, float* out, int n) {
   const int lanes = static_cast<int>(hn::Lanes(df));
   const auto q = hn::Set(df, 0.25f);
   for (; i + lanes <= n; i += lanes) {
+    // Both rows 4 KiB ahead, as the bilinear rows do: the plane streams from memory.
+    hwy::Prefetch(r0 + 2 * i + 1024);
+    hwy::Prefetch(r1 + 2 * i + 1024);
     hn::Vec<decltype(df)> a, b, c, d;
     hn::LoadInterleaved2(df, r0 + 2 * i, a, b);
     hn::LoadInterleaved2(df, r1 + 2 * i, c, d);
@@ -219,6 +272,25 @@ void QuarterMeanRow(const float* r0, const float* r1, float* out, int n) {
   }
 #endif
   for (; i < n; ++i) out[i] = 0.25f * (r0[2 * i] + r0[2 * i + 1] + r1[2 * i] + r1[2 * i + 1]);
+}
+
+void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
+  rfpix::QuarterLoop(src, dst, dstW, dstH, QuarterMeanRow);
+}
+
+void BilinearPlaneF32(const FloatPlaneArgs& args) {
+  rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
+}
+
+void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1);
+
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  rfpix::ExtendLoop(src, dst, srcW, srcH, scalar::ExtendColumn, ExtendRow);
+}
+
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
 }
 
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
@@ -303,7 +375,10 @@ namespace bivista {
 HWY_EXPORT(BilinearRowF32);
 HWY_EXPORT(MaskedRowF32);
 HWY_EXPORT(NearestRowF32);
-HWY_EXPORT(QuarterMeanRow);
+HWY_EXPORT(QuarterMeanPlane);
+HWY_EXPORT(BilinearPlaneF32);
+HWY_EXPORT(ExtendPlane);
+HWY_EXPORT(NearestPlaneF32);
 HWY_EXPORT(ExtendRow);
 HWY_EXPORT(GuidedRow);
 
@@ -322,8 +397,17 @@ void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, floa
                    float* out) {
   HWY_DYNAMIC_DISPATCH(NearestRowF32)(row, sx, n, ratio, invalid, out);
 }
-void QuarterMeanRow(const float* r0, const float* r1, float* out, int n) {
-  HWY_DYNAMIC_DISPATCH(QuarterMeanRow)(r0, r1, out, n);
+void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
+  HWY_DYNAMIC_DISPATCH(QuarterMeanPlane)(src, dst, dstW, dstH);
+}
+void BilinearPlaneF32(const FloatPlaneArgs& args) { HWY_DYNAMIC_DISPATCH(BilinearPlaneF32)(args); }
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  HWY_DYNAMIC_DISPATCH(ExtendPlane)(src, dst, srcW, srcH);
+}
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  HWY_DYNAMIC_DISPATCH(NearestPlaneF32)(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio,
+                                        invalid);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   HWY_DYNAMIC_DISPATCH(ExtendRow)(r0, r1, out, srcW, wy0, wy1);
@@ -349,6 +433,23 @@ void NearestRowF32(const float* row, const int32_t* sx, int n, float ratio, floa
 void QuarterMeanRow(const float* r0, const float* r1, float* out, int n) {
   for (int i = 0; i < n; ++i)
     out[i] = 0.25f * (r0[2 * i] + r0[2 * i + 1] + r1[2 * i] + r1[2 * i + 1]);
+}
+
+void QuarterMeanPlane(const float* src, float* dst, int dstW, int dstH) {
+  rfpix::QuarterLoop(src, dst, dstW, dstH, QuarterMeanRow);
+}
+
+void BilinearPlaneF32(const FloatPlaneArgs& args) {
+  rfpix::BilinearLoop(args, BilinearRowF32, MaskedRowF32);
+}
+
+void ExtendPlane(const float* src, float* dst, int srcW, int srcH) {
+  rfpix::ExtendLoop(src, dst, srcW, srcH, ExtendColumn, ExtendRow);
+}
+
+void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,
+                     float stepY, const int32_t* sx, float ratio, float invalid) {
+  rfpix::NearestLoop(src, dst, srcW, srcH, dstW, dstH, stepY, sx, ratio, invalid, NearestRowF32);
 }
 void ExtendRow(const float* r0, const float* r1, float* out, int srcW, double wy0, double wy1) {
   for (int i = 0; i < 2 * srcW; ++i) out[i] = rfpix::ExtendAt(r0, r1, i, srcW, wy0, wy1);

@@ -23,26 +23,22 @@ int SafeColumns(const int32_t* x0, int n, int ch, int rowBytes) {
   return end;
 }
 
+// An empty source writes nothing. A one-row source is its own lower neighbour (weight exactly
+// 0); a one-column source is read through a two-pixel copy of each row (its right neighbour has
+// weight exactly 0 too), so no read leaves the source.
 void ResizePlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
                  bool mask) {
-  if (dstW < 1 || dstH < 1) return;
+  if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
   // Without a table the rows compute the same columns themselves.
   const bivista::ColumnTable cols = bivista::MakeColumnTable(dstW, stepX);
-  for (int j = 0; j < dstH; ++j) {
-    const float fy = j * stepY;
-    const int y0 = static_cast<int>(fy);
-    const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
-    // Bytes readable from either row: the last source row has nothing after it.
-    const int readable = y0 + 1 == srcH - 1 ? srcW : 2 * srcW;
-    bivista::ResizeRowU8(rowA, rowA + srcW, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable,
-                         stepX, fy - y0, mask, cols);
-  }
+  bivista::ResizeU8Plane(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols);
   bivista::FreeColumnTable(cols);
 }
 
-// Channels first..first+count-1 of an image with ch interleaved bytes a pixel.
+// Channels first..first+count-1 of an image with ch interleaved bytes a pixel. Fewer than one
+// channel a pixel, or an empty source, writes nothing; one row or column as in ResizePlane.
 void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
                     int ch, int count) {
   if (dstW < 1) {
@@ -50,21 +46,34 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
       BV_LOGW(bivista::kTagAlgo, kChlName, kLineChlDstW, "dstW <= 0");
     return;
   }
+  if (dstH < 1 || srcW < 1 || srcH < 1 || ch < 1) return;
   const float stepX = static_cast<float>(srcW - 1) / dstW;
   const float stepY = static_cast<float>(srcH - 1) / dstH;
   const ptrdiff_t srcRow = static_cast<ptrdiff_t>(srcW) * ch, dstRow = static_cast<ptrdiff_t>(dstW) * ch;
+  const ptrdiff_t lower = srcH > 1 ? srcRow : 0;
+  if (srcW == 1) {
+    // Every destination pixel of a row takes the same blend of the column's two samples.
+    for (int j = 0; j < dstH; ++j) {
+      const float fy = j * stepY;
+      const int y0 = static_cast<int>(fy);
+      const uint8_t* a = src + y0 * srcRow;
+      for (int i = 0; i < dstW; ++i) {
+        for (int k = 0; k < count; ++k) {
+          const float v = bivista::scalar::Bilinear(a[k], a[k], a[lower + k], a[lower + k], 0.0f,
+                                                    fy - y0);
+          dst[j * dstRow + static_cast<ptrdiff_t>(i) * ch + k] =
+              static_cast<uint8_t>(static_cast<int>(v));
+        }
+      }
+    }
+    return;
+  }
   const bivista::ColumnTable table = bivista::MakeColumnTable(dstW, stepX);
   if (table.x0 != nullptr) {
     const int32_t* x0 = table.x0;
     const float* ax = table.ax;
-    const int safe = SafeColumns(x0, dstW, ch, static_cast<int>(srcRow));
-    for (int j = 0; j < dstH; ++j) {
-      const float fy = j * stepY;
-      const int y0 = static_cast<int>(fy);
-      const uint8_t* rowA = src + y0 * srcRow;
-      bivista::ResizeRowChannels(rowA, rowA + srcRow, dst + j * dstRow, x0, ax, dstW,
-                                 y0 + 1 == srcH - 1 ? safe : dstW, fy - y0, ch, count);
-    }
+    const int safe = SafeColumns(x0, dstW, ch, bivista::PairBytes(srcH, srcH, srcRow));
+    bivista::ResizeChannelsPlane(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe, ch, count);
     bivista::FreeColumnTable(table);
     return;
   }
@@ -77,7 +86,7 @@ void ResizeChannels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
       const float fx = i * stepX;
       const int32_t x0 = static_cast<int32_t>(fx);
       const float ax = fx - x0;
-      bivista::scalar::ResizeRowChannels(rowA, rowA + srcRow, dst + j * dstRow + i * ch, &x0, &ax,
+      bivista::scalar::ResizeRowChannels(rowA, rowA + lower, dst + j * dstRow + i * ch, &x0, &ax,
                                          1, 0, fy - y0, ch, count);
     }
   }
@@ -104,9 +113,12 @@ void ResizeUcharChl(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
 
 void ResizeUcharNV21(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH) {
   ResizeUchar(src, dst, srcW, srcH, dstW, dstH);
-  // V and U together: each channel's result is what a separate pass would give.
-  ResizeChannels(src + static_cast<ptrdiff_t>(srcW) * srcH, dst + static_cast<ptrdiff_t>(dstW) * dstH,
-                 srcW / 2, srcH / 2, dstW / 2, dstH / 2, 2, 2);
+  // V and U together: each channel's result is what a separate pass would give. The chroma
+  // planes are addressed only when both images have luma (no pointer past an empty image).
+  const bool planes = srcW > 0 && srcH > 0 && dstW > 0 && dstH > 0;
+  ResizeChannels(planes ? src + static_cast<ptrdiff_t>(srcW) * srcH : src,
+                 planes ? dst + static_cast<ptrdiff_t>(dstW) * dstH : dst, srcW / 2, srcH / 2,
+                 dstW / 2, dstH / 2, 2, 2);
 }
 
 void ResizeUcharRGB(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH) {
@@ -115,13 +127,11 @@ void ResizeUcharRGB(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int ds
 
 void ResizeUchar_upScale2x2(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
                             int dstH) {
-  if (dstW != 2 * srcW || dstH != 2 * srcH || srcW < 2 || srcH < 2) return;
-  for (int y = 0; y < srcH; ++y) {
-    const int s = y == srcH - 1 ? srcH - 2 : y;
-    const uint8_t* a = src + static_cast<ptrdiff_t>(s) * srcW;
-    uint8_t* out = dst + static_cast<ptrdiff_t>(2 * y) * dstW;
-    bivista::UpScale2x2Rows(a, a + srcW, out, out + dstW, srcW);
-  }
+  // The relation in 64 bits: a side near the int limits must not wrap onto it.
+  if (dstW != 2 * static_cast<int64_t>(srcW) || dstH != 2 * static_cast<int64_t>(srcH) ||
+      srcW < 2 || srcH < 2)
+    return;
+  bivista::UpScale2x2Plane(src, dst, srcW, srcH);
 }
 
 float randFloat(void) {

@@ -3,10 +3,74 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include <stddef.h>
 #include <stdlib.h>
 
 #include "imageformat/resize_u8_kernels.h"
 #include "imageformat/bilinear-inl.h"
+
+// Row walks shared by every target and the scalar definitions (defined once).
+#ifndef BIVISTA_RESIZE_U8_LOOPS
+#define BIVISTA_RESIZE_U8_LOOPS
+namespace bivista {
+namespace u8loop {
+
+// Row j of a single-channel resize: source rows y0 = (int)(j x stepY) and y0 + 1; `readable`
+// bytes follow the first row (the last source row has nothing after it). One row or one column:
+// the missing neighbour (weight exactly 0) is the sample itself.
+template <class Row>
+void Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH, float stepX,
+           float stepY, bool mask, ColumnTable cols, Row row) {
+  for (int j = 0; j < dstH; ++j) {
+    const float fy = j * stepY;
+    const int y0 = static_cast<int>(fy);
+    const uint8_t* rowA = src + static_cast<ptrdiff_t>(y0) * srcW;
+    const uint8_t* rowC = srcH > 1 ? rowA + srcW : rowA;
+    int readable = PairBytes(y0, srcH, srcW);
+    uint8_t pairA[2], pairC[2];
+    if (srcW == 1) {
+      pairA[0] = pairA[1] = rowA[0];
+      pairC[0] = pairC[1] = rowC[0];
+      rowA = pairA, rowC = pairC, readable = 2;
+    }
+    row(rowA, rowC, dst + static_cast<ptrdiff_t>(j) * dstW, dstW, readable, stepX, fy - y0, mask,
+        cols);
+  }
+}
+
+// Interleaved channels with a column table; columns below `safe` may read ahead on the last
+// source pair.
+template <class Row>
+void Channels(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+              float stepY, const int32_t* x0, const float* ax, int safe, int ch, int count,
+              Row row) {
+  const ptrdiff_t srcRow = static_cast<ptrdiff_t>(srcW) * ch;
+  const ptrdiff_t dstRow = static_cast<ptrdiff_t>(dstW) * ch;
+  const ptrdiff_t lower = srcH > 1 ? srcRow : 0;  // a one-row source is its own lower row
+  for (int j = 0; j < dstH; ++j) {
+    const float fy = j * stepY;
+    const int y0 = static_cast<int>(fy);
+    const uint8_t* rowA = src + y0 * srcRow;
+    row(rowA, rowA + lower, dst + j * dstRow, x0, ax, dstW, y0 + 1 >= srcH - 1 ? safe : dstW,
+        fy - y0, ch, count);
+  }
+}
+
+// The 2x enlargement: rows 2y and 2y + 1 from source rows y and y + 1 (the last from srcH - 2).
+template <class Row>
+void UpScale(const uint8_t* src, uint8_t* dst, int srcW, int srcH, Row row) {
+  const int dstW = 2 * srcW;
+  for (int y = 0; y < srcH; ++y) {
+    const int s = y == srcH - 1 ? srcH - 2 : y;
+    const uint8_t* a = src + static_cast<ptrdiff_t>(s) * srcW;
+    uint8_t* out = dst + static_cast<ptrdiff_t>(2 * y) * dstW;
+    row(a, a + srcW, out, out + dstW, srcW);
+  }
+}
+
+}  // namespace u8loop
+}  // namespace bivista
+#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
@@ -147,6 +211,22 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
   scalar::UpScale2x2Rows(a + x, c + x, out0 + 2 * x, out1 + 2 * x, srcW - x);
 }
 
+void ResizeU8Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+                   float stepX, float stepY, bool mask, ColumnTable cols) {
+  u8loop::Plane(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols, ResizeRowU8);
+}
+
+void ResizeChannelsPlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
+                         int dstH, float stepY, const int32_t* x0, const float* ax, int safe,
+                         int ch, int count) {
+  u8loop::Channels(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe, ch, count,
+                   ResizeRowChannels);
+}
+
+void UpScale2x2Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH) {
+  u8loop::UpScale(src, dst, srcW, srcH, UpScale2x2Rows);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -157,6 +237,23 @@ namespace bivista {
 HWY_EXPORT(ResizeRowU8);
 HWY_EXPORT(ResizeRowChannels);
 HWY_EXPORT(UpScale2x2Rows);
+HWY_EXPORT(ResizeU8Plane);
+HWY_EXPORT(ResizeChannelsPlane);
+HWY_EXPORT(UpScale2x2Plane);
+
+void ResizeU8Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+                   float stepX, float stepY, bool mask, ColumnTable cols) {
+  HWY_DYNAMIC_DISPATCH(ResizeU8Plane)(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols);
+}
+void ResizeChannelsPlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
+                         int dstH, float stepY, const int32_t* x0, const float* ax, int safe,
+                         int ch, int count) {
+  HWY_DYNAMIC_DISPATCH(ResizeChannelsPlane)(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe,
+                                            ch, count);
+}
+void UpScale2x2Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH) {
+  HWY_DYNAMIC_DISPATCH(UpScale2x2Plane)(src, dst, srcW, srcH);
+}
 
 void ResizeRowU8(const uint8_t* rowA, const uint8_t* rowC, uint8_t* out, int n, int readable,
                  float stepX, float ay, bool mask, ColumnTable cols) {
@@ -208,6 +305,22 @@ void UpScale2x2Rows(const uint8_t* a, const uint8_t* c, uint8_t* out0, uint8_t* 
     out1[2 * x] = static_cast<uint8_t>((pa + pc) >> 1);
     out1[2 * x + 1] = static_cast<uint8_t>((pa + pb + pc + pd) >> 2);
   }
+}
+
+void ResizeU8Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW, int dstH,
+                   float stepX, float stepY, bool mask, ColumnTable cols) {
+  u8loop::Plane(src, dst, srcW, srcH, dstW, dstH, stepX, stepY, mask, cols, ResizeRowU8);
+}
+
+void ResizeChannelsPlane(const uint8_t* src, uint8_t* dst, int srcW, int srcH, int dstW,
+                         int dstH, float stepY, const int32_t* x0, const float* ax, int safe,
+                         int ch, int count) {
+  u8loop::Channels(src, dst, srcW, srcH, dstW, dstH, stepY, x0, ax, safe, ch, count,
+                   ResizeRowChannels);
+}
+
+void UpScale2x2Plane(const uint8_t* src, uint8_t* dst, int srcW, int srcH) {
+  u8loop::UpScale(src, dst, srcW, srcH, UpScale2x2Rows);
 }
 
 }  // namespace scalar

@@ -13,20 +13,6 @@ constexpr int kLineNullNv21 = 335;
 constexpr int kLineNullYuv = 341;
 constexpr int kLineBadSize = 347;
 
-void Nv12ToRgb24(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
-                 bool fixedPoint) {
-  if (width < 1 || height < 1) return;
-  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
-  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
-  for (int y = 0; y < height; y += 2) {
-    const bool pair = y + 1 < height;
-    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
-    bivista::Nv12RowsToRgb24(y0, pair ? y0 + stride : nullptr,
-                             uvPlane + static_cast<ptrdiff_t>(y / 2) * stride, rgb + y * rgbRow,
-                             pair ? rgb + (y + 1) * rgbRow : nullptr, width, fixedPoint);
-  }
-}
-
 void CopyRows(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
               int width, int rows) {
   if (srcStride == width && dstStride == width) {
@@ -42,12 +28,12 @@ extern "C" {
 
 void ConvertNV122RGB24_wideRange(const uint8_t* nv12, uint8_t* rgb, int width, int height,
                                  int stride) {
-  Nv12ToRgb24(nv12, rgb, width, height, stride, false);
+  bivista::Nv12ToRgb24Plane(nv12, rgb, width, height, stride, false);
 }
 
 void ConvertNV122RGB24_wideRange_NEON(const uint8_t* nv12, uint8_t* rgb, int width, int height,
                                       int stride) {
-  Nv12ToRgb24(nv12, rgb, width, height, stride, true);
+  bivista::Nv12ToRgb24Plane(nv12, rgb, width, height, stride, true);
 }
 
 void ConvertNV21ToI420(const uint8_t* nv21, uint8_t* i420, int width, int height, int stride) {
@@ -58,8 +44,7 @@ void ConvertNV21ToI420(const uint8_t* nv21, uint8_t* i420, int width, int height
   const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
   uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
   uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
-  for (int r = 0; r < ch; ++r)
-    bivista::SplitPairs(vu + static_cast<ptrdiff_t>(r) * stride, v + r * cw, u + r * cw, cw);
+  bivista::SplitPairRows(vu, v, u, cw, ch, stride);
 }
 
 void ConvertI420ToNV21(const uint8_t* i420, uint8_t* nv21, int width, int height, int stride) {
@@ -70,8 +55,7 @@ void ConvertI420ToNV21(const uint8_t* i420, uint8_t* nv21, int width, int height
   const uint8_t* u = i420 + static_cast<ptrdiff_t>(width) * height;
   const uint8_t* v = u + static_cast<ptrdiff_t>(cw) * ch;
   uint8_t* vu = nv21 + static_cast<ptrdiff_t>(stride) * height;
-  for (int r = 0; r < ch; ++r)
-    bivista::MergePairs(v + r * cw, u + r * cw, vu + static_cast<ptrdiff_t>(r) * stride, cw);
+  bivista::MergePairRows(v, u, vu, cw, ch, stride);
 }
 
 int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
@@ -90,10 +74,7 @@ int ConvertNV21ToYuv(const uint8_t* nv21, uint8_t* yuv, int width, int height) {
     return -1;
   }
   const uint8_t* vu = nv21 + static_cast<ptrdiff_t>(width) * height;
-  for (int y = 0; y < height; ++y)
-    bivista::Nv21RowToYuv444(nv21 + static_cast<ptrdiff_t>(y) * width,
-                             vu + static_cast<ptrdiff_t>(y / 2) * width,
-                             yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  bivista::Nv21ToYuv444Plane(nv21, vu, yuv, width, height);
   return 0;
 }
 

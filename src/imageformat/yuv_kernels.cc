@@ -3,6 +3,7 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include "imageformat/yuv_deltas-inl.h"
 #include "imageformat/yuv_kernels.h"
 
 // Included once per target by foreach_target: define the shared pixel helpers only once.
@@ -42,6 +43,51 @@ inline void RowTail(const uint8_t* y, const uint8_t* uv, uint8_t* rgb, int from,
     rgb[3 * x] = Clamp255(y[x] + dr);
     rgb[3 * x + 1] = Clamp255(y[x] + dg);
     rgb[3 * x + 2] = Clamp255(y[x] + db);
+  }
+}
+
+// `rows` chroma rows: row r of the interleaved plane (stride apart) against rows r of the two
+// planar ones (cw apart).
+template <class Row>
+void PairRowsLoop(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                  ptrdiff_t stride, Row row) {
+  for (int r = 0; r < rows; ++r) row(pairs + r * stride, first + r * cw, second + r * cw, cw);
+}
+
+// YUV444 rows from NV21: luma row y with chroma row y / 2 (rows width apart).
+template <class Row>
+void Yuv444Loop(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width, int height,
+                Row row) {
+  for (int y = 0; y < height; ++y) {
+    row(nv21 + static_cast<ptrdiff_t>(y) * width, vu + static_cast<ptrdiff_t>(y / 2) * width,
+        yuv + static_cast<ptrdiff_t>(y) * width * 3, width);
+  }
+}
+
+// Row pairs of an NV12 image sharing one chroma row; an odd last row goes alone. An odd width
+// whose stride leaves no byte after it: the last pixel's pair has its U only, and V is taken as
+// 128 (no difference) instead of reading past the row.
+template <class Rows>
+void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+              bool fixedPoint, Rows rows) {
+  if (width < 1 || height < 1) return;
+  const uint8_t* uvPlane = nv12 + static_cast<ptrdiff_t>(stride) * height;
+  const ptrdiff_t rgbRow = static_cast<ptrdiff_t>(width) * 3;
+  const bool cut = (width & 1) != 0 && stride <= width;
+  const int whole = cut ? width - 1 : width;
+  for (int y = 0; y < height; y += 2) {
+    const bool pair = y + 1 < height;
+    const uint8_t* y0 = nv12 + static_cast<ptrdiff_t>(y) * stride;
+    const uint8_t* y1 = pair ? y0 + stride : nullptr;
+    const uint8_t* uv = uvPlane + static_cast<ptrdiff_t>(y / 2) * stride;
+    uint8_t* out0 = rgb + y * rgbRow;
+    uint8_t* out1 = pair ? out0 + rgbRow : nullptr;
+    if (whole > 0) rows(y0, y1, uv, out0, out1, whole, fixedPoint);
+    if (cut) {
+      const uint8_t last[2] = {uv[whole], 128};
+      rows(y0 + whole, pair ? y1 + whole : nullptr, last, out0 + 3 * whole,
+           pair ? out1 + 3 * whole : nullptr, 1, fixedPoint);
+    }
   }
 }
 
@@ -105,17 +151,6 @@ HWY_INLINE hn::Vec<D16> DupTo16(D16 d16, V32 x) {
   return hn::BitCast(d16, hn::Or(hn::And(x, hn::Set(d32, 0xFFFF)), hn::ShiftLeft<16>(x)));
 }
 
-// floor(n / 1000) for |n| < 300000: multiply-shift estimate, at most one too large.
-template <class V>
-HWY_INLINE V FloorDiv1000(V n) {
-  const hn::DFromV<V> d;
-  const auto biased = hn::Add(n, hn::Set(d, 300000));
-  auto q = hn::ShiftRight<20>(hn::Mul(biased, hn::Set(d, 1049)));
-  const auto rem = hn::Sub(biased, hn::Mul(q, hn::Set(d, 1000)));
-  q = hn::IfThenElse(hn::Lt(rem, hn::Zero(d)), hn::Sub(q, hn::Set(d, 1)), q);
-  return hn::Sub(q, hn::Set(d, 300));
-}
-
 #endif
 
 void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
@@ -140,9 +175,9 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
                                       hn::Mul(cu, hn::Set(d32, -46793))));
       db = hn::ShiftRight<16>(hn::Mul(cu, hn::Set(d32, 116195)));
     } else {
-      dr = FloorDiv1000(hn::Mul(cv, hn::Set(d32, 1403)));
-      dg = FloorDiv1000(hn::Add(hn::Mul(cu, hn::Set(d32, -714)), hn::Mul(cv, hn::Set(d32, -344))));
-      db = FloorDiv1000(hn::Mul(cu, hn::Set(d32, 1773)));
+      dr = FloatDeltaR(cv);
+      dg = FloatDeltaG(cu, cv);
+      db = FloatDeltaB(cu);
     }
     const auto r16 = DupTo16(d16, dr), g16 = DupTo16(d16, dg), b16 = DupTo16(d16, db);
     const uint8_t* ys[2] = {y0, y1};
@@ -157,6 +192,30 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
 #endif
   yuvpix::RowTail(y0, uv, rgb0, x, width, fixedPoint);
   if (y1 != nullptr) yuvpix::RowTail(y1, uv, rgb1, x, width, fixedPoint);
+}
+
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
+}
+
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
 }
 
 #if HWY_TARGET != HWY_SCALAR
@@ -212,7 +271,10 @@ namespace bivista {
 
 HWY_EXPORT(SplitPairs);
 HWY_EXPORT(MergePairs);
-HWY_EXPORT(Nv12RowsToRgb24);
+HWY_EXPORT(Nv12ToRgb24Plane);
+HWY_EXPORT(SplitPairRows);
+HWY_EXPORT(MergePairRows);
+HWY_EXPORT(Nv21ToYuv444Plane);
 HWY_EXPORT(Nv21RowToYuv444);
 HWY_EXPORT(UpsamplePairs);
 
@@ -222,9 +284,21 @@ void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
 void MergePairs(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int n) {
   HWY_DYNAMIC_DISPATCH(MergePairs)(first, second, pairs, n);
 }
-void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, uint8_t* rgb0,
-                     uint8_t* rgb1, int width, bool fixedPoint) {
-  HWY_DYNAMIC_DISPATCH(Nv12RowsToRgb24)(y0, y1, uv, rgb0, rgb1, width, fixedPoint);
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  HWY_DYNAMIC_DISPATCH(Nv12ToRgb24Plane)(nv12, rgb, width, height, stride, fixedPoint);
+}
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(SplitPairRows)(pairs, first, second, cw, rows, stride);
+}
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(MergePairRows)(first, second, pairs, cw, rows, stride);
+}
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  HWY_DYNAMIC_DISPATCH(Nv21ToYuv444Plane)(nv21, vu, yuv, width, height);
 }
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {
   HWY_DYNAMIC_DISPATCH(Nv21RowToYuv444)(y, vu, yuv, width);
@@ -290,6 +364,30 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
         PixelToRgbFloat(ys[row][x], uv[c], uv[c + 1], outs[row] + 3 * x);
     }
   }
+}
+
+void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stride,
+                      bool fixedPoint) {
+  yuvpix::Nv12Loop(nv12, rgb, width, height, stride, fixedPoint, Nv12RowsToRgb24);
+}
+
+void SplitPairRows(const uint8_t* pairs, uint8_t* first, uint8_t* second, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, first, second, cw, rows, stride, SplitPairs);
+}
+
+void MergePairRows(const uint8_t* first, const uint8_t* second, uint8_t* pairs, int cw, int rows,
+                   ptrdiff_t stride) {
+  yuvpix::PairRowsLoop(pairs, const_cast<uint8_t*>(first), const_cast<uint8_t*>(second), cw,
+                       rows, stride,
+                       [](const uint8_t* p, uint8_t* f, uint8_t* s, int n) {
+                         MergePairs(f, s, const_cast<uint8_t*>(p), n);
+                       });
+}
+
+void Nv21ToYuv444Plane(const uint8_t* nv21, const uint8_t* vu, uint8_t* yuv, int width,
+                       int height) {
+  yuvpix::Yuv444Loop(nv21, vu, yuv, width, height, Nv21RowToYuv444);
 }
 
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width) {

@@ -16,14 +16,12 @@ extern "C" {
 
 void MatMul(const float* a, const float* b, float* c, int m, int k, int rowsB, int n) {
   if (k < 1) return;
-  for (int i = 0; i < m; ++i)
-    bivista::MatMulRowF32(a + static_cast<ptrdiff_t>(i) * k, b, c + static_cast<ptrdiff_t>(i) * n, k, n);
+  bivista::MatMulF32(a, b, c, m, k, n);
 }
 
 void dMatMul(const double* a, const double* b, double* c, int m, int k, int rowsB, int n) {
   if (k < 1) return;
-  for (int i = 0; i < m; ++i)
-    bivista::MatMulRowF64(a + static_cast<ptrdiff_t>(i) * k, b, c + static_cast<ptrdiff_t>(i) * n, k, n);
+  bivista::MatMulF64(a, b, c, m, k, n);
 }
 
 void MatTranspose(const float* src, float* dst, int rows, int cols) {

@@ -6,6 +6,22 @@
 #include <math.h>
 
 #include "matrix/matrix_kernels.h"
+#include "matrix/transpose-inl.h"
+
+#ifndef BIVISTA_MATRIX_KERNELS_ONCE
+#define BIVISTA_MATRIX_KERNELS_ONCE
+namespace bivista {
+namespace matrix_detail {
+// C (m x n) = A (m x k) B (k x n), one row of C at a time.
+template <typename T, class Row>
+void MatMulLoop(const T* a, const T* b, T* c, int m, int k, int n, Row row) {
+  for (int i = 0; i < m; ++i) {
+    row(a + static_cast<ptrdiff_t>(i) * k, b, c + static_cast<ptrdiff_t>(i) * n, k, n);
+  }
+}
+}  // namespace matrix_detail
+}  // namespace bivista
+#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
@@ -51,59 +67,8 @@ void MatMulRowF64(const double* a, const double* b, double* c, int k, int n) {
 #endif
 }
 
-#if HWY_TARGET != HWY_SCALAR
-// 4 x 4 float block: rows r0..r3 in, columns out.
-template <class D, class V>
-HWY_INLINE void Transpose4(D d, V& r0, V& r1, V& r2, V& r3) {
-  const V t0 = hn::InterleaveLower(d, r0, r1);
-  const V t1 = hn::InterleaveLower(d, r2, r3);
-  const V t2 = hn::InterleaveUpper(d, r0, r1);
-  const V t3 = hn::InterleaveUpper(d, r2, r3);
-  r0 = hn::ConcatLowerLower(d, t1, t0);
-  r1 = hn::ConcatUpperUpper(d, t1, t0);
-  r2 = hn::ConcatLowerLower(d, t3, t2);
-  r3 = hn::ConcatUpperUpper(d, t3, t2);
-}
-
-// Rows r0..r3 of a block, transposed, to destination rows o, o + step, ...
-template <class D, class V>
-HWY_INLINE void StoreTransposed4(D d, V v0, V v1, V v2, V v3, float* o, ptrdiff_t step) {
-  Transpose4(d, v0, v1, v2, v3);
-  hn::StoreU(v0, d, o);
-  hn::StoreU(v1, d, o + step);
-  hn::StoreU(v2, d, o + 2 * step);
-  hn::StoreU(v3, d, o + 3 * step);
-}
-#endif
-
-template <typename TS, typename TD>
-HWY_INLINE void TransposeEdges(const TS* src, int rows, int cols, TD* dst, ptrdiff_t step, int r4,
-                               int c4) {
-  // Right columns of the blocked rows, then the remaining rows whole.
-  for (int r = 0; r < r4; ++r)
-    for (int c = c4; c < cols; ++c)
-      dst[c * step + r] = static_cast<TD>(src[static_cast<ptrdiff_t>(r) * cols + c]);
-  for (int r = r4; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      dst[c * step + r] = static_cast<TD>(src[static_cast<ptrdiff_t>(r) * cols + c]);
-}
-
 void TransposeF32(const float* src, int rows, int cols, float* dst, ptrdiff_t step) {
-#if HWY_TARGET != HWY_SCALAR
-  const int r4 = rows & ~3, c4 = cols & ~3;
-  const hn::FixedTag<float, 4> d;
-  for (int r = 0; r < r4; r += 4) {
-    const float* s = src + static_cast<ptrdiff_t>(r) * cols;
-    for (int c = 0; c < c4; c += 4) {
-      StoreTransposed4(d, hn::LoadU(d, s + c), hn::LoadU(d, s + cols + c),
-                       hn::LoadU(d, s + 2 * cols + c), hn::LoadU(d, s + 3 * cols + c),
-                       dst + c * step + r, step);
-    }
-  }
-  TransposeEdges(src, rows, cols, dst, step, r4, c4);
-#else
-  TransposeEdges(src, rows, cols, dst, step, 0, cols);
-#endif
+  TransposeBlockF32(src, cols, rows, cols, dst, step);
 }
 
 void TransposeF64(const double* src, int rows, int cols, double* dst, ptrdiff_t step) {
@@ -119,9 +84,9 @@ void TransposeF64(const double* src, int rows, int cols, double* dst, ptrdiff_t 
       hn::StoreU(hn::InterleaveUpper(d, v0, v1), d, o + step);
     }
   }
-  TransposeEdges(src, rows, cols, dst, step, r2, c2);
+  TransposeEdges(src, cols, rows, cols, dst, step, r2, c2);
 #else
-  TransposeEdges(src, rows, cols, dst, step, 0, cols);
+  TransposeEdges(src, cols, rows, cols, dst, step, 0, cols);
 #endif
 }
 
@@ -142,9 +107,9 @@ void TransposeF64ToF32(const double* src, int rows, int cols, float* dst, ptrdif
       StoreTransposed4(d, row(0), row(1), row(2), row(3), dst + c * step + r, step);
     }
   }
-  TransposeEdges(src, rows, cols, dst, step, r4, c4);
+  TransposeEdges(src, cols, rows, cols, dst, step, r4, c4);
 #else
-  TransposeEdges(src, rows, cols, dst, step, 0, cols);
+  TransposeEdges(src, cols, rows, cols, dst, step, 0, cols);
 #endif
 }
 
@@ -163,6 +128,13 @@ void NegateAbove(float* p, ptrdiff_t n, float t) {
     if (p[i] - t > kLimit) p[i] = -p[i];
 }
 
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF32);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF64);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -176,6 +148,15 @@ HWY_EXPORT(TransposeF32);
 HWY_EXPORT(TransposeF64);
 HWY_EXPORT(TransposeF64ToF32);
 HWY_EXPORT(NegateAbove);
+HWY_EXPORT(MatMulF32);
+HWY_EXPORT(MatMulF64);
+
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  HWY_DYNAMIC_DISPATCH(MatMulF32)(a, b, c, m, k, n);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  HWY_DYNAMIC_DISPATCH(MatMulF64)(a, b, c, m, k, n);
+}
 
 void MatMulRowF32(const float* a, const float* b, float* c, int k, int n) {
   HWY_DYNAMIC_DISPATCH(MatMulRowF32)(a, b, c, k, n);
@@ -227,6 +208,13 @@ void TransposeF64ToF32(const double* src, int rows, int cols, float* dst, ptrdif
 void NegateAbove(float* p, ptrdiff_t n, float t) {
   for (ptrdiff_t i = 0; i < n; ++i)
     if (p[i] - t >= 0.01) p[i] = -p[i];
+}
+
+void MatMulF32(const float* a, const float* b, float* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF32);
+}
+void MatMulF64(const double* a, const double* b, double* c, int m, int k, int n) {
+  matrix_detail::MatMulLoop(a, b, c, m, k, n, MatMulRowF64);
 }
 
 }  // namespace scalar

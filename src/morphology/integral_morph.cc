@@ -4,6 +4,7 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/morphology.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "morphology/morph_kernels.h"
 
@@ -18,66 +19,21 @@ constexpr int kLineCloseFirst = 627;
 constexpr int kLineCloseSecond = 633;
 constexpr const char kMemTag[] = "MORPHOLOGIC";
 
-// One integral row: above + running sum of the source row (above is null for row 0). In 32-bit
-// modular arithmetic this equals left + above - above-left + pixel.
-void IntegralRow(const unsigned char* src, const uint32_t* above, uint32_t* dst, int width) {
-  uint32_t run = 0;
-  if (above == nullptr) {
-    for (int x = 0; x < width; ++x) dst[x] = run += src[x];
-    return;
-  }
-  for (int x = 0; x < width; ++x) {
-    run += src[x];
-    dst[x] = above[x] + run;
-  }
-}
-
 // Row 0 and column 0 are outside every window: the exclusive lower bounds clamp to index 0.
 // Only the last 2r + 2 integral rows are ever read, so the table's block is used as a ring of
 // rows that stays in cache.
 int BoxMorph(const vta_algo_mem_allocator_t* mem, const unsigned char* src, unsigned char* dst,
              int width, int height, int k, int erode) {
-  const int r = static_cast<int>(static_cast<double>(static_cast<float>(k - 1) * 0.5f) + 0.5);
+  // k - 1 in 64 bits: k may be INT_MIN. Every window bound in BoxPass is clipped in 64 bits, so
+  // radii up to about INT_MAX / 2 cannot overflow; areas are compared modulo 2^32 like the sums.
+  const int64_t r = static_cast<int64_t>(
+      static_cast<double>(static_cast<float>(static_cast<int64_t>(k) - 1) * 0.5f) + 0.5);
   if (mem == nullptr || mem->malloc == nullptr || width < 1 || height < 1 || r < 0) return -1;
   const size_t count = static_cast<size_t>(width) * static_cast<size_t>(height);
   auto* integral = static_cast<uint32_t*>(mem->malloc(count * 4, VTA_MEM_TAG(kMemTag), 0));
   if (integral == nullptr) return -1;
-  const int ring = height < 2 * r + 2 ? height : 2 * r + 2;
-  const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
-  int built = 0;  // integral rows computed so far
-  // Columns whose window is not clipped at either side go through the row kernel.
-  const int x0 = r + 1;
-  const int x1 = width - 1 - r;
-  for (int y = 0; y < height; ++y) {
-    const int top = y - r >= 1 ? y - r - 1 : 0;
-    const int bottom = y + r < height - 1 ? y + r : height - 1;
-    for (; built <= bottom; ++built) {
-      IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
-                  slot(built), width);
-    }
-    const uint32_t* rowT = slot(top);
-    const uint32_t* rowB = slot(bottom);
-    unsigned char* out = dst + static_cast<size_t>(y) * width;
-    const auto decide = [&](int x) {
-      const int left = x - r >= 1 ? x - r - 1 : 0;
-      const int right = x + r < width - 1 ? x + r : width - 1;
-      const uint32_t s = rowB[right] + rowT[left] - rowT[right] - rowB[left];
-      if (erode) {
-        out[x] = s == static_cast<uint32_t>((right - left) * (bottom - top)) ? 1 : 0;
-      } else {
-        out[x] = static_cast<int32_t>(s) > 0 ? 1 : 0;
-      }
-    };
-    int x = 0;
-    for (; x < width && x < x0; ++x) decide(x);
-    if (x0 <= x1) {
-      const uint32_t area = static_cast<uint32_t>((2 * r + 1) * (bottom - top));
-      BoxDecideRow(rowB + x0 + r, rowT + x0 - r - 1, rowT + x0 + r, rowB + x0 - r - 1, out + x0,
-                   x1 - x0 + 1, area, erode);
-      x = x1 + 1;
-    }
-    for (; x < width; ++x) decide(x);
-  }
+  const int ring = static_cast<int>(height < 2 * r + 2 ? height : 2 * r + 2);
+  BoxPass(src, dst, integral, ring, width, height, r, erode);
   if (mem->free != nullptr) mem->free(integral, VTA_MEM_TAG(kMemTag), 0);
   return 0;
 }
@@ -108,7 +64,7 @@ void ImIntegral(const unsigned char* src, unsigned int* dst, int width, int heig
   if (width < 1 || height < 1) return;
   for (int y = 0; y < height; ++y) {
     const size_t at = static_cast<size_t>(y) * width;
-    IntegralRow(src + at, y ? dst + at - width : nullptr, dst + at, width);
+    morph_detail::IntegralRow(src + at, y ? dst + at - width : nullptr, dst + at, width);
   }
 }
 
@@ -133,7 +89,7 @@ int Erosion_Dilation_Function_opt(unsigned char* image, int width, int height, i
     return -1;
   }
   const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
-  auto* block = static_cast<unsigned char*>(safeNew(static_cast<int>(plane + width + 8)));
+  auto* block = static_cast<unsigned char*>(safeNew(SafeNewBytes(static_cast<int64_t>(plane) + width + 8)));
   if (block == nullptr) {
     BV_LOGW(kTagAlgo, kFunc, kLineSafeNew, "%s safeNew ERROR!!!", kFunc);
     return -1;
@@ -142,13 +98,7 @@ int Erosion_Dilation_Function_opt(unsigned char* image, int width, int height, i
   unsigned char* counters = block + plane;
   memcpy(copy, image, plane);
   memset(counters, 0, static_cast<size_t>(width) + 8);
-  const auto row = [&](int y) { return copy + static_cast<size_t>(y) * width; };
-  for (int y = 0; y <= kHeight; ++y) CounterAdd(row(y), counters, width, v);
-  for (int y = 0; y < height; ++y) {
-    SpreadRow(counters, row(y), image + static_cast<size_t>(y) * width, width, kWidth, v);
-    if (y < height - kHeight - 1) CounterAdd(row(y + kHeight + 1), counters, width, v);
-    if (y >= kHeight) CounterSub(row(y - kHeight), counters, width, v);
-  }
+  CounterPass(copy, counters, image, width, height, kWidth, kHeight, v);
   safeDelete(block);
   return 0;
 }

@@ -5,17 +5,24 @@
 
 #include "bivista/mem_services.h"
 #include "bivista/morphology.h"
+#include "common/alloc_size.h"
 
 namespace bivista {
 namespace {
 
+// Clipped window bound: centre + radius in 64 bits (radii reach the int limits), in [0, n - 1].
+inline int Clip(int centre, int radius, int n) {
+  const long long v = static_cast<long long>(centre) + radius;
+  return v < 0 ? 0 : (v > n - 1 ? n - 1 : static_cast<int>(v));
+}
+
 // Whether the clipped window around (x, y) of the copy holds a pixel that is set (wantSet) or 0.
+// A negative radius empties the window.
 bool WindowHas(const unsigned char* copy, int width, int height, int stride, int x, int y, int rx,
                int ry, bool wantSet) {
-  const int y0 = y - ry > 0 ? y - ry : 0;
-  const int y1 = y + ry < height - 1 ? y + ry : height - 1;
-  const int x0 = x - rx > 0 ? x - rx : 0;
-  const int x1 = x + rx < width - 1 ? x + rx : width - 1;
+  if (rx < 0 || ry < 0) return false;
+  const int y0 = Clip(y, -ry, height), y1 = Clip(y, ry, height);
+  const int x0 = Clip(x, -rx, width), x1 = Clip(x, rx, width);
   for (int j = y0; j <= y1; ++j) {
     const unsigned char* row = copy + static_cast<size_t>(j) * stride;
     for (int i = x0; i <= x1; ++i) {
@@ -40,10 +47,13 @@ void BruteForce(unsigned char* image, const unsigned char* copy, int width, int 
 int WithOwnCopy(unsigned char* image, int width, int height, int stride, int rx, int ry,
                 bool dilate) {
   if (width < 1 || height < 1) return 0;
-  const size_t bytes = static_cast<size_t>(stride) * static_cast<size_t>(height);
-  auto* copy = static_cast<unsigned char*>(safeNew(static_cast<int>(bytes)));
+  // Only the rows' first width bytes are examined: the copy ends with the last row's width, so
+  // an image without padding after its last row is not over-read.
+  const int64_t extent = static_cast<int64_t>(height - 1) * stride + width;
+  const int size = SafeNewBytes(height, stride);
+  auto* copy = static_cast<unsigned char*>(safeNew(size >= extent ? size : SafeNewBytes(extent)));
   if (copy == nullptr) return -1;
-  memcpy(copy, image, bytes);
+  memcpy(copy, image, static_cast<size_t>(extent));
   BruteForce(image, copy, width, height, stride, rx, ry, dilate);
   safeDelete(copy);
   return 0;
@@ -53,9 +63,8 @@ int WithOwnCopy(unsigned char* image, int width, int height, int stride, int rx,
 void SpreadLine(const unsigned char* src, unsigned char* dst, int n, size_t step, int r,
                 unsigned char v) {
   for (int i = 0; i < n; ++i) {
-    if (src[i * step] == v) continue;
-    const int lo = i - r > 0 ? i - r : 0;
-    const int hi = i + r < n - 1 ? i + r : n - 1;
+    if (src[i * step] == v || r < 0) continue;
+    const int lo = Clip(i, -r, n), hi = Clip(i, r, n);
     for (int j = lo; j <= hi; ++j) {
       if (src[j * step] == v) {
         dst[i * step] = v;

@@ -1,7 +1,9 @@
 // City-block distance transforms of 8-bit masks (two sequential passes, saturating at 255) and the
 // dilation/erosion thresholds built on them. The row-internal minimum chains stay scalar; the
-// contributions of the row above/below and the thresholds go through the row kernels.
+// contributions of the row above/below and the thresholds go through the row kernels, one
+// dispatch per pass.
 #include <stddef.h>
+#include <stdint.h>
 
 #include "bivista/morphology.h"
 #include "morphology/morph_kernels.h"
@@ -11,24 +13,24 @@ namespace {
 
 // Backward pass over the interior: min with below + 1, then the chain from the right.
 void InteriorBackward(unsigned char* image, int width, int height) {
-  for (int y = height - 2; y >= 1; --y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistBelowRow(row + width + 1, row + 1, width - 2);
-    for (int x = width - 2; x >= 1; --x) {
-      if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
-    }
-  }
-}
-
-inline void ChainFromLeft(unsigned char* row, int from, int to) {
-  for (int x = from; x < to; ++x) {
-    if (row[x - 1] < row[x]) row[x] = static_cast<unsigned char>(row[x - 1] + 1);
-  }
+  DistBackward(image, width, height - 2, 1, 1, width - 2, width - 2);
 }
 
 inline void ChainFromRight(unsigned char* row, int from) {
   for (int x = from; x >= 0; --x) {
     if (row[x + 1] < row[x]) row[x] = static_cast<unsigned char>(row[x + 1] + 1);
+  }
+}
+
+// The threshold over a whole plane, whose size may exceed an int: one kernel call per int-sized
+// piece (one in practice).
+void ThresholdPlane(unsigned char* image, int width, int height, int N, unsigned char above,
+                    unsigned char notAbove) {
+  constexpr size_t kPiece = size_t{1} << 30;
+  const size_t left = static_cast<size_t>(width) * static_cast<size_t>(height);
+  for (size_t at = 0; at < left; at += kPiece) {
+    const size_t n = left - at < kPiece ? left - at : kPiece;
+    ThresholdRow(image + at, static_cast<int>(n), N, above, notAbove);
   }
 }
 
@@ -39,20 +41,14 @@ using namespace bivista;
 
 void bivista_manhattan(unsigned char* image, int width, int height) {
   if (height < 3 || width < 3) return;
-  for (int y = 1; y <= height - 2; ++y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistSeedRow(row - width + 1, row + 1, width - 2, 255, 255);
-    ChainFromLeft(row, 1, width - 1);
-  }
+  DistForward(image, width, 1, height - 2, 1, width - 2, 255, 255, 0, 0);
   InteriorBackward(image, width, height);
 }
 
 void Dilate_quick_timesN(unsigned char* image, int width, int height, int N) {
   bivista_manhattan(image, width, height);
   if (height < 3 || width < 3) return;
-  for (int y = 1; y <= height - 2; ++y) {
-    ThresholdRow(image + static_cast<size_t>(y) * width + 1, width - 2, N, 0, 255);
-  }
+  ThresholdRows(image, width, 1, height - 2, 1, width - 2, N, 0, 255);
 }
 
 unsigned char* Erode_quick_timesN(unsigned char* image, int width, int height, unsigned char N) {
@@ -70,15 +66,16 @@ unsigned char* Erode_quick_timesN(unsigned char* image, int width, int height, u
     }
     InteriorBackward(image, width, height);
   }
-  ThresholdRow(image, width * height, N, 255, 0);
+  ThresholdPlane(image, width, height, N, 255, 0);
   return image;
 }
 
 unsigned char* manhattan(unsigned char* image, int width, int height, unsigned char value) {
   if (width < 1 || height < 1) return image;
   // Row 0 and column 0 use the far value wrapped to 8 bits, the rest the capped one.
-  const unsigned char far8 = static_cast<unsigned char>(width + height);
-  const unsigned char cap = static_cast<unsigned char>(width + height < 255 ? width + height : 255);
+  const int64_t far = static_cast<int64_t>(width) + height;  // no int overflow
+  const unsigned char far8 = static_cast<unsigned char>(far);
+  const unsigned char cap = static_cast<unsigned char>(far < 255 ? far : 255);
   unsigned char* p = image;
   p[0] = p[0] == value ? 0 : far8;
   for (int x = 1; x < width; ++x) {
@@ -88,36 +85,22 @@ unsigned char* manhattan(unsigned char* image, int width, int height, unsigned c
       p[x] = p[x - 1] < far8 ? static_cast<unsigned char>(p[x - 1] + 1) : far8;
     }
   }
-  for (int y = 1; y < height; ++y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    const unsigned char up0 = row[-width];
-    if (row[0] == value) {
-      row[0] = 0;
-    } else {
-      row[0] = up0 < far8 ? static_cast<unsigned char>(up0 + 1) : far8;
-    }
-    DistSeedRow(row - width + 1, row + 1, width - 1, value, cap);
-    ChainFromLeft(row, 1, width);
-  }
+  DistForward(image, width, 1, height - 1, 1, width - 1, value, cap, 1, far8);
   ChainFromRight(image + static_cast<size_t>(height - 1) * width, width - 2);
-  for (int y = height - 2; y >= 0; --y) {
-    unsigned char* row = image + static_cast<size_t>(y) * width;
-    DistBelowRow(row + width, row, width);
-    ChainFromRight(row, width - 2);
-  }
+  DistBackward(image, width, height - 2, 0, 0, width, width - 2);
   return image;
 }
 
 unsigned char* dilate_manh(unsigned char* image, int width, int height, unsigned char N) {
   if (width < 1 || height < 1) return image;
   manhattan(image, width, height, 255);
-  ThresholdRow(image, width * height, N, 0, 255);
+  ThresholdPlane(image, width, height, N, 0, 255);
   return image;
 }
 
 unsigned char* erode_manh(unsigned char* image, int width, int height, unsigned char N) {
   if (width < 1 || height < 1) return image;
   manhattan(image, width, height, 0);
-  ThresholdRow(image, width * height, N, 255, 0);
+  ThresholdPlane(image, width, height, N, 255, 0);
   return image;
 }

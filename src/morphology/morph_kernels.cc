@@ -9,6 +9,191 @@
 #include "hwy/highway.h"
 #include "morphology/morph_kernels.h"
 
+// Pixel helpers shared by the scalar definitions and the tails of every target.
+#ifndef BIVISTA_MORPH_KERNELS_ONCE
+#define BIVISTA_MORPH_KERNELS_ONCE
+namespace bivista {
+namespace morph_detail {
+
+// Fixed kernels: AND (useOr: OR) over the element around column x of rows[0 .. 2r]; the cross
+// takes the centre row's three pixels and the centre of the others.
+inline uint8_t FixedPixel(const uint8_t* const* rows, int x, int r, int cross, int useOr) {
+  uint8_t v = useOr ? 0 : 0xFF;
+  for (int dy = -r; dy <= r; ++dy) {
+    for (int dx = -r; dx <= r; ++dx) {
+      if (cross && dx != 0 && dy != 0) continue;
+      const uint8_t p = rows[dy + r][x + dx];
+      v = useOr ? (v | p) : (v & p);
+    }
+  }
+  return v;
+}
+
+// Counter engine: one column counter, wrapping at 256.
+inline void CounterPixel(const uint8_t* row, uint8_t* cnt, int i, uint8_t v, bool add) {
+  const int match = row[i] == v ? 1 : 0;
+  cnt[i] = static_cast<uint8_t>(add ? cnt[i] + match : cnt[i] - match);
+}
+
+// v where a counter in columns x - kW .. x + kW (clipped to the row) is non-zero, else copy[x].
+inline uint8_t SpreadPixel(const uint8_t* cnt, const uint8_t* copy, int x, int width, int kW,
+                           uint8_t v) {
+  const int lo = x - kW > 0 ? x - kW : 0;
+  const int hi = x + kW < width - 1 ? x + kW : width - 1;
+  for (int j = lo; j <= hi; ++j) {
+    if (cnt[j] != 0) return v;
+  }
+  return copy[x];
+}
+
+inline uint8_t BoxPixel(uint32_t bR, uint32_t tL, uint32_t tR, uint32_t bL, uint32_t area,
+                        int erode) {
+  const uint32_t s = bR + tL - tR - bL;
+  return erode ? (s == area ? 1 : 0) : (static_cast<int32_t>(s) > 0 ? 1 : 0);
+}
+
+inline uint8_t DistSeedPixel(uint8_t above, uint8_t self, uint8_t target, uint8_t cap) {
+  const int up = above + 1 < cap ? above + 1 : cap;
+  return self == target ? 0 : static_cast<uint8_t>(up);
+}
+
+inline uint8_t DistBelowPixel(uint8_t below, uint8_t self) {
+  return below < self ? static_cast<uint8_t>(below + 1) : self;
+}
+
+inline uint8_t ThresholdPixel(uint8_t p, int N, uint8_t above, uint8_t notAbove) {
+  return static_cast<int>(p) > N ? above : notAbove;
+}
+
+// The counter engine over the image: counters of rows 0..kH first, then per row the spread and
+// the slide of the window. rows.Add/Sub(row, cnt, n, v) and rows.Spread(cnt, copy, dst, width,
+// kW, v) are one target's rows (or the scalar definitions).
+template <class Rows>
+void CounterLoop(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v, const Rows& rows) {
+  const auto row = [&](int y) { return copy + static_cast<size_t>(y) * width; };
+  for (int y = 0; y <= kH; ++y) rows.Add(row(y), counters, width, v);
+  for (int y = 0; y < height; ++y) {
+    rows.Spread(counters, row(y), image + static_cast<size_t>(y) * width, width, kW, v);
+    if (y < height - kH - 1) rows.Add(row(y + kH + 1), counters, width, v);
+    if (y >= kH) rows.Sub(row(y - kH), counters, width, v);
+  }
+}
+
+// The integral engine over the image, `ring` integral rows kept in `integral`: row 0 and column
+// 0 are outside every window (the exclusive lower bounds clamp to index 0); the columns whose
+// window is not clipped go through decide(bR, tL, tR, bL, out, n, area, erode).
+template <class Decide>
+void BoxLoop(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int64_t r, int erode, Decide decide) {
+  const auto slot = [&](int row) { return integral + static_cast<size_t>(row % ring) * width; };
+  // Exclusive lower and inclusive upper bound of the window around c, clipped to 0..n-1 in 64
+  // bits (r may be near INT_MAX / 2).
+  const auto lower = [&](int c) { return static_cast<int>(c - r >= 1 ? c - r - 1 : 0); };
+  const auto upper = [&](int c, int n) { return static_cast<int>(c + r < n - 1 ? c + r : n - 1); };
+  int built = 0;  // integral rows computed so far
+  const int64_t x0 = r + 1;
+  const int64_t x1 = width - 1 - r;
+  for (int y = 0; y < height; ++y) {
+    const int top = lower(y);
+    const int bottom = upper(y, height);
+    for (; built <= bottom; ++built) {
+      IntegralRow(src + static_cast<size_t>(built) * width, built ? slot(built - 1) : nullptr,
+                  slot(built), width);
+    }
+    const uint32_t* rowT = slot(top);
+    const uint32_t* rowB = slot(bottom);
+    uint8_t* out = dst + static_cast<size_t>(y) * width;
+    const auto clipped = [&](int x) {
+      const int left = lower(x);
+      const int right = upper(x, width);
+      out[x] = BoxPixel(rowB[right], rowT[left], rowT[right], rowB[left],
+                        static_cast<uint32_t>(right - left) * static_cast<uint32_t>(bottom - top),
+                        erode);
+    };
+    int x = 0;
+    for (; x < width && x < x0; ++x) clipped(x);
+    if (x0 <= x1) {
+      const uint32_t area = static_cast<uint32_t>(2 * r + 1) * static_cast<uint32_t>(bottom - top);
+      decide(rowB + x0 + r, rowT + x0 - r - 1, rowT + x0 + r, rowB + x0 - r - 1, out + x0,
+             static_cast<int>(x1 - x0 + 1), area, erode);
+      x = static_cast<int>(x1 + 1);
+    }
+    for (; x < width; ++x) clipped(x);
+  }
+}
+
+// City-block passes. Forward over rows y0..y1: columns from..from+n-1 take the seed or the row
+// above + 1 (capped), then the chain from the left over the same columns; with col0, column 0
+// first takes 0 for `target` or min(above + 1, far) (far wraps to 8 bits).
+template <class Seed>
+void DistForwardLoop(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                     uint8_t cap, bool col0, uint8_t far, Seed seed) {
+  for (int y = y0; y <= y1; ++y) {
+    uint8_t* row = image + static_cast<size_t>(y) * width;
+    if (col0) {
+      const uint8_t up0 = row[-width];
+      row[0] = row[0] == target ? 0 : (up0 < far ? static_cast<uint8_t>(up0 + 1) : far);
+    }
+    seed(row - width + from, row + from, n, target, cap);
+    for (int x = from; x < from + n; ++x) {
+      if (row[x - 1] < row[x]) row[x] = static_cast<uint8_t>(row[x - 1] + 1);
+    }
+  }
+}
+
+// Backward over rows y1 down to y0: columns from..from+n-1 take min(self, below + 1), then the
+// chain from the right over columns chainFrom down to from.
+template <class Below>
+void DistBackwardLoop(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom,
+                      Below below) {
+  for (int y = y1; y >= y0; --y) {
+    uint8_t* row = image + static_cast<size_t>(y) * width;
+    below(row + width + from, row + from, n);
+    for (int x = chainFrom; x >= from; --x) {
+      if (row[x + 1] < row[x]) row[x] = static_cast<uint8_t>(row[x + 1] + 1);
+    }
+  }
+}
+
+// Thresholds of n columns from `from` in rows y0..y1.
+template <class Threshold>
+void ThresholdLoop(uint8_t* image, size_t stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove, Threshold threshold) {
+  for (int y = y0; y <= y1; ++y) threshold(image + y * stride + from, n, N, above, notAbove);
+}
+
+// An empty or negative width copies nothing (the image may then be null).
+inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long stride) {
+  if (width < 1) return;
+  for (int y = 0; y < rows; ++y) memcpy(dst + y * stride, src + y * stride, static_cast<size_t>(width));
+}
+
+// One fixed-kernel call over the image. Every iteration's input is in the scratch before it is
+// read: the first 2r rows up front, row y + r by the pass of output row y. rowOut(rows, next,
+// out, n) copies the whole image row `next` to scratch row rows[2r], then writes columns
+// r .. width - r - 1 of the output row from the 2r + 1 scratch rows (pointers at column r).
+template <class RowOut>
+void FixedLoop(uint8_t* image, uint8_t* scratch, int width, int height, long stride,
+               int iterations, int r, const RowOut& rowOut) {
+  for (int it = 0; it < iterations; ++it) {
+    if (height <= 2 * r || width <= 2 * r) {
+      CopyRows(image, scratch, width, height, stride);
+      continue;
+    }
+    CopyRows(image, scratch, width, 2 * r, stride);
+    const uint8_t* rows[5];
+    for (int y = r; y < height - r; ++y) {
+      for (int j = 0; j <= 2 * r; ++j) rows[j] = scratch + (y - r + j) * stride + r;
+      rowOut(rows, image + (y + r) * stride + r, image + y * stride + r, width - 2 * r);
+    }
+  }
+}
+
+}  // namespace morph_detail
+}  // namespace bivista
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace bivista {
 namespace HWY_NAMESPACE {
@@ -26,7 +211,7 @@ static void CounterUpdate(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
     const auto c = hn::LoadU(d, cnt + i);
     hn::StoreU(kAdd ? hn::Sub(c, m) : hn::Add(c, m), d, cnt + i);
   }
-  for (; i < n; ++i) cnt[i] = static_cast<uint8_t>(kAdd ? cnt[i] + (row[i] == v) : cnt[i] - (row[i] == v));
+  for (; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, kAdd);
 }
 
 void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
@@ -155,7 +340,7 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
     const auto m = hn::LoadMaskBits(d, hit + x / 8);
     hn::StoreU(hn::IfThenElse(m, vv, hn::LoadU(d, copy + x)), d, dst + x);
   }
-  for (; x < width; ++x) dst[x] = (win[x / 64] >> (x % 64)) & 1 ? v : copy[x];
+  for (; x < width; ++x) dst[x] = morph_detail::SpreadPixel(cnt, copy, x, width, kW, v);
 }
 
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
@@ -178,10 +363,7 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR,
     const auto m = erode ? hn::Eq(s, varea) : hn::Gt(s, zero);
     hn::StoreU(hn::DemoteTo(d8, hn::IfThenElseZero(m, one)), d8, out + i);
   }
-  for (; i < n; ++i) {
-    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
-    out[i] = erode ? (s == area) : (static_cast<int32_t>(s) > 0);
-  }
+  for (; i < n; ++i) out[i] = morph_detail::BoxPixel(bR[i], tL[i], tR[i], bL[i], area, erode);
 }
 
 template <bool kOr, class D, class V>
@@ -189,108 +371,116 @@ HWY_INLINE V Comb(D, V a, V b) {
   return kOr ? hn::Or(a, b) : hn::And(a, b);
 }
 
-constexpr int kVerticalRow = 8192;
+struct CounterRows {
+  void Add(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterAdd(row, cnt, n, v); }
+  void Sub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterSub(row, cnt, n, v); }
+  void Spread(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+              uint8_t v) const {
+    SpreadRow(cnt, copy, dst, width, kW, v);
+  }
+};
 
-template <bool kOr>
-static void Combine3x3T(const uint8_t* up, const uint8_t* mid, const uint8_t* down,
-                        uint8_t* out, int n, int cross, uint8_t* downCopy) {
-  // 32-byte vectors: wider ones split a cache line on nearly every shifted load.
-  const hn::CappedTag<uint8_t, 32> d;
-  const int N = static_cast<int>(hn::Lanes(d));
-  int i = 0;
-  if (downCopy && (cross || n + 2 > kVerticalRow)) {
-    memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
-  }
-  if (cross) {
-    for (; i + N <= n; i += N) {
-      auto r = Comb<kOr>(d, hn::LoadU(d, mid + i - 1), hn::LoadU(d, mid + i));
-      r = Comb<kOr>(d, r, hn::LoadU(d, mid + i + 1));
-      r = Comb<kOr>(d, r, hn::LoadU(d, up + i));
-      hn::StoreU(Comb<kOr>(d, r, hn::LoadU(d, down + i)), d, out + i);
-    }
-    for (; i < n; ++i) {
-      out[i] = kOr ? (mid[i - 1] | mid[i] | mid[i + 1] | up[i] | down[i])
-                   : (mid[i - 1] & mid[i] & mid[i + 1] & up[i] & down[i]);
-    }
-    return;
-  }
-  if (!cross && n + 2 <= kVerticalRow) {
-    // Vertical combination once per column, then the horizontal one: six loads instead of nine.
-    HWY_ALIGN uint8_t v[kVerticalRow];
-    const int m = n + 2;  // v[j] stands for column j - 1
-    int j = 0;
-    for (; j + N <= m; j += N) {
-      const auto c = Comb<kOr>(d, hn::LoadU(d, up + j - 1), hn::LoadU(d, mid + j - 1));
-      const auto b = hn::LoadU(d, down + j - 1);
-      if (downCopy) hn::StoreU(b, d, downCopy + j - 1);
-      hn::Store(Comb<kOr>(d, c, b), d, v + j);
-    }
-    for (; j < m; ++j) {
-      if (downCopy) downCopy[j - 1] = down[j - 1];
-      v[j] = kOr ? (up[j - 1] | mid[j - 1] | down[j - 1]) : (up[j - 1] & mid[j - 1] & down[j - 1]);
-    }
-    for (; i + N <= n; i += N) {
-      const auto c = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 1));
-      hn::StoreU(Comb<kOr>(d, c, hn::LoadU(d, v + i + 2)), d, out + i);
-    }
-    for (; i < n; ++i) out[i] = kOr ? (v[i] | v[i + 1] | v[i + 2]) : (v[i] & v[i + 1] & v[i + 2]);
-    return;
-  }
-  for (; i + N <= n; i += N) {
-    auto r = Comb<kOr>(d, hn::LoadU(d, up + i - 1), hn::LoadU(d, mid + i - 1));
-    r = Comb<kOr>(d, r, hn::LoadU(d, down + i - 1));
-    auto c = Comb<kOr>(d, hn::LoadU(d, up + i), hn::LoadU(d, mid + i));
-    r = Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i)));
-    c = Comb<kOr>(d, hn::LoadU(d, up + i + 1), hn::LoadU(d, mid + i + 1));
-    hn::StoreU(Comb<kOr>(d, r, Comb<kOr>(d, c, hn::LoadU(d, down + i + 1))), d, out + i);
-  }
-  for (; i < n; ++i) {
-    uint8_t r = kOr ? 0 : 0xFF;
-    for (int dx = -1; dx <= 1; ++dx) {
-      r = kOr ? (r | up[i + dx] | mid[i + dx] | down[i + dx])
-              : (r & up[i + dx] & mid[i + dx] & down[i + dx]);
-    }
-    out[i] = r;
-  }
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  morph_detail::CounterLoop(copy, counters, image, width, height, kW, kH, v, CounterRows());
 }
 
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  if (useOr) {
-    Combine3x3T<true>(up, mid, down, out, n, cross, downCopy);
-  } else {
-    Combine3x3T<false>(up, mid, down, out, n, cross, downCopy);
-  }
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int64_t r, int erode) {
+  morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
 }
 
-template <bool kOr>
-static void Combine5x5T(const uint8_t* const* rows, uint8_t* out, int n) {
-  const hn::CappedTag<uint8_t, 32> d;
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  morph_detail::DistForwardLoop(image, width, y0, y1, from, n, target, cap, col0 != 0, far,
+                                DistSeedRow);
+}
+
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  morph_detail::DistBackwardLoop(image, width, y1, y0, from, n, chainFrom, DistBelowRow);
+}
+
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  morph_detail::ThresholdLoop(image, static_cast<size_t>(stride), y0, y1, from, n, N, above,
+                              notAbove, ThresholdRow);
+}
+
+// Columns per block of the separable passes (the vertical results live on the stack).
+constexpr int kFixedBlock = 4096;
+
+// One output row of a fixed kernel: the vertical AND/OR of each column (for the cross only the
+// centre row joins the horizontal step) into a block on the stack, then the horizontal one;
+// columns past the last whole vector go through the pixel helper.
+template <bool kOr, int R, bool kCross>
+static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* out, int n) {
+  const hn::ScalableTag<uint8_t> d;
   const int N = static_cast<int>(hn::Lanes(d));
-  int i = 0;
-  for (; i + N <= n; i += N) {
-    auto r = hn::LoadU(d, rows[0] + i - 2);
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) r = Comb<kOr>(d, r, hn::LoadU(d, rows[dy] + i + dx));
-    }
-    hn::StoreU(r, d, out + i);
-  }
-  for (; i < n; ++i) {
-    uint8_t r = kOr ? 0 : 0xFF;
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) {
-        r = kOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
+  const uint8_t* r0 = rows[0];
+  const uint8_t* r1 = rows[1];
+  const uint8_t* r2 = rows[2];
+  const uint8_t* r3 = rows[R == 2 ? 3 : 0];
+  uint8_t* copy = const_cast<uint8_t*>(rows[2 * R]);  // the scratch row that receives `next`
+  HWY_ALIGN uint8_t v[kFixedBlock + 2 * R + 64];
+  int done = 0;
+  int copied = -R;  // columns [-R, copied) of `next` are in the scratch
+  for (int c0 = 0; c0 + N <= n; c0 += kFixedBlock) {
+    const int m = (n - c0 < kFixedBlock ? n - c0 : kFixedBlock) / N * N;
+    if (m == 0) break;
+    // v[j] is column c0 - R + j; m + 2R entries, the last vector overlapping the one before.
+    const int span = m + 2 * R;
+    for (int j = 0;; j += N) {
+      if (j + N > span) j = span - N;
+      const int c = c0 - R + j;
+      const auto bottom = hn::LoadU(d, next + c);
+      hn::StoreU(bottom, d, copy + c);
+      auto t = hn::LoadU(d, r1 + c);
+      if constexpr (!kCross) {
+        const auto up = R == 2 ? hn::LoadU(d, r3 + c) : hn::LoadU(d, r0 + c);
+        t = Comb<kOr>(d, t, Comb<kOr>(d, up, bottom));
+        if constexpr (R == 2) {
+          t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, r0 + c), hn::LoadU(d, r2 + c)));
+        }
       }
+      hn::StoreU(t, d, v + j);
+      if (j + N >= span) break;
     }
-    out[i] = r;
+    for (int i = 0; i < m; i += N) {
+      const int c = c0 + i;
+      auto t = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 2 * R));
+      t = Comb<kOr>(d, t, hn::LoadU(d, v + i + 1));
+      if constexpr (R == 2) t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, v + i + 2), hn::LoadU(d, v + i + 3)));
+      if constexpr (kCross) {
+        t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, r0 + c), hn::LoadU(d, r2 + c)));
+      }
+      hn::StoreU(t, d, out + c);
+    }
+    done = c0 + m;
+    copied = done + R;
+    if (m < kFixedBlock) break;
+  }
+  memcpy(copy + copied, next + copied, static_cast<size_t>(n + R - copied));
+  for (int x = done; x < n; ++x) {
+    out[x] = morph_detail::FixedPixel(rows, x, R, kCross, kOr);
   }
 }
 
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  if (useOr) {
-    Combine5x5T<true>(rows, out, n);
-  } else {
-    Combine5x5T<false>(rows, out, n);
+template <bool kOr, int R, bool kCross>
+static void FixedT(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                   int iterations) {
+  morph_detail::FixedLoop(image, scratch, width, height, stride, iterations, R,
+                          [](const uint8_t* const* rows, const uint8_t* next, uint8_t* out,
+                             int n) { FixedRow<kOr, R, kCross>(rows, next, out, n); });
+}
+
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  using F = decltype(&FixedT<false, 1, true>);
+  static constexpr F kPasses[2][3] = {
+      {FixedT<false, 1, true>, FixedT<false, 1, false>, FixedT<false, 2, false>},
+      {FixedT<true, 1, true>, FixedT<true, 1, false>, FixedT<true, 2, false>}};
+  if (shape >= 0 && shape <= 2) {
+    kPasses[useOr ? 1 : 0][shape](image, scratch, width, height, stride, iterations);
   }
 }
 
@@ -305,10 +495,7 @@ void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint
     const auto up = hn::Min(hn::SaturatedAdd(hn::LoadU(d, above + i), one), vcap);
     hn::StoreU(hn::IfThenZeroElse(hn::Eq(hn::LoadU(d, row + i), vt), up), d, row + i);
   }
-  for (; i < n; ++i) {
-    const int up = above[i] + 1 < cap ? above[i] + 1 : cap;
-    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
-  }
+  for (; i < n; ++i) row[i] = morph_detail::DistSeedPixel(above[i], row[i], target, cap);
 }
 
 void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
@@ -320,9 +507,7 @@ void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
     const auto b = hn::SaturatedAdd(hn::LoadU(d, below + i), one);
     hn::StoreU(hn::Min(hn::LoadU(d, row + i), b), d, row + i);
   }
-  for (; i < n; ++i) {
-    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
-  }
+  for (; i < n; ++i) row[i] = morph_detail::DistBelowPixel(below[i], row[i]);
 }
 
 void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
@@ -343,7 +528,7 @@ void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
     const auto over = hn::SaturatedSub(hn::LoadU(d, p + i), vn);
     hn::StoreU(hn::IfThenElse(hn::Eq(over, zero), vb, va), d, p + i);
   }
-  for (; i < n; ++i) p[i] = p[i] > N ? above : notAbove;
+  for (; i < n; ++i) p[i] = morph_detail::ThresholdPixel(p[i], N, above, notAbove);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -357,8 +542,12 @@ HWY_EXPORT(CounterAdd);
 HWY_EXPORT(CounterSub);
 HWY_EXPORT(SpreadRow);
 HWY_EXPORT(BoxDecideRow);
-HWY_EXPORT(Combine3x3);
-HWY_EXPORT(Combine5x5);
+HWY_EXPORT(FixedMorph);
+HWY_EXPORT(CounterPass);
+HWY_EXPORT(BoxPass);
+HWY_EXPORT(DistForward);
+HWY_EXPORT(DistBackward);
+HWY_EXPORT(ThresholdRows);
 HWY_EXPORT(DistSeedRow);
 HWY_EXPORT(DistBelowRow);
 HWY_EXPORT(ThresholdRow);
@@ -377,12 +566,28 @@ void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, co
                   uint8_t* out, int n, uint32_t area, int erode) {
   HWY_DYNAMIC_DISPATCH(BoxDecideRow)(bR, tL, tR, bL, out, n, area, erode);
 }
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  HWY_DYNAMIC_DISPATCH(Combine3x3)(up, mid, down, out, n, cross, useOr, downCopy);
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  HWY_DYNAMIC_DISPATCH(CounterPass)(copy, counters, image, width, height, kW, kH, v);
 }
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  HWY_DYNAMIC_DISPATCH(Combine5x5)(rows, out, n, useOr);
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int64_t r, int erode) {
+  HWY_DYNAMIC_DISPATCH(BoxPass)(src, dst, integral, ring, width, height, r, erode);
+}
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  HWY_DYNAMIC_DISPATCH(DistForward)(image, width, y0, y1, from, n, target, cap, col0, far);
+}
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  HWY_DYNAMIC_DISPATCH(DistBackward)(image, width, y1, y0, from, n, chainFrom);
+}
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  HWY_DYNAMIC_DISPATCH(ThresholdRows)(image, stride, y0, y1, from, n, N, above, notAbove);
+}
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  HWY_DYNAMIC_DISPATCH(FixedMorph)(image, scratch, width, height, stride, iterations, shape, useOr);
 }
 void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
   HWY_DYNAMIC_DISPATCH(DistSeedRow)(above, row, n, target, cap);
@@ -398,11 +603,11 @@ void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
 namespace scalar {
 
 void CounterAdd(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
-  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] + (row[i] == v ? 1 : 0));
+  for (int i = 0; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, true);
 }
 
 void CounterSub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) {
-  for (int i = 0; i < n; ++i) cnt[i] = static_cast<uint8_t>(cnt[i] - (row[i] == v ? 1 : 0));
+  for (int i = 0; i < n; ++i) morph_detail::CounterPixel(row, cnt, i, v, false);
 }
 
 // The running horizontal sum of the column counters.
@@ -424,54 +629,74 @@ void SpreadRow(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width,
 
 void BoxDecideRow(const uint32_t* bR, const uint32_t* tL, const uint32_t* tR, const uint32_t* bL,
                   uint8_t* out, int n, uint32_t area, int erode) {
-  for (int i = 0; i < n; ++i) {
-    const uint32_t s = bR[i] + tL[i] - tR[i] - bL[i];
-    out[i] = erode ? (s == area ? 1 : 0) : (static_cast<int32_t>(s) > 0 ? 1 : 0);
-  }
+  for (int i = 0; i < n; ++i) out[i] = morph_detail::BoxPixel(bR[i], tL[i], tR[i], bL[i], area, erode);
 }
 
-void Combine3x3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out, int n,
-                int cross, int useOr, uint8_t* downCopy) {
-  if (downCopy) memcpy(downCopy - 1, down - 1, static_cast<size_t>(n) + 2);
-  for (int i = 0; i < n; ++i) {
-    uint8_t r = useOr ? 0 : 0xFF;
-    for (int dy = -1; dy <= 1; ++dy) {
-      const uint8_t* row = dy < 0 ? up : (dy > 0 ? down : mid);
-      for (int dx = -1; dx <= 1; ++dx) {
-        if (cross && dx != 0 && dy != 0) continue;
-        r = useOr ? (r | row[i + dx]) : (r & row[i + dx]);
+// Each iteration: copy the image into the scratch, then every interior pixel from the copy.
+void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
+                int iterations, int shape, int useOr) {
+  const int r = shape == 2 ? 2 : 1;
+  const long s = stride;
+  for (int it = 0; it < iterations; ++it) {
+    morph_detail::CopyRows(image, scratch, width, height, s);
+    if (height <= 2 * r || width <= 2 * r) continue;
+    const uint8_t* rows[5];
+    for (int y = r; y < height - r; ++y) {
+      for (int j = 0; j <= 2 * r; ++j) rows[j] = scratch + (y - r + j) * s;
+      for (int x = r; x < width - r; ++x) {
+        image[y * s + x] = morph_detail::FixedPixel(rows, x, r, shape == 0, useOr);
       }
     }
-    out[i] = r;
-  }
-}
-
-void Combine5x5(const uint8_t* const* rows, uint8_t* out, int n, int useOr) {
-  for (int i = 0; i < n; ++i) {
-    uint8_t r = useOr ? 0 : 0xFF;
-    for (int dy = 0; dy < 5; ++dy) {
-      for (int dx = -2; dx <= 2; ++dx) r = useOr ? (r | rows[dy][i + dx]) : (r & rows[dy][i + dx]);
-    }
-    out[i] = r;
   }
 }
 
 void DistSeedRow(const uint8_t* above, uint8_t* row, int n, uint8_t target, uint8_t cap) {
-  for (int i = 0; i < n; ++i) {
-    int up = above[i] + 1;
-    if (up > cap) up = cap;
-    row[i] = row[i] == target ? 0 : static_cast<uint8_t>(up);
-  }
+  for (int i = 0; i < n; ++i) row[i] = morph_detail::DistSeedPixel(above[i], row[i], target, cap);
 }
 
 void DistBelowRow(const uint8_t* below, uint8_t* row, int n) {
-  for (int i = 0; i < n; ++i) {
-    if (below[i] < row[i]) row[i] = static_cast<uint8_t>(below[i] + 1);
-  }
+  for (int i = 0; i < n; ++i) row[i] = morph_detail::DistBelowPixel(below[i], row[i]);
 }
 
 void ThresholdRow(uint8_t* p, int n, int N, uint8_t above, uint8_t notAbove) {
-  for (int i = 0; i < n; ++i) p[i] = static_cast<int>(p[i]) > N ? above : notAbove;
+  for (int i = 0; i < n; ++i) p[i] = morph_detail::ThresholdPixel(p[i], N, above, notAbove);
+}
+
+namespace {
+struct ScalarCounterRows {
+  void Add(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterAdd(row, cnt, n, v); }
+  void Sub(const uint8_t* row, uint8_t* cnt, int n, uint8_t v) const { CounterSub(row, cnt, n, v); }
+  void Spread(const uint8_t* cnt, const uint8_t* copy, uint8_t* dst, int width, int kW,
+              uint8_t v) const {
+    SpreadRow(cnt, copy, dst, width, kW, v);
+  }
+};
+}  // namespace
+
+void CounterPass(const uint8_t* copy, uint8_t* counters, uint8_t* image, int width, int height,
+                 int kW, int kH, uint8_t v) {
+  morph_detail::CounterLoop(copy, counters, image, width, height, kW, kH, v, ScalarCounterRows());
+}
+
+void BoxPass(const uint8_t* src, uint8_t* dst, uint32_t* integral, int ring, int width,
+             int height, int64_t r, int erode) {
+  morph_detail::BoxLoop(src, dst, integral, ring, width, height, r, erode, BoxDecideRow);
+}
+
+void DistForward(uint8_t* image, int width, int y0, int y1, int from, int n, uint8_t target,
+                 uint8_t cap, int col0, uint8_t far) {
+  morph_detail::DistForwardLoop(image, width, y0, y1, from, n, target, cap, col0 != 0, far,
+                                DistSeedRow);
+}
+
+void DistBackward(uint8_t* image, int width, int y1, int y0, int from, int n, int chainFrom) {
+  morph_detail::DistBackwardLoop(image, width, y1, y0, from, n, chainFrom, DistBelowRow);
+}
+
+void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, int N,
+                   uint8_t above, uint8_t notAbove) {
+  morph_detail::ThresholdLoop(image, static_cast<size_t>(stride), y0, y1, from, n, N, above,
+                              notAbove, ThresholdRow);
 }
 
 }  // namespace scalar

@@ -52,6 +52,8 @@ TEST(MemFxn, SafeNewAndPackedCallsThroughTheInstalledTable) {
   bvtest::MallocWatch watch;
   EXPECT_EQ(packed_FXN_malloc(0, 0, 0), nullptr);
   EXPECT_EQ(CountMsg(log, 5, "ZR481_ALGO", "safeNew", Negative(0)), 1);
+  EXPECT_EQ(packed_FXN_malloc((size_t{1} << 32) + 16, 0, 0), nullptr);  // not cut to 16 bytes
+  EXPECT_EQ(CountMsg(log, 5, "ZR481_ALGO", "safeNew", Negative(INT32_MIN)), 1);
   packed_FXN_free(packed_FXN_malloc(16, 0, 0), 0, 0);
   EXPECT_EQ(watch.calls(), 1);
   EXPECT_EQ(watch.live(), 0);
@@ -70,8 +72,11 @@ void CheckArray2D(T** (*alloc)(int, int), void (*release)(T**), const char* name
   }
   if (!std::is_same<T, float>::value) release(nullptr);  // float2D_release alone needs an array
   // Refused sizes (safeNew's warning first) and either malloc failing: the family message, no leak.
-  const struct { int rows, cols, failAt; } cases[] = {{0, 4, 0}, {-1, 4, 0}, {4, 0, 0}, {4, -3, 0},
-                                                      {65536, 65536, 0}, {3, 3, 1}, {3, 3, 2}};
+  // True sizes of 4 GiB and more are refused even where 32 bits would wrap them to a small
+  // positive block (2^29 + 1 row pointers; 65537 x 65537 elements).
+  const struct { int rows, cols, failAt; } cases[] = {
+      {0, 4, 0},         {-1, 4, 0},        {4, 0, 0}, {4, -3, 0}, {65536, 65536, 0},
+      {536870913, 1, 0}, {65537, 65537, 0}, {3, 3, 1}, {3, 3, 2}};
   for (const auto& c : cases) {
     LogCapture log;
     bvtest::MallocWatch watch;

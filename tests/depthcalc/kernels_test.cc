@@ -3,6 +3,7 @@
 // scalar results equal a direct statement.
 #include <gtest/gtest.h>
 #include <math.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -218,9 +219,11 @@ void CheckConversions(std::mt19937& rng, int offset) {
     });
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {
-        const int v = in[size_t(y) * stride + x] + offset;
-        ASSERT_EQ(v < 0 ? 0.0 : v / 4.0, plane[size_t(y) * w + x]);
-        if (y == 0) { ASSERT_EQ(std::min(abs(v) / 4, 63), bins[x]); }
+        // Sums past the int limits wrap round (two's complement); above 2^24 the sum rounds to
+        // float before the quarter.
+        const int v = static_cast<int32_t>(uint32_t(in[size_t(y) * stride + x]) + uint32_t(offset));
+        ASSERT_EQ(v < 0 ? 0.0f : float(v) / 4.0f, plane[size_t(y) * w + x]);
+        if (y == 0) { ASSERT_EQ(std::min<int64_t>(llabs(v) / 4, 63), bins[x]); }
       }
   }
 }
@@ -228,7 +231,7 @@ void CheckConversions(std::mt19937& rng, int offset) {
 TEST(DepthcalcKernels, DisparityPlaneAndMultiDepthBinsEqualScalar) {
   std::mt19937 rng(13);
   bvtest::ForEachHwyTarget([&](const char*) {
-    for (int offset : {0, -100, -128, 37, 90, -40000, -70000}) {
+    for (int offset : {0, -100, -128, 37, 90, -40000, -70000, INT32_MAX - 100, INT32_MIN}) {
       SCOPED_TRACE(offset);
       CheckConversions<uint8_t>(rng, offset);
       CheckConversions<uint16_t>(rng, offset);

@@ -6,6 +6,7 @@
 
 #include <limits>
 #include <map>
+#include <mutex>
 
 #include "hwy/targets.h"
 
@@ -82,6 +83,9 @@ void SetTargetForTest(bool lowest) {
 extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
   char buf[1024];
   vsnprintf(buf, sizeof buf, fmt, ap);
+  // Pool workers log too (the blur's "too small" lines), concurrently.
+  static std::mutex lock;
+  const std::lock_guard<std::mutex> hold(lock);
   std::vector<std::string>& log = bvfuzz::Log();
   if (log.size() < 4096) log.emplace_back(buf);
   return 1;

@@ -1,10 +1,11 @@
-// Vector rows against scalar on every target, whole blurs against the direct definition, the
+// Vector strips against scalar on every target, whole blurs against the direct definition, the
 // kernel builder, and every refusal.
 #include "bivista/gaussblur.h"
 
 #include <gtest/gtest.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,6 +19,7 @@
 #include "gaussblur/gaussblur_kernels.h"
 #include "gaussblur_reference.h"
 #include "support/alloc_table.h"
+#include "support/edge_buffer.h"
 #include "support/hwy_targets.h"
 #include "support/platform_capture.h"
 
@@ -43,7 +45,54 @@ std::string Fmt(const char* format, ...) {
   return text;
 }
 
-TEST(GaussKernels, VectorRowsEqualScalarOnEveryTarget) {
+// One strip and one border block through the dispatching kernels and the scalar definitions.
+// Every buffer ends at an unreadable page when atPageEnd (an over-read faults), else starts
+// `offset` bytes past an aligned address.
+void CheckKernels(int r, int width, int count, const std::vector<uint16_t>& taps, bool extreme,
+                  bool atPageEnd, size_t offset, std::mt19937& rng) {
+  const long stride = width + (atPageEnd ? 0 : 5);
+  const int rows = count + 2 * r;
+  const size_t srcBytes = static_cast<size_t>(rows - 1) * stride + width;
+  const size_t dstBytes = static_cast<size_t>(count - 1) * stride + width;
+  const size_t ringBytes = static_cast<size_t>(2 * r - 1) * stride + width;
+  bvtest::EdgeBuffer src(srcBytes, atPageEnd, offset), dst(dstBytes, atPageEnd, offset),
+      ring(ringBytes, atPageEnd, offset);
+  ASSERT_NE(src.data(), nullptr);
+  for (size_t i = 0; i < srcBytes; ++i) src.data()[i] = extreme ? 255 : static_cast<uint8_t>(rng());
+  memset(dst.data(), 0xA5, dstBytes);
+  std::vector<uint8_t> ref(dst.data(), dst.data() + dstBytes), refRing(ringBytes);
+  bivista::GaussStripArgs a{src.data(), src.data() + r * stride, src.data() + (r + count) * stride,
+                            stride, dst.data(), stride, count, width, ring.data(), stride,
+                            taps.data(), r};
+  bivista::GaussStrip(a);
+  a.dst = ref.data();
+  a.scratch = refRing.data();
+  bivista::scalar::GaussStrip(a);
+  EXPECT_EQ(std::vector<uint8_t>(dst.data(), dst.data() + dstBytes), ref) << "strip";
+  // Border block: any map of the horizontal rows; the outputs sit in the destination rows.
+  bivista::GaussBorderArgs b{};
+  b.width = width;
+  b.kernel = taps.data();
+  b.radius = r;
+  for (int j = 0; j < 2 * r; ++j) {
+    b.src[j] = src.data() + j * stride;
+    b.h[j] = ring.data() + j * stride;
+  }
+  for (int o = 0; o < r; ++o) {
+    for (int j = 0; j <= 2 * r; ++j) b.map[o][j] = static_cast<uint8_t>(rng() % (2 * r));
+  }
+  for (int o = 0; o < r && o < count; ++o) b.dst[o] = dst.data() + o * stride;
+  bivista::GaussBorderArgs c = b;
+  for (int j = 0; j < 2 * r; ++j) c.h[j] = refRing.data() + j * stride;
+  for (int o = 0; o < r && o < count; ++o) c.dst[o] = ref.data() + o * stride;
+  if (count >= r) {
+    bivista::GaussBorder(b);
+    bivista::scalar::GaussBorder(c);
+    EXPECT_EQ(std::vector<uint8_t>(dst.data(), dst.data() + dstBytes), ref) << "border";
+  }
+}
+
+TEST(GaussKernels, VectorStripsEqualScalarOnEveryTarget) {
   const int widths[] = {3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 38, 63, 64, 65, 70, 100, 129, 257};
   bvtest::ForEachHwyTarget([&](const char*) {
     std::mt19937 rng(11);
@@ -54,31 +103,13 @@ TEST(GaussKernels, VectorRowsEqualScalarOnEveryTarget) {
         // Extreme taps and bytes too: the 16-bit sums reach 65408 with all-255 rows.
         std::vector<uint16_t> taps = bvtest::RandomTaps(2 * r + 1, rng);
         if (width % 3 == 0) taps.assign(2 * r + 1, 0), taps[r] = 256;
-        std::vector<std::vector<uint8_t>> a(2 * r + 1);
-        for (auto& row : a) {
-          row = width % 4 == 1 ? std::vector<uint8_t>(width + 8, 255)
-                               : bvtest::RandomBytes(width + 8, rng);
-        }
-        std::vector<std::vector<uint8_t>> b = a;
-        std::vector<const uint8_t*> pa, pb;
-        for (int j = 0; j <= 2 * r; ++j) pa.push_back(a[j].data()), pb.push_back(b[j].data());
-        std::vector<uint8_t> vec(width + 8, 0xA5), ref = vec;
-        bivista::GaussRowH(a[0].data(), vec.data(), width, taps.data(), r);
-        bivista::scalar::GaussRowH(a[0].data(), ref.data(), width, taps.data(), r);
-        EXPECT_EQ(vec, ref) << "H";
-        bivista::GaussRowV(pa.data(), vec.data(), width, taps.data(), r);
-        bivista::scalar::GaussRowV(pa.data(), ref.data(), width, taps.data(), r);
-        EXPECT_EQ(vec, ref) << "V";
-        // Fused step with hNext aliasing the oldest row, as the workers call it.
-        std::vector<uint8_t> da(width + 8, 0x5A), db = da;
-        bivista::GaussRowHV(pa.data(), a[2 * r].data(), a[0].data(), da.data(), width, taps.data(),
-                            r);
-        bivista::scalar::GaussRowHV(pb.data(), b[2 * r].data(), b[0].data(), db.data(), width,
-                                    taps.data(), r);
-        EXPECT_EQ(da, db) << "HV dst";
-        EXPECT_EQ(a, b) << "HV hNext";
-        EXPECT_EQ(std::vector<uint8_t>(da.begin() + width, da.end()),
-                  std::vector<uint8_t>(8, 0x5A));
+        CheckKernels(r, width, 2 * r + 3, taps, width % 4 == 1, width % 2 == 0, 0, rng);
+      }
+      // Every start offset up to a vector, on a width with a vector body and a tail.
+      const std::vector<uint16_t> taps = bvtest::RandomTaps(2 * r + 1, rng);
+      for (int offset = 0; offset <= bvtest::kMaxVectorBytes; ++offset) {
+        SCOPED_TRACE(Fmt("radius %d offset %d", r, offset));
+        CheckKernels(r, 150, 2 * r + 1, taps, false, false, static_cast<size_t>(offset), rng);
       }
     }
   });
@@ -160,12 +191,15 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
     SCOPED_TRACE(Fmt("k %d %dx%d strides %d/%d threads %d inPlace %d pool %d pBuf %d direct %d", k,
                      width, height, srcStride, dstStride, threads, inPlace, !!pool, callerBuf,
                      direct));
-    const std::vector<uint8_t> image = bvtest::RandomBytes(size_t(srcStride) * height, rng);
+    // Images end at the last row's width (no padding after it), so no copy may read past it.
+    const std::vector<uint8_t> image =
+        bvtest::RandomBytes(size_t(srcStride) * (height - 1) + width, rng);
     const float sigma = 0.3f + static_cast<float>(rng() % 100) / 40.f;
     std::vector<uint16_t> taps = bvtest::RandomTaps(k, rng);  // direct calls take any taps
     ASSERT_EQ(direct ? 0 : bivista::get_gaussian_kernel(k, taps.data(), sigma), 0);
     const auto expected = bvtest::ReferenceBlur(image.data(), width, height, srcStride, taps);
-    std::vector<uint8_t> out = inPlace ? image : std::vector<uint8_t>(dstStride * height, 0xEE);
+    std::vector<uint8_t> out =
+        inPlace ? image : std::vector<uint8_t>(size_t(dstStride) * (height - 1) + width, 0xEE);
     const std::vector<uint8_t> before = out;
     const uint8_t* src = inPlace ? out.data() : image.data();
     const size_t guard = 64;
@@ -184,6 +218,7 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < dstStride; ++x) {
         const size_t at = static_cast<size_t>(y) * dstStride + x;
+        if (at >= out.size()) break;
         ASSERT_EQ(out[at], x < width ? expected[y * width + x] : before[at]) << x << "," << y;
       }
     }
@@ -262,6 +297,12 @@ TEST_F(GaussBlur, RefusalsAndWarnings) {
        {L(6, Name(3, "_multithread"), 517, "th_pool has 2 threads, fewer than th_num[3]!")}},
       {[&] { return PathFor(7)(s, d, 20, 12, 20, 20, taps, nullptr, 17, nullptr); },
        {L(6, Name(7, "_multithread"), 2624, "th_num too large! th_num[17]")}},
+      // Scratch rows are src_stride bytes: a shorter stride than the width is refused.
+      {[&] { return PathFor(3)(s, d, 20, 12, 19, 20, taps, pool2, 2, nullptr); },
+       {L(6, Name(3, "_multithread"), 512,
+          "ERROR: src_stride[19] or dst_stride[20] is less than width[20]!!!")}},
+      {[&] { return im.Blur(5, std::nanf(""), pool2, 2); },
+       {E(2820, "ATTENTION: sigma is wrong!sigma[nan]")}},
       {[&] { return im.Blur(5, .8f, pool2, 0); },
        {Mismatch(.8f, 5), L(6, Name(5, "_Body_Caller"), 1161, "threadNum is zero!!!\n"),
         L(6, path5, 1551, Name(5, " error in ") + path5 + "\n"),
@@ -333,7 +374,8 @@ TEST_F(GaussBlur, WorkersReportMissingScratch) {
     const uint8_t* bounds[2] = {im.src.data(), im.src.data() + 20 * (12 - r)};
     const uint8_t* s = im.src.data() + 20 * r;
     bivista::GaussJob job = {
-        20, 12 - 2 * r, 20, 20, 1, &status, taps, s, im.dst.data() + 20 * r, bounds, nullptr, r};
+        20, 12 - 2 * r, 20, 20, 1, &status, taps, s, im.dst.data() + 20 * r, bounds, nullptr,
+        2L * r * 20, r};
     bivista::GaussArg arg = {&job, 0};
     LogCapture log;
     workers[r - 1](&arg, 0);

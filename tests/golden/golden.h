@@ -133,6 +133,10 @@ uint64_t SeedOf(const std::string& name);
 // A scratch directory, and its path replaced by "<dir>" in the log lines of the case.
 std::string TempDir();
 
+// A pool of 4 workers made once for the program (workers belong to the process, not to a case);
+// the first call makes it, so call it once outside any case's log.
+void* SharedPool();
+
 }  // namespace bvgolden
 
 #define BVGOLDEN_CAT2(a, b) a##b

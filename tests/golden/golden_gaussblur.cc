@@ -15,16 +15,6 @@ struct Image {
   int w, h;
 };
 
-// The pool is made once for the program (workers belong to the process, not to a case) and
-// stopped at exit.
-void* Pool() {
-  static const struct Holder {
-    void* pool = MThread_Create(4, nullptr, nullptr);
-    ~Holder() { MThread_Destroy(pool); }
-  } holder;
-  return holder.pool;
-}
-
 struct JobArgs {
   int* cells;
   int width;
@@ -39,7 +29,7 @@ void* Job(void* argument, int index) {
 }  // namespace
 
 BVGOLDEN_CASES(gaussblur) {
-  Pool();  // made here, outside any case's log
+  bvgolden::SharedPool();  // made here, outside any case's log
   for (const Image& im : {Image{1, 1}, Image{5, 4}, Image{37, 23}, Image{130, 9}, Image{64, 48}}) {
     const std::string name = "blur_" + std::to_string(im.w) + "x" + std::to_string(im.h);
     cases.Add(name, [=](Sink& s) {
@@ -49,7 +39,7 @@ BVGOLDEN_CASES(gaussblur) {
       for (int k : {3, 5, 7, 9}) {
         for (float sigma : {0.0f, 0.8f, 2.5f}) {
           for (int threads : {1, 2, 4}) {
-            void* pool = threads == 1 ? nullptr : Pool();
+            void* pool = threads == 1 ? nullptr : bvgolden::SharedPool();
             std::vector<uint8_t> dst(src.size() + 16, 0x77);
             s.Value(gaussian_blur(src.data(), dst.data(), im.w, im.h, stride, stride + 0, k, sigma,
                                   pool, threads, nullptr));
@@ -77,7 +67,7 @@ BVGOLDEN_CASES(gaussblur) {
         for (int threads : {1, 3}) {
           std::vector<uint8_t> dst(src.size() + 16, 0x77);
           s.Value(f.first(src.data(), dst.data(), im.w, im.h, stride, stride, f.second,
-                          threads == 1 ? nullptr : Pool(), threads, nullptr));
+                          threads == 1 ? nullptr : bvgolden::SharedPool(), threads, nullptr));
           s.Values(dst);
         }
       }
@@ -86,12 +76,12 @@ BVGOLDEN_CASES(gaussblur) {
   cases.Add("pool_jobs", [](Sink& s) {
     std::vector<int> cells(4 * 9, 0);
     JobArgs args{cells.data(), 9};
-    s.Value(MThread_Finish(Pool(), 0, 4, Job, &args));
-    s.Value(MThread_Run(Pool(), 1, 2, Job, &args));
-    s.Value(MThread_Sync(Pool(), 1, 2));
-    s.Value(MThread_Boot(Pool(), 3, Job, &args));
-    s.Value(MThread_Clean(Pool(), 3));
-    s.Value(MThread_Boot(Pool(), 4, Job, &args));
+    s.Value(MThread_Finish(bvgolden::SharedPool(), 0, 4, Job, &args));
+    s.Value(MThread_Run(bvgolden::SharedPool(), 1, 2, Job, &args));
+    s.Value(MThread_Sync(bvgolden::SharedPool(), 1, 2));
+    s.Value(MThread_Boot(bvgolden::SharedPool(), 3, Job, &args));
+    s.Value(MThread_Clean(bvgolden::SharedPool(), 3));
+    s.Value(MThread_Boot(bvgolden::SharedPool(), 4, Job, &args));
     s.Value(MThread_Boot(nullptr, 2, Job, &args));
     s.Value(MThread_Finish(nullptr, 0, 2, Job, &args));
     s.Values(cells);

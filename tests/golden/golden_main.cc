@@ -12,6 +12,7 @@
 #include <regex>
 #include <sstream>
 
+#include "bivista/mthread.h"
 #include "golden/golden.h"
 #include "support/hwy_targets.h"
 #include "support/platform_capture.h"
@@ -60,6 +61,11 @@ uint64_t SeedOf(const std::string& name) {
   uint64_t h = 0xcbf29ce484222325ull;
   for (unsigned char c : name) h = (h ^ c) * 0x100000001b3ull;
   return h;
+}
+
+void* SharedPool() {
+  static void* pool = MThread_Create(4, nullptr, nullptr);
+  return pool;
 }
 
 std::string TempDir() {

@@ -1,6 +1,7 @@
 // Resizers against direct formulations, their messages, and vector against scalar rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -213,7 +214,33 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
     sca(args..., s.data());
     return SameBits(v, s);
   };
+  // Whole bilinear planes (7 source rows, the last pair included), with and without a mask.
+  const int pw = 53, ph = 7, qw = 20, qh = 5;
+  const auto ps = Floats(pw * ph, rng, 0.0f, 3.0f);
+  std::vector<uint8_t> pm(pw * ph);
+  for (auto& m : pm) m = static_cast<uint8_t>(rng() % 3 == 0 ? 255 : rng() % 2);
+  std::vector<int32_t> px0(qw);
+  std::vector<float> pax(qw);
+  for (int i = 0; i < qw; ++i) px0[i] = i * 5 / 2, pax[i] = (i % 4) * 0.25f;
   bvtest::ForEachHwyTarget([&](const char*) {
+    for (const uint8_t* mask : {static_cast<const uint8_t*>(nullptr), static_cast<const uint8_t*>(pm.data())}) {
+      const bivista::FloatPlaneArgs pa{ps.data(), mask, nullptr, pw, ph, qw, qh, px0.data(), pax.data(),
+                                       1.2f, bivista::FloatRowMode::kScaled, 0.5f, 1.0f, qw - 2};
+      auto plane = [&](auto fn) {
+        return [&, fn](float* o) {
+          bivista::FloatPlaneArgs a = pa;
+          a.dst = o;
+          fn(a);
+        };
+      };
+      ASSERT_TRUE(same(plane(bivista::BilinearPlaneF32), plane(bivista::scalar::BilinearPlaneF32), qw * qh));
+    }
+    auto extend = [&](auto fn) { return [&, fn](float* o) { fn(ps.data(), o, pw, ph); }; };
+    ASSERT_TRUE(same(extend(bivista::ExtendPlane), extend(bivista::scalar::ExtendPlane), 4 * pw * ph));
+    auto nearest = [&](auto fn) {
+      return [&, fn](float* o) { fn(ps.data(), o, pw, ph, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
+    };
+    ASSERT_TRUE(same(nearest(bivista::NearestPlaneF32), nearest(bivista::scalar::NearestPlaneF32), qw * qh));
     for (int y : {5, 7, 12})
       for (int x1 = 6; x1 <= 2 * gw - 5; x1 += 7)
         ASSERT_TRUE(same(bivista::GuidedRow, bivista::scalar::GuidedRow, 2 * gw, g, y, 5, x1)) << y << " " << x1;
@@ -243,9 +270,11 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
         ASSERT_TRUE(same(bivista::NearestRowF32, bivista::scalar::NearestRowF32, n, a.data(), sx.data(), n, 0.5f, 1.0f));
       }
       const auto r0 = Floats(2 * n, rng), r1 = Floats(2 * n, rng);
-      // These two take the output before the count.
-      auto quarter = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n); }; };
-      ASSERT_TRUE(same(quarter(bivista::QuarterMeanRow), quarter(bivista::scalar::QuarterMeanRow), n)) << n;
+      // These two take the output before the count; the quarter means run on a 2n x 2 image.
+      std::vector<float> two(r0);
+      two.insert(two.end(), r1.begin(), r1.end());
+      auto quarter = [&](auto fn) { return [&, fn](float* o) { fn(two.data(), o, n, 1); }; };
+      ASSERT_TRUE(same(quarter(bivista::QuarterMeanPlane), quarter(bivista::scalar::QuarterMeanPlane), n)) << n;
       for (double wy0 : {0.25, 0.75}) {
         if (n < 2) break;
         auto extend = [&](auto fn) { return [&, fn](float* o) { fn(r0.data(), r1.data(), o, n, wy0, 1.0 - wy0); }; };
@@ -341,14 +370,73 @@ TEST(Resize, EmptyDestinationsWriteNothingAndChannelResizersReportUnderOneName) 
       {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 0, 4, 2); }, 1, 0},
       {[&] { ResizeUcharRGB(src, dst.data(), 4, 4, 0, 4); }, 3, 0},
       {[&] { ResizeUcharNV21(src, dst.data(), 4, 4, 1, 4); }, 2, 4},  // luma resized, chroma width 0 twice
+      // Empty or negative sources, fewer than one channel: nothing to sample, nothing written.
+      {[&] { ResizeFloat(fsrc, out, 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeSparedataFloat(fsrc, src, out, 4, -2, 4, 4, 1.0f, 0.0f); }, 0, 0},
+      {[&] { ResizeSpareDisparityNearest(fsrc, out, -1, 4, 4, 4, 0.0f); }, 0, 0},
+      {[&] { ResizeFloatImage_KeepBorder_full(fsrc, out, nullptr, nullptr, 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeUchar(src, dst.data(), 0, 4, 4, 4); }, 0, 0},
+      {[&] { ResizeUcharRGB(src, dst.data(), 4, -1, 4, 4); }, 0, 0},
+      {[&] { ResizeUcharChl(src, dst.data(), 4, 4, 4, 4, 0); }, 0, 0},
+      // An NV21 destination of negative sides is empty: no chroma pointer past it.
+      {[&] { ResizeUcharNV21(src, nullptr, 4, 4, -3, -3); }, 2, 0},
+      // Exact 2x relations in 64 bits (2 x INT_MAX must not wrap onto a size); halving needs the
+      // source rows it reads.
+      {[&] {
+         ResizeFloatImg_Bilinear(fsrc, out, 4, 4, 0, 0x7FFFFFFF);
+         ResizeFloatImg_Bilinear_Downsample_Quarter(fsrc, out, 4, 4, 2, 3);
+         ResizeUchar_upScale2x2(src, dst.data(), 1 << 30, 2, -0x7FFFFFFF - 1, 4);
+       }, 0, 0},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << &c - cases);
+    std::fill(dst.begin(), dst.end(), 0x33);
     log.Clear();
     c.call();
     EXPECT_EQ(bvtest::CountMsg(log, XELMA_LOG_WARN, "ZR481_ALGO", "ResizeUcharChl", "dstW <= 0", 758), c.messages);
     EXPECT_EQ(log.Lines().size(), static_cast<size_t>(c.messages));
     for (size_t i = c.firstUntouched; i < dst.size(); ++i) ASSERT_EQ(dst[i], 0x33) << c.messages << " at " << i;
   }
+}
+
+// One-row and one-column sources are their own neighbours (weight exactly 0), long destinations
+// hold accumulated positions at the last pair, guided up-sampling of sizes that are not a
+// multiple stays inside the source: every buffer below is exact.
+TEST(Resize, OneRowOneColumnLongAndUnevenDestinationsReadOnlyTheSource) {
+  const std::vector<float> col = {1.5f, -2.0f, 7.25f, 3.0f, 0.5f};  // 1 x 5
+  std::vector<float> out(3 * 4);
+  ResizeDepth(col.data(), out.data(), 1, 5, 3, 4);
+  float fy = 0;
+  for (int j = 0; j < 4; ++j, fy += 4.0f / 4) {
+    const int y0 = static_cast<int>(fy);
+    const float ay = fy - y0, v = col[y0] * (1 - ay) + col[y0 + 1] * ay;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(out[j * 3 + i], v) << j;
+  }
+  const std::vector<uint8_t> row = {10, 200, 30};  // 3 x 1
+  std::vector<uint8_t> u8(5 * 2);
+  ResizeUchar(row.data(), u8.data(), 3, 1, 5, 2);
+  for (int i = 0; i < 5; ++i) {
+    const float fx = i * (2.0f / 5);
+    const int x0 = static_cast<int>(fx);
+    const float ax = fx - x0;
+    const auto v = static_cast<uint8_t>(static_cast<int>(row[x0] * (1 - ax) + row[x0 + 1] * ax));
+    EXPECT_EQ(u8[i], v) << i;
+    EXPECT_EQ(u8[5 + i], v) << i;
+  }
+  // 2 x 2 to 20000 x 1: the accumulated column creeps past 1.0 near the end.
+  const std::vector<float> two = {4.0f, 8.0f, 16.0f, 32.0f};
+  std::vector<float> wide(20000);
+  ResizeDepth(two.data(), wide.data(), 2, 2, 20000, 1);
+  EXPECT_NEAR(wide.back(), 8.0f, 1e-3f);
+  // 10 x 10 to 32 x 32 (q = 3, two columns and rows left over): the last column and row repeat
+  // the source's last ones instead of running into the next row or past the end.
+  std::mt19937 rng(68);
+  const auto s = Floats(100, rng);
+  const std::vector<uint8_t> gl(300, 100), gf(3 * 32 * 32, 100);
+  std::vector<float> up(32 * 32);
+  ResizeFloatImage_KeepBorder_full(s.data(), up.data(), gl.data(), gf.data(), 10, 10, 32, 32);
+  for (int y = 0; y < 32; ++y) EXPECT_EQ(up[y * 32 + 31], s[std::min(y / 3, 9) * 10 + 9]) << y;
+  for (int x = 0; x < 32; ++x) EXPECT_EQ(up[31 * 32 + x], s[90 + std::min(x / 3, 9)]) << x;
 }
 
 TEST(Resize, AllocationFailureKeepsResultsAndLeaksNothing) {
@@ -440,6 +528,26 @@ TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
       bivista::UpScale2x2Rows(a.data(), c.data(), v0.data(), v1.data(), w);
       bivista::scalar::UpScale2x2Rows(a.data(), c.data(), s0.data(), s1.data(), w);
       ASSERT_TRUE(v0 == s0 && v1 == s1) << n;
+      // The whole-image entries on a small image with the last source pair reached.
+      const int sw = w + 3, sh = 6, dw = n, dh = 5;
+      const float sx = static_cast<float>(sw - 1) / dw, sy = static_cast<float>(sh - 1) / dh;
+      const auto img = Bytes(sw * sh * 3, rng);
+      const bivista::ColumnTable cols = bivista::MakeColumnTable(dw, sx);
+      for (int mask = 0; mask < 2; ++mask) {
+        std::vector<uint8_t> pv(dw * dh + 1, 0xEE), ps = pv;
+        bivista::ResizeU8Plane(img.data(), pv.data(), sw, sh, dw, dh, sx, sy, mask, cols);
+        bivista::scalar::ResizeU8Plane(img.data(), ps.data(), sw, sh, dw, dh, sx, sy, mask, cols);
+        ASSERT_EQ(pv, ps) << n << " mask " << mask;
+      }
+      std::vector<uint8_t> cv(dw * dh * 3 + 1, 0xEE), cs = cv;
+      bivista::ResizeChannelsPlane(img.data(), cv.data(), sw, sh, dw, dh, sy, cols.x0, cols.ax, 0, 3, 2);
+      bivista::scalar::ResizeChannelsPlane(img.data(), cs.data(), sw, sh, dw, dh, sy, cols.x0, cols.ax, 0, 3, 2);
+      ASSERT_EQ(cv, cs) << n;
+      bivista::FreeColumnTable(cols);
+      std::vector<uint8_t> uv(4 * sw * sh, 0xEE), us = uv;
+      bivista::UpScale2x2Plane(img.data(), uv.data(), sw, sh);
+      bivista::scalar::UpScale2x2Plane(img.data(), us.data(), sw, sh);
+      ASSERT_EQ(uv, us) << n;
     }
   });
 }

@@ -127,6 +127,44 @@ TEST(Yuv, CopyNv12ToPlanarYuv444WithOffsetsAndStride) {
   EXPECT_EQ(keep[0], 1);
 }
 
+// Odd widths: an NV12 row without a byte after its width gives the last pixel V = 128 instead of
+// reading past it. Rows of copyNV12ToYuv444 that meet (stride below a row's pairs, odd widths)
+// are written in the byte-wise order of the definition. Buffers are exact.
+TEST(Yuv, OddWidthsAndMeetingRowsStayInsideAndFollowTheByteWiseOrder) {
+  std::mt19937 rng(35);
+  for (const int stride : {5, 6}) {
+    const Buf nv12 = Bytes(stride * 2 + stride, rng);
+    Buf rgb(5 * 2 * 3), rgbFixed(rgb.size());
+    ConvertNV122RGB24_wideRange(nv12.data(), rgb.data(), 5, 2, stride);
+    ConvertNV122RGB24_wideRange_NEON(nv12.data(), rgbFixed.data(), 5, 2, stride);
+    const uint8_t* uv = &nv12[stride * 2];
+    const int v = stride > 5 ? uv[5] : 128;
+    for (int y = 0; y < 2; ++y) {
+      uint8_t want[3], wantFixed[3];
+      bivista::scalar::PixelToRgbFloat(nv12[y * stride + 4], uv[4], v, want);
+      bivista::scalar::PixelToRgbFixed(nv12[y * stride + 4], uv[4], v, wantFixed);
+      EXPECT_EQ(Buf(rgb.begin() + y * 15 + 12, rgb.begin() + y * 15 + 15), Buf(want, want + 3));
+      EXPECT_EQ(Buf(rgbFixed.begin() + y * 15 + 12, rgbFixed.begin() + y * 15 + 15),
+                Buf(wantFixed, wantFixed + 3));
+    }
+  }
+  for (const auto& c : {Size{4, 2, 1}, Size{3, 2, 3}, Size{5, 3, 2}}) {
+    const int w = c.w, h = c.h, d = c.stride, plane = w * h, pairs = (w + 1) / 2, hEven = (h + 1) & ~1;
+    const Buf nv12 = Bytes(plane + (hEven / 2 - 1) * w + 2 * pairs, rng);
+    Buf dst(2 * plane + (hEven - 1) * d + 2 * pairs, 0xEE), want = dst;
+    copyNV12ToYuv444(nv12.data(), w, h, d, 0, 0, dst.data());
+    for (int r = 0; r < h; ++r)
+      for (int x = 0; x < w; ++x) want[r * d + x] = nv12[r * w + x];
+    for (int i = 0; 2 * i < h; ++i)
+      for (int j = 0; j < pairs; ++j)
+        for (int k = 1; k <= 2; ++k) {
+          uint8_t* q = &want[k * plane + 2 * i * d + 2 * j];
+          q[0] = q[1] = q[d] = q[d + 1] = nv12[plane + i * w + 2 * j + k - 1];
+        }
+    EXPECT_EQ(dst, want) << w << "x" << h << " stride " << d;
+  }
+}
+
 TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(21);
   namespace sc = bivista::scalar;
@@ -138,14 +176,21 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
     call(s, true);
     for (int k = 0; k < 6; ++k) ASSERT_EQ(v[k], s[k]) << n << " output " << k;
   };
+  // Whole NV12 images of two rows and of one row (the chroma plane right after the luma).
   auto nv12 = [&](const Buf& a, const Buf& b, const Buf& uv, int n) {
-    same(n, [&](Buf* o, bool scalar) {
-      const auto rows = scalar ? sc::Nv12RowsToRgb24 : bivista::Nv12RowsToRgb24;
-      for (int fixed = 0; fixed < 2; ++fixed) {
-        rows(a.data(), b.data(), uv.data(), o[3 * fixed].data(), o[3 * fixed + 1].data(), n, fixed);
-        rows(b.data(), nullptr, uv.data(), o[3 * fixed + 2].data(), nullptr, n, fixed);  // one row
+    Buf two(a.begin(), a.begin() + n), one = two;
+    two.insert(two.end(), b.begin(), b.begin() + n);
+    two.insert(two.end(), uv.begin(), uv.end());
+    one.insert(one.end(), uv.begin(), uv.end());
+    for (int fixed = 0; fixed < 2; ++fixed) {
+      for (int height = 1; height <= 2; ++height) {
+        Buf v(6 * n + 1, 0xEE), w = v;
+        const uint8_t* img = height == 2 ? two.data() : one.data();
+        bivista::Nv12ToRgb24Plane(img, v.data(), n, height, n, fixed);
+        sc::Nv12ToRgb24Plane(img, w.data(), n, height, n, fixed);
+        ASSERT_EQ(v, w) << n << " fixed " << fixed << " height " << height;
       }
-    });
+    }
   };
   // Every chroma pair once, 256 a row, with luma values that reach both clamps: the shortcut the
   // vector code takes for the floating-point variant must agree with the double arithmetic.
@@ -164,6 +209,13 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
         (scalar ? sc::Nv21RowToYuv444 : bivista::Nv21RowToYuv444)(a.data(), c.data(), o[5].data(), n);
       });
       nv12(a, b, c, n);
+      // The plane entries over three chroma rows (stride n + 5) and a 2-row YUV444 image.
+      const auto plane = Bytes(3 * (n + 5), rng), y2 = Bytes(2 * n, rng);
+      same(3 * n, [&](Buf* o, bool scalar) {
+        (scalar ? sc::SplitPairRows : bivista::SplitPairRows)(plane.data(), o[0].data(), o[1].data(), n / 2, 3, n + 5);
+        (scalar ? sc::MergePairRows : bivista::MergePairRows)(plane.data(), plane.data() + 1, o[2].data(), n / 2, 3, n + 5);
+        if (n % 2 == 0) (scalar ? sc::Nv21ToYuv444Plane : bivista::Nv21ToYuv444Plane)(y2.data(), c.data(), o[3].data(), n, 2);
+      });
     }
     for (int u = 0; u < 256; ++u) {
       for (int k = 0; k < 256; ++k) uv[2 * k] = static_cast<uint8_t>(u), uv[2 * k + 1] = static_cast<uint8_t>(k);

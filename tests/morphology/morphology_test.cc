@@ -2,13 +2,16 @@
 // vector target, then each engine against a plain model of what it computes.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
+#include <limits>
 #include <string>
 
 #include "morph_test_util.h"
 #include "morphology/morph_kernels.h"
 #include "support/alloc_table.h"
+#include "support/edge_buffer.h"
 #include "support/hwy_targets.h"
 #include "support/platform_capture.h"
 
@@ -27,6 +30,26 @@ using namespace morphtest;
     bivista::scalar::fn(__VA_ARGS__);              \
     EXPECT_EQ(vec, out) << #fn << " n=" << n;      \
   } while (0)
+
+// The fixed kernels over a whole image, vector against scalar: image and scratch both end at an
+// unreadable page (atPageEnd) or start `offset` bytes past an aligned address.
+void CheckFixedTwins(int w, int shape, int useOr, bool atPageEnd, size_t offset,
+                     std::mt19937& rng) {
+  const uint8_t palette[] = {0, 255, 1, 2, 3, 0xF0, 0x0F};
+  const int h = 7, stride = w + (atPageEnd ? 0 : 3), it = shape == 2 ? 1 : 2;
+  const size_t bytes = static_cast<size_t>(h - 1) * stride + w;
+  bvtest::EdgeBuffer img(bytes, atPageEnd, offset), scratch(bytes, atPageEnd, offset);
+  for (size_t i = 0; i < bytes; ++i) img.data()[i] = rng() % 4 == 0 ? palette[rng() % 7] : 255;
+  memset(scratch.data(), 0x5C, bytes);
+  Bytes refImg(img.data(), img.data() + bytes), refScratch(bytes, 0xC5);
+  bivista::FixedMorph(img.data(), scratch.data(), w, h, stride, it, shape, useOr);
+  bivista::scalar::FixedMorph(refImg.data(), refScratch.data(), w, h, stride, it, shape, useOr);
+  EXPECT_EQ(Bytes(img.data(), img.data() + bytes), refImg) << "w=" << w;
+  for (size_t i = 0; i < bytes; ++i) {  // the padding of the scratch is never written
+    if (static_cast<int>(i % stride) >= w) refScratch[i] = 0x5C;
+  }
+  EXPECT_EQ(Bytes(scratch.data(), scratch.data() + bytes), refScratch) << "w=" << w;
+}
 
 // Widths leave every head and tail; 33001 is too wide for the on-stack buffers.
 TEST(MorphKernels, MatchScalarOnEveryTarget) {
@@ -56,23 +79,11 @@ TEST(MorphKernels, MatchScalarOnEveryTarget) {
         EXPECT_TWINS(Bytes(n, 9), Bytes(n, 9), BoxDecideRow, q[0].data(), q[1].data(), q[2].data(),
                      q[3].data(), out.data(), n, 21, erode);
       }
-      const uint8_t palette[] = {0, 255, 1, 2, 3, 0xF0, 0x0F};
-      std::vector<Bytes> rows(5, Bytes(n + 4));
-      for (auto& r : rows) {
-        for (auto& v : r) v = rng() % 4 == 0 ? palette[rng() % 7] : 255;
-      }
-      const uint8_t* p[5] = {&rows[0][2], &rows[1][2], &rows[2][2], &rows[3][2], &rows[4][2]};
       for (int useOr = 0; useOr <= 1; ++useOr) {
-        for (int cross = 0; cross <= 1; ++cross) {
-          // Both twins also copy the lower row with one pixel either side.
-          Bytes a(n), b(n, 1), ca(n + 2, 0x5C), cb(n + 2, 0xC5);
-          bivista::Combine3x3(p[1], p[2], p[3], a.data(), n, cross, useOr, ca.data() + 1);
-          bivista::scalar::Combine3x3(p[1], p[2], p[3], b.data(), n, cross, useOr, cb.data() + 1);
-          EXPECT_EQ(a, b) << "n=" << n;
-          EXPECT_EQ(ca, Bytes(p[3] - 1, p[3] + n + 1));
-          EXPECT_EQ(cb, ca);
+        for (int shape = 0; shape <= 2; ++shape) {
+          SCOPED_TRACE(::testing::Message() << "shape " << shape << " or " << useOr);
+          CheckFixedTwins(n + 2 * (shape == 2 ? 2 : 1), shape, useOr, false, 0, rng);
         }
-        EXPECT_TWINS(Bytes(n), Bytes(n, 1), Combine5x5, p, out.data(), n, useOr);
       }
       Bytes above = RandomBytes(n, rng), dist = RandomBytes(n, rng);
       for (int i = 0; i < n; ++i) above[i] = i % 4 ? above[i] : 255, dist[i] = i % 3 == 1 ? 255 : dist[i];
@@ -84,6 +95,55 @@ TEST(MorphKernels, MatchScalarOnEveryTarget) {
       for (int N : {-3, 0, 1, 100, 254, 255, 400}) {
         EXPECT_TWINS(dist, dist, ThresholdRow, out.data(), n, N, 255, 0);
       }
+    }
+  });
+}
+
+// The whole-pass entries the routines call, vector against scalar on small images.
+TEST(MorphKernels, PassesMatchScalarOnEveryTarget) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(5);
+    for (int w : {5, 33, 70, 131}) {
+      const int h = 9;
+      const Bytes mask = RandomBytes(w * h, rng, 0, 2), bytes = RandomBytes(w * h, rng);
+      for (int k : {0, 1, 2}) {
+        Bytes a = mask, b = mask, ca(w + 8, 0), cb(w + 8, 0);
+        bivista::CounterPass(mask.data(), ca.data(), a.data(), w, h, k, k + 1, 1);
+        bivista::scalar::CounterPass(mask.data(), cb.data(), b.data(), w, h, k, k + 1, 1);
+        EXPECT_EQ(a, b) << "counter w=" << w << " k=" << k;
+        const int ring = std::min(h, 2 * k + 2);
+        std::vector<uint32_t> ia(static_cast<size_t>(ring) * w), ib = ia;
+        for (int erode = 0; erode <= 1; ++erode) {
+          Bytes da(w * h, 7), db = da;
+          bivista::BoxPass(mask.data(), da.data(), ia.data(), ring, w, h, k, erode);
+          bivista::scalar::BoxPass(mask.data(), db.data(), ib.data(), ring, w, h, k, erode);
+          EXPECT_EQ(da, db) << "box w=" << w << " k=" << k;
+        }
+      }
+      for (int col0 = 0; col0 <= 1; ++col0) {
+        Bytes a = bytes, b = bytes;
+        const int from = 1 - col0, n = w - 2 + col0;
+        bivista::DistForward(a.data(), w, 1, h - 2, 1, n, 255, 200, col0, 77);
+        bivista::scalar::DistForward(b.data(), w, 1, h - 2, 1, n, 255, 200, col0, 77);
+        bivista::DistBackward(a.data(), w, h - 2, 1 - col0, from, col0 ? w : w - 2, w - 2);
+        bivista::scalar::DistBackward(b.data(), w, h - 2, 1 - col0, from, col0 ? w : w - 2, w - 2);
+        bivista::ThresholdRows(a.data(), w, 1, h - 2, 1, w - 2, 100, 0, 255);
+        bivista::scalar::ThresholdRows(b.data(), w, 1, h - 2, 1, w - 2, 100, 0, 255);
+        EXPECT_EQ(a, b) << "distance w=" << w << " col0 " << col0;
+      }
+    }
+  });
+}
+
+// Every start offset up to a vector and images ending at a page: no read outside the rows.
+TEST(MorphKernels, FixedKernelsAtEveryAlignment) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(3);
+    for (int shape = 0; shape <= 2; ++shape) {
+      for (int offset = 0; offset <= bvtest::kMaxVectorBytes; ++offset) {
+        CheckFixedTwins(150, shape, offset % 2, false, static_cast<size_t>(offset), rng);
+      }
+      for (int w : {5, 64, 69, 133, 4100}) CheckFixedTwins(w, shape, w % 2, true, 0, rng);
     }
   });
 }
@@ -493,3 +553,54 @@ TEST(Manhattan, BothFamiliesMatchDirectMinima) {
 }
 
 }  // namespace
+
+// Radii and kernel sizes at the int limits: windows clipped in 64 bits cover the whole image (or
+// nothing for a negative radius); k = INT_MIN is refused; sizes beyond int are refused by safeNew
+// with its own message before the image is read; images end at their last row's width.
+TEST(MorphologyLimits, WindowsAtTheIntLimitsAndSizesBeyondIntStayInsideTheImage) {
+  constexpr int kMax = std::numeric_limits<int>::max(), kMin = std::numeric_limits<int>::min();
+  const int w = 6, h = 5;
+  Bytes one(w * h, 0), ones(w * h, 1);
+  one[w + 1] = 1;  // (1, 1): inside every full window
+  bvtest::AllocTable table;
+  Bytes out(w * h, 9);
+  EXPECT_EQ(ImDilate(table.table(), one.data(), out.data(), w, h, kMax), 0);
+  EXPECT_EQ(out, ones);
+  EXPECT_EQ(ImErode(table.table(), ones.data(), out.data(), w, h, kMax), 0);
+  EXPECT_EQ(out, ones);
+  EXPECT_EQ(ImErode(table.table(), ones.data(), out.data(), w, h, kMin), -1);
+  for (int dilate = 0; dilate <= 1; ++dilate) {
+    const Bytes in = dilate ? one : ones;
+    Bytes img = in, copy(w * h), src = in, dst(w * h);
+    (dilate ? Dilation_Function : Erosion_Function)(img.data(), w, h, kMax, kMax, copy.data());
+    Bytes want(w * h, dilate ? 255 : 1);
+    if (dilate) want[w + 1] = 1;
+    EXPECT_EQ(img, want);
+    img = in;
+    (dilate ? Dilation_Function : Erosion_Function)(img.data(), w, h, kMin, kMax, copy.data());
+    EXPECT_EQ(img, in);
+    // Rows spread over the whole width, columns not at all (negative radius).
+    EXPECT_EQ(Erosion_Dilation_Function(src.data(), w, h, kMax, kMin, 1, dst.data()), 0);
+    want = in;
+    if (dilate) std::fill(want.begin() + w, want.begin() + 2 * w, 1);
+    EXPECT_EQ(src, want);
+    EXPECT_EQ(dst, want);
+  }
+  // Strided twins read the image up to the last row's width only (an exact buffer).
+  const int stride = 9;
+  Bytes strided((h - 1) * stride + w, 0);
+  strided[stride + 1] = 1;
+  EXPECT_EQ(dilation(strided.data(), w, h, stride, 1, 1), 0);
+  EXPECT_EQ(strided[0], 255);
+  // Empty widths copy nothing, even with null images.
+  ErodeWith3x3Rect(nullptr, nullptr, 0, 5, 0, 1);
+  ErodeWith5x5Rect(nullptr, nullptr, -3, 5, 0);
+  // 65536 x 65536 is 4 GiB: the counter engine's block and the strided copy are refused.
+  bvtest::LogCapture log;
+  uint8_t byte = 7;
+  EXPECT_EQ(Erosion_Dilation_Function_opt(&byte, 65536, 65536, 0, 0, 1), -1);
+  EXPECT_EQ(dilation(&byte, 1, 65536, 65536, 0, 0), -1);
+  EXPECT_EQ(byte, 7);
+  EXPECT_EQ(log.CountContaining("the memory size -2147483648 you want to malloced is negative!!"), 2);
+  EXPECT_EQ(bvtest::CountMsg(log, 5, kAlgo, kOpt, std::string(kOpt) + " safeNew ERROR!!!", 346), 1);
+}

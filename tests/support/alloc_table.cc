@@ -1,6 +1,7 @@
 #include "support/alloc_table.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <atomic>
@@ -47,6 +48,7 @@ void TableFree(void* p, uint64_t a, uint64_t b) {
 std::atomic<bool> g_armed{false};
 std::mutex g_watchMutex;
 int g_failAt = 0;
+int g_fill = -1;  // byte that fresh malloc blocks are filled with, -1: left as they come
 int g_calls = 0;
 bool g_failed = false;
 std::set<void*>* g_watchLive = nullptr;
@@ -128,6 +130,7 @@ MallocWatch::MallocWatch() {
   g_watchLive = new std::set<void*>();
   --g_inside;
   g_failAt = g_calls = 0;
+  g_fill = -1;
   g_failed = false;
   g_armed = true;
 }
@@ -139,6 +142,11 @@ MallocWatch::~MallocWatch() {
   delete g_watchLive;
   g_watchLive = nullptr;
   --g_inside;
+}
+
+void MallocWatch::FillWith(int byte) {
+  std::lock_guard<std::mutex> lock(g_watchMutex);
+  g_fill = byte;
 }
 
 void MallocWatch::FailAt(int n) {
@@ -177,6 +185,7 @@ void* __wrap_malloc(size_t size) {
   if (!bvtest::Watching()) return __real_malloc(size);
   if (!bvtest::CountCall(size)) return nullptr;
   void* p = __real_malloc(size);
+  if (p != nullptr && bvtest::g_fill >= 0) memset(p, bvtest::g_fill, size);
   bvtest::Track(p);
   return p;
 }

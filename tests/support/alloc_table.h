@@ -38,6 +38,7 @@ class MallocWatch {
   MallocWatch();
   ~MallocWatch();
   void FailAt(int n);  // fail the n-th allocation call from now on (1-based); 0 disables
+  void FillWith(int byte);  // fill fresh malloc blocks (never-written scratch reads as this)
   int calls() const;   // allocation calls seen
   long live() const;   // allocations minus frees of blocks seen while armed
   bool failed() const; // whether the armed failure happened

@@ -1,0 +1,459 @@
+// The fast global smoother and its exported building blocks.
+#include "bivista/fgs.h"
+
+#include <math.h>
+#include <stddef.h>
+#include <string.h>
+
+#include "bivista/mthread.h"
+#include "common/log_internal.h"
+#include "depthrefine/fgs/fgs_kernels.h"
+#include "matrix/matrix_kernels.h"
+
+using bivista::kTagAlgo;
+
+namespace bivista {
+namespace {
+
+constexpr char kTag[] = "OPT_SMOOTH";
+constexpr char kFGSFilter[] = "FGSFilter";
+constexpr int kLineAllocFailure = 511;
+constexpr int kLineEnter = 527;
+
+constexpr float kE = 2.7182817f;
+constexpr float kMaskedCoupling = -0.01f;
+constexpr float kDecay = 0.25f;
+
+// table[d] = -powf(e, -0.5 (d / sigma)^2) x lambda, 1 / sigma taken once.
+void BuildTable(float sigma, float lambda, float* table) {
+  const float inv = 1.0f / sigma;
+  for (int d = 0; d < 256; ++d) {
+    const float t = static_cast<float>(d) * inv;
+    table[d] = -powf(kE, -0.5f * t * t) * lambda;
+  }
+}
+
+// weights[r][x] = value where mask[r][x] is nonzero, for r < rows and x < used (rows of cols).
+void SetMasked(float* weights, const uint8_t* mask, int rows, int cols, int used, float value) {
+  for (int r = 0; r < rows; ++r) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(r) * cols;
+    for (int x = 0; x < used; ++x) {
+      if (mask[o + x] != 0) weights[o + x] = value;
+    }
+  }
+}
+
+void ZeroColumn(float* w, int rows, int cols, int x) {
+  for (int r = 0; r < rows; ++r) w[static_cast<ptrdiff_t>(r) * cols + x] = 0.0f;
+}
+
+// Rows x cols couplings of an interleaved guide of `channels` bytes per pixel.
+void GuideWeightsInterleaved(float* weights, const uint8_t* guide, int rows, int cols,
+                             int channels, const float* table) {
+  if (rows < 1 || cols < 1) return;
+  if (channels == 3) {
+    FgsWeights3(guide, guide + 3, 3 * static_cast<ptrdiff_t>(cols), rows, cols - 1, table,
+                weights, cols);
+  } else {
+    for (int r = 0; r < rows; ++r) {
+      float* o = weights + static_cast<ptrdiff_t>(r) * cols;
+      for (int x = 0; x + 1 < cols; ++x) {
+        // No bytes compared without channels: the difference is 0.
+        const uint8_t* g = guide + (static_cast<ptrdiff_t>(r) * cols + x) * channels;
+        o[x] = table[channels < 1 ? 0 : fgs::MaxDiff(g, g + channels, channels)];
+      }
+    }
+  }
+  ZeroColumn(weights, rows, cols, cols - 1);
+}
+
+void GuideWeightsPlanar(float* weights, const uint8_t* guide, int rows, int cols, int planes,
+                        const float* table) {
+  if (rows < 1 || cols < 1) return;
+  const ptrdiff_t planeSize = static_cast<ptrdiff_t>(rows) * cols;
+  for (ptrdiff_t i = 0; i < planeSize; ++i) {
+    // The last column's pair would cross into the next row; it is set to 0 below.
+    if ((i + 1) % cols == 0) continue;
+    int m = 0;
+    for (int p = 0; p < planes; ++p) {
+      const uint8_t* g = guide + p * planeSize + i;
+      const int d = g[0] > g[1] ? g[0] - g[1] : g[1] - g[0];
+      m = d > m ? d : m;
+    }
+    weights[i] = table[m];
+  }
+  ZeroColumn(weights, rows, cols, cols - 1);
+}
+
+// The 3-byte-pixel transpose of guide (rows x cols pixels), cut or zero-filled to `bytes`.
+void RotateGuideInto(uint8_t* dst, int64_t bytes, const uint8_t* src, int rows, int cols) {
+  const int64_t full = static_cast<int64_t>(rows) * cols * 3;
+  for (int j = 0; j < cols; ++j) {
+    for (int i = 0; i < rows; ++i) {
+      const int64_t o = (static_cast<int64_t>(j) * rows + i) * 3;
+      const uint8_t* s = src + (static_cast<int64_t>(i) * cols + j) * 3;
+      for (int k = 0; k < 3 && o + k < bytes; ++k) dst[o + k] = s[k];
+    }
+  }
+  if (bytes > full) memset(dst + full, 0, static_cast<size_t>(bytes - full));
+}
+
+// A worker's lines of an internal pass and the decay of their couplings that follows (null: the
+// decay is left to a pass of its own).
+struct PassJob {
+  DREF_FGSThreadParam lines;
+  const uint8_t* decayMask;
+};
+// Most workers whose records live on the stack; more go through the caller's records.
+constexpr int kMaxFusedWorkers = 8;
+
+DREF_FGSThreadParam& LinesOf(DREF_FGSThreadParam& r, const uint8_t*) { return r; }
+DREF_FGSThreadParam& LinesOf(PassJob& r, const uint8_t* decayMask) {
+  r.decayMask = decayMask;
+  return r.lines;
+}
+const DREF_FGSThreadParam& LinesOf(const DREF_FGSThreadParam& r) { return r; }
+const DREF_FGSThreadParam& LinesOf(const PassJob& r) { return r.lines; }
+const uint8_t* DecayOf(const DREF_FGSThreadParam&) { return nullptr; }
+const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
+
+// Internal passes: rows with the record's part of the scratch plane as workspace; columns of a
+// plane lineCount values wide.
+template <typename R>
+void* SolveRowsJob(void* param, int) {
+  const R& r = *static_cast<const R*>(param);
+  const DREF_FGSThreadParam& p = LinesOf(r);
+  FgsSolveRowsWork(p.data, p.weight, p.lineLength, p.startLine, p.endLine,
+                   p.scratch + static_cast<ptrdiff_t>(p.startLine) * p.lineLength,
+                   p.endLine - p.startLine, DecayOf(r), kDecay);
+  return nullptr;
+}
+
+template <typename R>
+void* SolveColumnsJob(void* param, int) {
+  const R& r = *static_cast<const R*>(param);
+  const DREF_FGSThreadParam& p = LinesOf(r);
+  FgsSolveColumns(p.data, p.weight, p.scratch, p.lineCount, p.lineLength, p.startLine, p.endLine,
+                  DecayOf(r), kDecay);
+  return nullptr;
+}
+
+// Worker i of T takes lines (i x N) / T .. ((i + 1) x N) / T, the last up to N; then one sync.
+template <typename R>
+void SplitAndRun(float* data, const float* weights, float* scratch, int lineCount, int lineLength,
+                 R* records, void* pool, int threadCount, MThread_Func job,
+                 const uint8_t* decayMask = nullptr) {
+  for (int i = 0; i < threadCount; ++i) {
+    DREF_FGSThreadParam& r = LinesOf(records[i], decayMask);
+    r.data = data;
+    r.weight = const_cast<float*>(weights);
+    r.scratch = scratch;
+    r.lineCount = lineCount;
+    r.lineLength = lineLength;
+    r.startLine = static_cast<int32_t>(static_cast<int64_t>(i) * lineCount / threadCount);
+    r.endLine = i == threadCount - 1
+                    ? lineCount
+                    : static_cast<int32_t>(static_cast<int64_t>(i + 1) * lineCount / threadCount);
+    MThread_Boot(pool, i, job, &records[i]);
+  }
+  MThread_Sync(pool, 0, threadCount);
+}
+
+enum class Lines { kRows, kColumns };
+
+// Whether every worker of a pass surely runs and has a record on the stack: the couplings can
+// then decay within the pass.
+bool DecayInPass(void* pool, int threadCount) {
+  if (pool == nullptr) return true;
+  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+  return threadCount >= 1 && threadCount <= kMaxFusedWorkers && p->workers != nullptr &&
+         threadCount <= p->count;
+}
+
+// One internal line pass: on the caller without a pool, else split over the workers. decayMask
+// only where DecayInPass.
+void LinePass(Lines kind, float* data, float* weights, float* scratch, int lineCount,
+              int lineLength, DREF_FGSThreadParam* records, void* pool, int threadCount,
+              const uint8_t* decayMask) {
+  const bool rows = kind == Lines::kRows;
+  if (pool == nullptr) {
+    PassJob all = {{data, weights, scratch, lineCount, lineLength, 0, lineCount}, decayMask};
+    (rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>)(&all, 0);
+  } else if (DecayInPass(pool, threadCount)) {
+    PassJob jobs[kMaxFusedWorkers];
+    SplitAndRun(data, weights, scratch, lineCount, lineLength, jobs, pool, threadCount,
+                rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>, decayMask);
+  } else {
+    SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount,
+                rows ? SolveRowsJob<DREF_FGSThreadParam> : SolveColumnsJob<DREF_FGSThreadParam>);
+  }
+}
+
+// Per-pixel work of the filter outside the solves, split by rows over the pool's workers (at
+// most as many as it has, so every boot runs). Couplings of the last column and the last row
+// stay 0.
+enum AuxWork { kAuxBuild = 1, kAuxAdapt = 2, kAuxDecay = 4 };
+constexpr int kMaxAuxWorkers = 8;
+
+struct AuxJob {
+  const uint8_t* guide;  // interleaved, 3 bytes per pixel (kAuxBuild)
+  const uint8_t* mask;
+  float* hW;
+  float* vW;  // upright: coupling of rows y and y + 1 at (y, x)
+  const float* table;
+  int width;
+  int height;
+  int rowFirst;
+  int rowEnd;
+  int work;
+};
+
+void* AuxJobRun(void* argument, int) {
+  const AuxJob& j = *static_cast<const AuxJob*>(argument);
+  const int w = j.width;
+  const int rows = j.rowEnd - j.rowFirst;
+  const int vRows = (j.rowEnd < j.height - 1 ? j.rowEnd : j.height - 1) - j.rowFirst;
+  const ptrdiff_t o = static_cast<ptrdiff_t>(j.rowFirst) * w;
+  const ptrdiff_t stride = 3 * static_cast<ptrdiff_t>(w);
+  if (rows < 1) return nullptr;
+  if (j.work & kAuxBuild) {
+    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w);
+    if (vRows > 0) {
+      FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + stride, stride, vRows, w, j.table, j.vW + o,
+                  w);
+    }
+  }
+  if (j.work & kAuxAdapt) {
+    FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
+    if (vRows > 0) {
+      FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+    }
+    ZeroColumn(j.hW + o, rows, w, w - 1);
+    if (j.rowEnd == j.height) memset(j.vW + (o + static_cast<ptrdiff_t>(rows - 1) * w), 0, sizeof(float) * w);
+  }
+  if (j.work & kAuxDecay) {
+    FgsDecay(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    FgsDecay(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+  }
+  return nullptr;
+}
+
+void RunAux(const AuxJob& all, void* pool, int threadCount) {
+  int workers = 1;
+  if (pool != nullptr && threadCount > 1) {
+    const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+    workers = p->workers == nullptr ? 1 : p->count < threadCount ? p->count : threadCount;
+    workers = workers < kMaxAuxWorkers ? workers : kMaxAuxWorkers;
+  }
+  if (workers <= 1) {
+    AuxJob job = all;
+    AuxJobRun(&job, 0);
+    return;
+  }
+  AuxJob jobs[kMaxAuxWorkers];
+  for (int i = 0; i < workers; ++i) {
+    jobs[i] = all;
+    jobs[i].rowFirst = static_cast<int>(static_cast<int64_t>(i) * all.height / workers);
+    jobs[i].rowEnd = static_cast<int>(static_cast<int64_t>(i + 1) * all.height / workers);
+    MThread_Boot(pool, i, AuxJobRun, &jobs[i]);
+  }
+  MThread_Sync(pool, 0, workers);
+}
+
+size_t Bytes(int64_t count, int64_t elementSize) {
+  const int64_t bytes = count * elementSize;
+  return bytes > 0 ? static_cast<size_t>(bytes) : 0;
+}
+
+}  // namespace
+}  // namespace bivista
+
+void* DREF_FGSFilter1D_started(void* param, int) {
+  const DREF_FGSThreadParam* p = static_cast<const DREF_FGSThreadParam*>(param);
+  bivista::FgsSolveRows(p->data, p->weight, p->scratch, p->lineLength, p->startLine, p->endLine);
+  return nullptr;
+}
+
+void DREF_FGSFilter1D(float* data, const float* weights, float* scratch, int lineCount,
+                      int lineLength) {
+  bivista::FgsSolveRows(data, weights, scratch, lineLength, 0, lineCount);
+}
+
+void DREF_FGSFilter1D_multiThread(float* data, const float* weights, float* scratch,
+                                  int lineCount, int lineLength, DREF_FGSThreadParam* records,
+                                  void* pool, int threadCount) {
+  bivista::SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount,
+                       DREF_FGSFilter1D_started);
+}
+
+void DREF_FGS_filter(float* data, const float* hWeights, const float* vWeights, int height,
+                     int width, float* scratch, DREF_FGSThreadParam* records, void* pool,
+                     int threadCount) {
+  auto pass = [&](float* d, const float* w, float* s, int lines, int length) {
+    if (pool == nullptr) {
+      DREF_FGSFilter1D(d, w, s, lines, length);
+    } else {
+      DREF_FGSFilter1D_multiThread(d, w, s, lines, length, records, pool, threadCount);
+    }
+  };
+  pass(data, hWeights, scratch, height, width);
+  DREF_Rotate_1D_FLOAT(scratch, data, height, width);
+  pass(scratch, vWeights, data, width, height);
+  DREF_Rotate_1D_FLOAT(data, scratch, width, height);
+}
+
+float _gauss(float x, float sigma) {
+  const float t = x / sigma;
+  return -powf(bivista::kE, -0.5f * t * t);
+}
+
+void DREF_FGSGuideToWeight_yuv(float* weights, const uint8_t* guide, int rows, int cols,
+                               int channels, float sigma, float lambda) {
+  float table[256];
+  bivista::BuildTable(sigma, lambda, table);
+  bivista::GuideWeightsInterleaved(weights, guide, rows, cols, channels, table);
+}
+
+void DREF_FGSGuideToWeight_plane(float* weights, const uint8_t* guide, int rows, int cols,
+                                 int planes, float sigma, float lambda) {
+  float table[256];
+  bivista::BuildTable(sigma, lambda, table);
+  bivista::GuideWeightsPlanar(weights, guide, rows, cols, planes, table);
+}
+
+void DREF_GetFGS_Weight(const uint8_t* guide, int height, int width, int channels,
+                        uint32_t guideFormat, float* hWeights, float* vWeights,
+                        uint8_t* transposedGuide, float sigma, float lambda) {
+  if (guideFormat != 0) return;
+  DREF_FGSGuideToWeight_yuv(hWeights, guide, height, width, channels, sigma, lambda);
+  DREF_Rotate_yuv(transposedGuide, guide, height, width);
+  DREF_FGSGuideToWeight_yuv(vWeights, transposedGuide, width, height, channels, sigma, lambda);
+}
+
+void DREF_Rotate_1D_UCHAR(uint8_t* dst, const uint8_t* src, int srcRows, int srcCols) {
+  if (srcRows < 1) return;
+  // 8 x 8 tiles keep both sides in cache.
+  for (int i0 = 0; i0 < srcRows; i0 += 8) {
+    const int i1 = srcRows - i0 < 8 ? srcRows : i0 + 8;
+    for (int j0 = 0; j0 < srcCols; j0 += 8) {
+      const int j1 = srcCols - j0 < 8 ? srcCols : j0 + 8;
+      for (int i = i0; i < i1; ++i) {
+        for (int j = j0; j < j1; ++j) {
+          dst[static_cast<ptrdiff_t>(j) * srcRows + i] = src[static_cast<ptrdiff_t>(i) * srcCols + j];
+        }
+      }
+    }
+  }
+}
+
+void DREF_Rotate_1D_FLOAT(float* dst, const float* src, int srcRows, int srcCols) {
+  if (srcRows < 1 || srcCols < 1) return;
+  bivista::TransposeF32(src, srcRows, srcCols, dst, srcRows);
+}
+
+void DREF_Rotate_yuv(uint8_t* dst, const uint8_t* src, int srcRows, int srcCols) {
+  if (srcRows < 1 || srcCols < 1) return;
+  bivista::RotateGuideInto(dst, static_cast<int64_t>(srcRows) * srcCols * 3, src, srcRows,
+                           srcCols);
+}
+
+void changeWeight(float* weights, const uint8_t* mask, int rows, int cols, float value) {
+  bivista::SetMasked(weights, mask, rows, cols, cols - 1, value);
+}
+
+void adaptWeightBymask(float* hWeights, float* vWeights, const uint8_t* mask,
+                       const uint8_t* transposedMask, int height, int width, float value) {
+  changeWeight(hWeights, mask, height, width, value);
+  changeWeight(vWeights, transposedMask, width, height, value);
+}
+
+float updateWeight(float* hWeights, float* vWeights, int count, const uint8_t* mask,
+                   const uint8_t* transposedMask, float factor) {
+  const float inv = 1.0f / factor;
+  if (count > 0) {
+    bivista::FgsDecay(hWeights, mask, count, inv);
+    bivista::FgsDecay(vWeights, transposedMask, count, inv);
+  }
+  return inv;
+}
+
+void fgs_safeDeleteMem(void* pointer, const vta_algo_mem_allocator_t* allocator,
+                       const char* tag) {
+  if (allocator != nullptr && tag != nullptr && pointer != nullptr && allocator->free != nullptr) {
+    allocator->free(pointer, VTA_MEM_TAG(tag), 0);
+  }
+}
+
+// The passes run on natural layouts: row solves along the data's rows, column solves down its
+// columns with the vertical couplings kept untransposed (coupling of rows y and y + 1 at (y, x)),
+// so no transposition is needed; each line sees the same values as in DREF_FGS_filter.
+void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t guideFormat,
+               int height, int width, int iterations, int channels, void* pool, int threadCount,
+               const vta_algo_mem_allocator_t* allocator, float sigma, float lambda) {
+  using namespace bivista;
+  const double lambda1d = static_cast<double>(lambda) * 1.5 * pow(4.0, iterations - 1) /
+                          (pow(4.0, iterations) - 1.0);
+  const float lambda1 = static_cast<float>(lambda1d);
+  const int64_t area = static_cast<int64_t>(height) * width;
+  const size_t sizes[6] = {Bytes(area, sizeof(float)),    Bytes(area, sizeof(float)),
+                           Bytes(area, channels),         Bytes(area, sizeof(float)),
+                           Bytes(area, 1),                Bytes(threadCount, sizeof(DREF_FGSThreadParam))};
+  // Without a table (or its allocate entry) every request counts as failed.
+  void* buffers[6] = {};
+  if (allocator != nullptr && allocator->malloc != nullptr) {
+    for (int k = 0; k < 6; ++k) buffers[k] = allocator->malloc(sizes[k], VTA_MEM_TAG(kTag), 0);
+  }
+  bool complete = true;
+  for (void* b : buffers) complete = complete && b != nullptr;
+  if (!complete) {
+    BV_LOGE(kTagAlgo, kFGSFilter, kLineAllocFailure, "memory alloc failure");
+    for (void* b : buffers) fgs_safeDeleteMem(b, allocator, kTag);
+    return;
+  }
+  float* hW = static_cast<float*>(buffers[0]);
+  float* vW = static_cast<float*>(buffers[1]);
+  uint8_t* tGuide = static_cast<uint8_t*>(buffers[2]);
+  float* scratch = static_cast<float*>(buffers[3]);
+  DREF_FGSThreadParam* records = static_cast<DREF_FGSThreadParam*>(buffers[5]);
+  BV_LOGI(kTagAlgo, kFGSFilter, kLineEnter,
+          "enter smooth filter!!paras: lamda,sigma,iter,nchannle = %3.2f(%3.2f), %3.2f %d, %d",
+          static_cast<double>(lambda), static_cast<double>(lambda1), static_cast<double>(sigma),
+          iterations, channels);
+
+  if (height > 0 && width > 0) {
+    float table[256];
+    BuildTable(sigma, lambda1, table);
+    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt};
+    if (guideFormat == 0 && channels == 3) {
+      aux.work |= kAuxBuild;
+    } else if (guideFormat == 0) {
+      // Vertical couplings of the transposed guide, built as written, then turned upright.
+      GuideWeightsInterleaved(hW, guide, height, width, channels, table);
+      RotateGuideInto(tGuide, static_cast<int64_t>(sizes[2]), guide, height, width);
+      GuideWeightsInterleaved(scratch, tGuide, width, height, channels, table);
+      DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
+    } else {
+      GuideWeightsPlanar(hW, guide, height, width, channels, table);
+      for (int p = 0; p < channels; ++p) {
+        DREF_Rotate_1D_UCHAR(tGuide + p * area, guide + p * area, height, width);
+      }
+      GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
+      DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
+    }
+    RunAux(aux, pool, threadCount);
+    const bool decayInPass = DecayInPass(pool, threadCount);
+    for (int it = 0; it < iterations; ++it) {
+      // The couplings decay for the next iteration as soon as their line is solved.
+      const bool decay = it + 1 < iterations;
+      const uint8_t* inPass = decay && decayInPass ? mask : nullptr;
+      LinePass(Lines::kRows, data, hW, scratch, height, width, records, pool, threadCount, inPass);
+      LinePass(Lines::kColumns, data, vW, scratch, width, height, records, pool, threadCount,
+               inPass);
+      if (decay && !decayInPass) {
+        aux.work = kAuxDecay;
+        RunAux(aux, pool, threadCount);
+      }
+    }
+  }
+  for (void* b : buffers) fgs_safeDeleteMem(b, allocator, kTag);
+}

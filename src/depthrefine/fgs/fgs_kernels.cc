@@ -1,0 +1,415 @@
+// Vector forms of the smoother's kernels. The Thomas recurrence runs along a line, so the solves
+// are vectorised across lines: neighbouring lines in neighbouring lanes, each lane doing exactly
+// the scalar operations of its own line. Rows are brought into lanes through 4 x 4 transposes of
+// small chunks on the stack; columns already are. Fused steps need a native fused multiply-add,
+// and the diagonal needs double lanes: other targets run the scalar definition.
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "depthrefine/fgs/fgs_kernels.cc"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/cache_control.h"
+#include "hwy/highway.h"
+#include "depthrefine/fgs/fgs_kernels.h"
+#include "matrix/transpose-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace bivista {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
+template <bool kSet>
+HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
+  ptrdiff_t i = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<float> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  const hn::Rebind<uint8_t, decltype(d)> d8;
+  const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
+  const auto vx = hn::Set(d, x);
+  for (; i + lanes <= n; i += lanes) {
+    const auto set =
+        hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
+    const auto v = hn::LoadU(d, w + i);
+    hn::StoreU(kSet ? hn::IfThenElse(set, vx, v) : hn::IfThenElse(set, v, hn::Mul(v, vx)), d,
+               w + i);
+  }
+#endif
+  for (; i < n; ++i) w[i] = kSet ? fgs::Masked(w[i], mask[i], x) : fgs::Decayed(w[i], mask[i], x);
+}
+
+// Once per target: the file is compiled for each.
+#undef BIVISTA_FGS_VECTOR
+#if HWY_NATIVE_FMA && HWY_TARGET != HWY_SCALAR && HWY_HAVE_FLOAT64
+#define BIVISTA_FGS_VECTOR 1
+
+// Lanes solved together (a band), and columns per stack chunk of the row solve.
+constexpr int kBand = 64;
+constexpr int kChunk = 16;
+
+template <class D>
+HWY_INLINE hn::Vec<D> DiagV(D d, hn::Vec<D> w, hn::Vec<D> wp) {
+  const hn::Half<D> dh;
+  const hn::Rebind<double, decltype(dh)> dd;
+  const auto one = hn::Set(dd, 1.0);
+  const auto lo = hn::Sub(one, hn::Add(hn::PromoteTo(dd, hn::LowerHalf(dh, w)),
+                                       hn::PromoteTo(dd, hn::LowerHalf(dh, wp))));
+  const auto hi = hn::Sub(one, hn::Add(hn::PromoteTo(dd, hn::UpperHalf(dh, w)),
+                                       hn::PromoteTo(dd, hn::UpperHalf(dh, wp))));
+  return hn::Combine(d, hn::DemoteTo(dh, hi), hn::DemoteTo(dh, lo));
+}
+
+template <class D>
+HWY_INLINE hn::Vec<D> FirstKV(D d, hn::Vec<D> w) {
+  const hn::Half<D> dh;
+  const hn::Rebind<double, decltype(dh)> dd;
+  const auto one = hn::Set(dd, 1.0);
+  const auto lo = hn::Div(one, hn::Sub(one, hn::PromoteTo(dd, hn::LowerHalf(dh, w))));
+  const auto hi = hn::Div(one, hn::Sub(one, hn::PromoteTo(dd, hn::UpperHalf(dh, w))));
+  return hn::Combine(d, hn::DemoteTo(dh, hi), hn::DemoteTo(dh, lo));
+}
+
+// One step for m lanes held contiguously in each row pointer; the tail lanes go through the
+// scalar element. kFull: m is a whole band, known when compiling, so the loop unrolls.
+template <bool kFull = false>
+HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
+  if (kFull) m = kBand;
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  int j = 0;
+  for (; j + lanes <= m; j += lanes) {
+    const auto w0 = hn::LoadU(d, w + j);
+    const auto k = FirstKV(d, w0);
+    hn::StoreU(hn::Mul(k, w0), d, c + j);
+    hn::StoreU(hn::Mul(hn::LoadU(d, f + j), k), d, f + j);
+  }
+  for (; j < m; ++j) fgs::First(f + j, w[j], c + j);
+}
+
+template <bool kFull = false>
+HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, float* f,
+                           const float* w, float* c, int m) {
+  if (kFull) m = kBand;
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  const auto one = hn::Set(d, 1.0f);
+  int j = 0;
+  for (; j + lanes <= m; j += lanes) {
+    const auto wi = hn::LoadU(d, w + j);
+    const auto wpv = hn::LoadU(d, wp + j);
+    const auto r = hn::Div(one, hn::NegMulAdd(hn::LoadU(d, cp + j), wpv, DiagV(d, wi, wpv)));
+    hn::StoreU(hn::Mul(wi, r), d, c + j);
+    hn::StoreU(hn::Mul(hn::NegMulAdd(hn::LoadU(d, fp + j), wpv, hn::LoadU(d, f + j)), r), d,
+               f + j);
+  }
+  for (; j < m; ++j) fgs::Forward(fp[j], wp[j], cp[j], f + j, w[j], c + j);
+}
+
+template <bool kFull = false>
+HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
+  if (kFull) m = kBand;
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  int j = 0;
+  for (; j + lanes <= m; j += lanes) {
+    hn::StoreU(hn::NegMulAdd(hn::LoadU(d, fn + j), hn::LoadU(d, c + j), hn::LoadU(d, f + j)), d,
+               f + j);
+  }
+  for (; j < m; ++j) fgs::Back(fn[j], c[j], f + j);
+}
+#endif
+
+#ifdef BIVISTA_FGS_VECTOR
+template <bool kFull>
+HWY_INLINE void ColumnBand(float* fx, const float* wx, float* cx, ptrdiff_t s, int n, int m) {
+  FirstRow<kFull>(fx, wx, cx, m);
+  for (ptrdiff_t i = 1; i < n; ++i) {
+    ForwardRow<kFull>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
+                      wx + i * s, cx + i * s, m);
+  }
+  for (ptrdiff_t i = n - 2; i >= 0; --i) {
+    BackRow<kFull>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
+  }
+}
+#endif
+
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
+#ifdef BIVISTA_FGS_VECTOR
+  if (n < 1) return;
+  // A band of columns goes down and back up while its rows are still in cache, then its
+  // couplings decay.
+  for (int x = first; x < end; x += kBand) {
+    const int m = end - x < kBand ? end - x : kBand;
+    if (m == kBand) {
+      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand);
+    } else {
+      ColumnBand<false>(f + x, w + x, c + x, s, n, m);
+    }
+    if (decayMask != nullptr) {
+      for (ptrdiff_t i = 0; i < n; ++i) MaskedPass<false>(w + i * s + x, decayMask + i * s + x, m, factor);
+    }
+  }
+#else
+  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor);
+#endif
+}
+
+void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
+#ifdef BIVISTA_FGS_VECTOR
+  if (n < 1) return;
+  // Chunks of kChunk columns of a band of lines, transposed so that a row of the chunk holds one
+  // column of every line. Row 0 carries the column next to the chunk (the previous one going
+  // forward; going back, row kChunk carries the following one).
+  HWY_ALIGN float tf[(kChunk + 1) * kBand];
+  HWY_ALIGN float tw[(kChunk + 1) * kBand];
+  HWY_ALIGN float tc[(kChunk + 1) * kBand];
+  const size_t rowBytes = sizeof(float) * kBand;
+  for (int l = first; l < end; l += kBand) {
+    const int m = end - l < kBand ? end - l : kBand;
+    float* fl = f + static_cast<ptrdiff_t>(l) * n;
+    const float* wl = w + static_cast<ptrdiff_t>(l) * n;
+    float* cl = c + static_cast<ptrdiff_t>(l) * n;
+    for (int i0 = 0; i0 < n; i0 += kChunk) {
+      const int kk = n - i0 < kChunk ? n - i0 : kChunk;
+      TransposeBlockF32(fl + i0, n, m, kk, tf + kBand, kBand);
+      TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+      int i = 0;
+      if (i0 == 0) {
+        FirstRow(tf + kBand, tw + kBand, tc + kBand, m);
+        i = 1;
+      }
+      for (; i < kk; ++i) {
+        ForwardRow(tf + i * kBand, tw + i * kBand, tc + i * kBand, tf + (i + 1) * kBand,
+                   tw + (i + 1) * kBand, tc + (i + 1) * kBand, m);
+      }
+      TransposeBlockF32(tc + kBand, kBand, kk, m, cl + i0, n);
+      TransposeBlockF32(tf + kBand, kBand, kk, m, fl + i0, n);
+      memcpy(tf, tf + kk * kBand, rowBytes);
+      memcpy(tw, tw + kk * kBand, rowBytes);
+      memcpy(tc, tc + kk * kBand, rowBytes);
+    }
+    for (int i0 = (n - 1) / kChunk * kChunk; i0 >= 0; i0 -= kChunk) {
+      const int kk = n - i0 < kChunk ? n - i0 : kChunk;
+      TransposeBlockF32(fl + i0, n, m, kk, tf, kBand);
+      TransposeBlockF32(cl + i0, n, m, kk, tc, kBand);
+      // The last value of a line is final after the forward sweep.
+      for (int i = i0 + kk == n ? kk - 2 : kk - 1; i >= 0; --i) {
+        BackRow(tf + (i + 1) * kBand, tc + i * kBand, tf + i * kBand, m);
+      }
+      TransposeBlockF32(tf, kBand, kk, m, fl + i0, n);
+      memcpy(tf + kChunk * kBand, tf, rowBytes);
+    }
+  }
+#else
+  scalar::FgsSolveRows(f, w, c, n, first, end);
+#endif
+}
+
+#ifdef BIVISTA_FGS_VECTOR
+// m lines from fl (rows of n values) through the workspace: values, then coefficients, each n
+// rows of `band` lanes; the couplings go through a stack chunk.
+template <bool kFull>
+HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, float* work) {
+  if (kFull) band = kBand;
+  float* tf = work;
+  float* tc = work + static_cast<ptrdiff_t>(band) * n;
+  HWY_ALIGN float tw[(kChunk + 1) * kBand];
+  for (int i0 = 0; i0 < n; i0 += kChunk) {
+    const int kk = n - i0 < kChunk ? n - i0 : kChunk;
+    // Every line is its own stream, too many for the hardware prefetcher.
+    if (i0 + kChunk < n) {
+      for (int l = 0; l < m; ++l) {
+        hwy::Prefetch(fl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
+        hwy::Prefetch(wl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
+      }
+    }
+    TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
+    TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+    int i = 0;
+    if (i0 == 0) {
+      FirstRow<kFull>(tf, tw + kBand, tc, m);
+      i = 1;
+    }
+    for (; i < kk; ++i) {
+      const ptrdiff_t at = static_cast<ptrdiff_t>(i0 + i) * band;
+      ForwardRow<kFull>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
+                        tw + (i + 1) * kBand, tc + at, m);
+    }
+    memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
+  }
+  for (ptrdiff_t i = n - 2; i >= 0; --i) {
+    BackRow<kFull>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
+  }
+  TransposeBlockF32(tf, band, n, m, fl, n);
+}
+#endif
+
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor) {
+#ifdef BIVISTA_FGS_VECTOR
+  if (n < 1 || end <= first) return;
+  // A band of lines lives in the workspace in column layout (values, then coefficients), so each
+  // value is transposed in once and out once; the couplings go through a stack chunk.
+  const int band = workLines / 2 < kBand ? workLines / 2 : kBand;
+  if (band < 1) {
+    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+    return;
+  }
+  for (int l = first; l < end; l += band) {
+    const int m = end - l < band ? end - l : band;
+    const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    if (m == kBand) {
+      RowBand<true>(f + o, w + o, n, m, band, work);
+    } else {
+      RowBand<false>(f + o, w + o, n, m, band, work);
+    }
+    if (decayMask != nullptr) MaskedPass<false>(w + o, decayMask + o, m * static_cast<ptrdiff_t>(n), factor);
+  }
+#else
+  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+#endif
+}
+
+void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
+                 const float* table, float* out, ptrdiff_t outStride) {
+  float t[256];
+  memcpy(t, table, sizeof t);
+  int x0 = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<uint8_t> d8;
+  const hn::Half<decltype(d8)> dh;
+  const hn::Half<decltype(dh)> dq;
+  const hn::Rebind<int32_t, decltype(dq)> d32;
+  const hn::Rebind<float, decltype(dq)> df;
+  const int lanes = static_cast<int>(hn::Lanes(d8));
+  const int q = lanes / 4;
+  const int nv = n / lanes * lanes;
+  for (int r = 0; r < rows; ++r) {
+    const uint8_t* pa = a + r * inStride;
+    const uint8_t* pb = b + r * inStride;
+    float* o = out + r * outStride;
+    for (int x = 0; x < nv; x += lanes) {
+      hn::Vec<decltype(d8)> a0, a1, a2, b0, b1, b2;
+      hn::LoadInterleaved3(d8, pa + 3 * x, a0, a1, a2);
+      hn::LoadInterleaved3(d8, pb + 3 * x, b0, b1, b2);
+      const auto d0 = hn::Or(hn::SaturatedSub(a0, b0), hn::SaturatedSub(b0, a0));
+      const auto d1 = hn::Or(hn::SaturatedSub(a1, b1), hn::SaturatedSub(b1, a1));
+      const auto d2 = hn::Or(hn::SaturatedSub(a2, b2), hn::SaturatedSub(b2, a2));
+      const auto m = hn::Max(hn::Max(d0, d1), d2);
+      // Table entries by gathers, a quarter of the bytes at a time.
+      const auto lo = hn::LowerHalf(dh, m);
+      const auto hi = hn::UpperHalf(dh, m);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, lo))), df, o + x);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, lo))), df,
+                 o + x + q);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, hi))), df,
+                 o + x + 2 * q);
+      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, hi))), df,
+                 o + x + 3 * q);
+    }
+  }
+  x0 = nv;
+#endif
+  for (int r = 0; r < rows; ++r) {
+    const uint8_t* pa = a + r * inStride;
+    const uint8_t* pb = b + r * inStride;
+    float* o = out + r * outStride;
+    for (int x = x0; x < n; ++x) o[x] = t[fgs::MaxDiff(pa + 3 * x, pb + 3 * x, 3)];
+  }
+}
+
+void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
+  MaskedPass<false>(w, mask, n, factor);
+}
+
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  MaskedPass<true>(w, mask, n, value);
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace bivista
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace bivista {
+
+HWY_EXPORT(FgsSolveRows);
+HWY_EXPORT(FgsSolveColumns);
+HWY_EXPORT(FgsSolveRowsWork);
+HWY_EXPORT(FgsWeights3);
+HWY_EXPORT(FgsDecay);
+HWY_EXPORT(FgsSetMasked);
+
+void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRows)(f, w, c, n, first, end);
+}
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor);
+}
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
+                      const uint8_t* decayMask, float factor) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor);
+}
+void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
+                 const float* table, float* out, ptrdiff_t outStride) {
+  HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride);
+}
+void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
+  HWY_DYNAMIC_DISPATCH(FgsDecay)(w, mask, n, factor);
+}
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  HWY_DYNAMIC_DISPATCH(FgsSetMasked)(w, mask, n, value);
+}
+
+namespace scalar {
+
+void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
+  for (int l = first; l < end; ++l) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    fgs::SolveLine(f + o, w + o, c + o, n, 1);
+  }
+}
+void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int,
+                      const uint8_t* decayMask, float factor) {
+  for (int l = first; l < end; ++l) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    fgs::SolveLine(f + o, w + o, work, n, 1);
+  }
+  if (decayMask != nullptr && end > first && n > 0) {
+    const ptrdiff_t o = static_cast<ptrdiff_t>(first) * n;
+    FgsDecay(w + o, decayMask + o, static_cast<ptrdiff_t>(end - first) * n, factor);
+  }
+}
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
+                     const uint8_t* decayMask, float factor) {
+  for (int x = first; x < end; ++x) fgs::SolveLine(f + x, w + x, c + x, n, stride);
+  for (ptrdiff_t i = 0; decayMask != nullptr && i < n; ++i) {
+    for (int x = first; x < end; ++x) {
+      w[i * stride + x] = fgs::Decayed(w[i * stride + x], decayMask[i * stride + x], factor);
+    }
+  }
+}
+void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
+                 const float* table, float* out, ptrdiff_t outStride) {
+  for (int r = 0; r < rows; ++r) {
+    for (int x = 0; x < n; ++x) {
+      out[r * outStride + x] =
+          table[fgs::MaxDiff(a + r * inStride + 3 * x, b + r * inStride + 3 * x, 3)];
+    }
+  }
+}
+void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
+  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask[i], factor);
+}
+void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
+  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Masked(w[i], mask[i], value);
+}
+
+}  // namespace scalar
+}  // namespace bivista
+#endif

@@ -1,0 +1,101 @@
+// Shared pieces of the weighted median: message lines, the stages over 8-bit or 32-bit level and
+// class planes, and the column driver used by filterCore and the 8-bit driver.
+#ifndef BIVISTA_SRC_DEPTHREFINE_JWMF_JWMF_INTERNAL_H
+#define BIVISTA_SRC_DEPTHREFINE_JWMF_JWMF_INTERNAL_H
+
+#include <stdint.h>
+
+#include "bivista/jwmf.h"
+
+namespace bivista {
+namespace jwmf {
+
+// Source lines of the messages.
+// from32FTo32SSimple
+constexpr int kLineQuantFlat = 64;
+constexpr int kLineQuantDone = 88;
+// getFeatureByMSSeg
+constexpr int kLineSegCount = 121;
+constexpr int kLineSegMalloc = 128;
+constexpr int kLineSegLeft = 171;
+constexpr int kLineSegWmap = 178;
+// getFeatureByImg
+constexpr int kLineImgCount = 230;
+constexpr int kLineImgWmap = 236;
+// filterCore_multiThread
+constexpr int kLineCoreMalloc = 300;
+constexpr int kLineCoreRange = 381;
+// filterCore / filterCoreWithMask
+constexpr int kLineFilterCoreCopy = 520;
+constexpr int kLineFilterMaskCopy = 566;
+constexpr int kLineObstacle = 611;
+// JWMFilter
+constexpr int kLineSegAlloc = 660;
+constexpr int kLineSegEnter = 667;
+constexpr int kLineSegFeature = 690;
+constexpr int kLineSegCore = 716;
+constexpr int kLineSegLeave = 728;
+// JWMFilterWithImg
+constexpr int kLineImgAlloc = 760;
+constexpr int kLineImgEnter = 767;
+constexpr int kLineImgParams = 768;
+constexpr int kLineImgFeature = 792;
+constexpr int kLineImgCore = 818;
+constexpr int kLineImgLeave = 830;
+// JWMFilterWithImg2
+constexpr int kLineImg2Few = 845;
+constexpr int kLineImg2Many = 850;
+constexpr int kLineImg2Alloc = 858;
+constexpr int kLineImg2Enter = 865;
+constexpr int kLineImg2Params = 866;
+constexpr int kLineImg2Feature = 890;
+constexpr int kLineImg2Core = 916;
+constexpr int kLineImg2Leave = 928;
+// JWMFFilter
+constexpr int kLineFfAlloc = 945;
+constexpr int kLineFfEnter = 952;
+constexpr int kLineFfFeature = 975;
+constexpr int kLineFfCore = 1001;
+constexpr int kLineFfLeave = 1013;
+// JWMFFilterImage_MaskArea2
+constexpr int kLineMaskArea2Fail = 1060;
+
+constexpr int kObstacleLen = 20;
+constexpr int kValidLen = 3;
+constexpr int kMaxWorkers = 4;
+constexpr float kWeightConstant = 0.000768935f;  // 1 / (2 x 25.5^2)
+
+// Quantiser into levels of type T; false when the plane is refused as flat (or levelCount < 1).
+template <typename T>
+bool Quantise(const float* depth, T* levels, float* table, int levelCount, int width, int height);
+
+// Guide-plane features into T; 0 or -1 (weight map not allocated).
+template <typename T>
+int ImgFeatures(const uint8_t* guide, T* features, float*** weightMap, int32_t* classCount,
+                int width, int height, int fixedClasses);
+
+// The median over columns [first, end) of T planes (output written only where the mask, when
+// given, is nonzero). Logs and leaves the columns alone when its arrays cannot be allocated.
+template <typename T>
+void FilterColumns(int first, int end, const T* levels, const T* features, float** weights,
+                   int height, int width, int classes, int levelCount, int radius,
+                   const uint8_t* mask, T* output);
+
+// Worker split and boots over a caller-provided output copy (already holding the levels).
+template <typename T>
+void RunWorkers(const T* levels, const T* features, float** weights, const uint8_t* mask,
+                int height, int width, int classes, int levelCount, int radius, void* pool,
+                int threadCount, T* output);
+
+// Obstacle removal on the mask, in place, and its log line.
+void RemoveObstacles(uint8_t* mask, int width, int height);
+
+// Pixel count of a plane, 0 when a side is not positive.
+inline int64_t PixelCount(int width, int height) {
+  return width > 0 && height > 0 ? static_cast<int64_t>(width) * height : 0;
+}
+
+}  // namespace jwmf
+}  // namespace bivista
+
+#endif

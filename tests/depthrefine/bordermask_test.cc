@@ -1,0 +1,197 @@
+// The border mask against a direct formulation, its kernels on every target, the threshold's
+// divisor and the prior-mask rules.
+#include "bivista/bordermask.h"
+
+#include <gtest/gtest.h>
+#include <math.h>
+#include <string.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bivista/mthread.h"
+#include "depthrefine/bordermask/bordermask_kernels.h"
+#include "support/hwy_targets.h"
+#include "support/platform_capture.h"
+
+namespace {
+
+const char kThresholdText[] = "input data mean %2.3f variance %2.3f final FlatterTh %2.3f\n";
+const int kLineThreshold = 49;
+
+std::string ThresholdLine(float mean, float deviation, float th) {
+  char text[160];
+  snprintf(text, sizeof text, kThresholdText, mean, deviation, th);
+  return text;
+}
+
+bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
+  return a.size() == b.size() && memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+// Depth of a few flat objects with noise (no zeros unless asked).
+std::vector<float> Depth(int w, int h, unsigned seed, bool zeros = false) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> noise(-0.02f, 0.02f);
+  std::vector<float> d(static_cast<size_t>(w) * h);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      const bool near = (x - w / 3) * (x - w / 3) + (y - h / 2) * (y - h / 2) < w * h / 12;
+      d[y * w + x] = (near ? 1.0f : 3.0f) + (x > 3 * w / 4 ? 1.5f : 0.0f) + noise(rng);
+      if (zeros && rng() % 50 == 0) d[y * w + x] = 0.0f;
+    }
+  return d;
+}
+
+// Direct formulation; workers that never run (boot refused) leave their rows zero.
+void RefBorderMask(const float* d, const uint8_t* prior, int w, int h, bool merge, int threads,
+                   int running, std::vector<uint8_t>* mask, std::vector<float>* g) {
+  g->assign(static_cast<size_t>(w) * h, 0.0f);
+  const int t = std::min(threads, 4);
+  for (int i = 0; i < t && i < running; ++i) {
+    const int y0 = i == 0 ? 2 : i * h / t, y1 = i == t - 1 ? h - 1 : (i + 1) * h / t;
+    for (int y = y0; y < y1; ++y)
+      for (int x = 2; x < w - 1; ++x) {
+        const float* p = d + y * w + x;
+        const float a = p[0] + p[w] - p[-w] - p[-2 * w], b = p[0] + p[1] - p[-2] - p[-1];
+        (*g)[y * w + x] = (fabsf(a) + fabsf(b)) / p[0];
+      }
+  }
+  const int n = w * h;
+  float sum = 0, sq = 0;
+  for (int i = 0; i < n; i += 16) sum += (*g)[i];
+  const float mean = sum / static_cast<float>(n / 16);
+  for (int i = 0; i < n; i += 16) sq += ((*g)[i] - mean) * ((*g)[i] - mean);
+  const float th = std::fma(3.0f, sqrtf(sq / static_cast<float>(n / 16)), mean);
+  for (int i = 0; i < n; ++i) {
+    (*mask)[i] = (*g)[i] >= th ? 255 : (prior && merge) ? prior[i] : 0;
+    if (prior && prior[i]) (*g)[i] = 0;
+  }
+  for (int pass = 0; pass < 2; ++pass) {
+    const std::vector<uint8_t> in = *mask;
+    for (int y = 1; y + 1 < h; ++y)
+      for (int x = 1; x + 1 < w; ++x) {
+        uint8_t v = pass == 0 ? 0 : 255;
+        for (int dy = -1; dy <= 1; ++dy)
+          for (int dx = -1; dx <= 1; ++dx)
+            v = pass == 0 ? (v | in[(y + dy) * w + x + dx]) : (v & in[(y + dy) * w + x + dx]);
+        (*mask)[y * w + x] = v;
+      }
+  }
+}
+
+TEST(BorderKernels, VectorEqualsScalarOnEveryTarget) {
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (int w : {4, 5, 17, 18, 33, 40, 70, 131}) {
+      SCOPED_TRACE("width " + std::to_string(w));
+      const int h = 6;
+      const std::vector<float> d = Depth(w, h, static_cast<unsigned>(w), true);
+      std::vector<float> a(d.size(), 5.0f), b = a;
+      bivista::BorderGradientRows(d.data(), a.data(), w, 2, h - 1, 2, w - 1);
+      bivista::scalar::BorderGradientRows(d.data(), b.data(), w, 2, h - 1, 2, w - 1);
+      EXPECT_TRUE(SameBits(a, b));
+      std::vector<uint8_t> prior(d.size());
+      for (size_t i = 0; i < prior.size(); ++i) prior[i] = i % 5 == 0 ? static_cast<uint8_t>(i) : 0;
+      for (int mode = 0; mode < 3; ++mode) {
+        std::vector<float> ga = a, gb = a;
+        std::vector<uint8_t> ma(d.size(), 7), mb = ma;
+        const uint8_t* p = mode == 0 ? nullptr : prior.data();
+        bivista::BorderMarkPixels(ga.data(), p, mode == 2, ga.size(), 0.05f, ma.data());
+        bivista::scalar::BorderMarkPixels(gb.data(), p, mode == 2, gb.size(), 0.05f, mb.data());
+        EXPECT_TRUE(SameBits(ga, gb));
+        EXPECT_EQ(ma, mb);
+      }
+    }
+  });
+}
+
+TEST(BorderMask, EqualsDirectFormulationForAnyThreadsAndPriors) {
+  void* pool = MThread_Create(2, nullptr, nullptr);
+  ASSERT_NE(pool, nullptr);
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (auto [w, h] : {std::pair{37, 23}, {64, 40}, {9, 30}}) {
+      const std::vector<float> d = Depth(w, h, static_cast<unsigned>(w * h));
+      std::vector<uint8_t> prior(d.size(), 0);
+      for (size_t i = 0; i < prior.size(); i += 11) prior[i] = 1;
+      for (int mode = 0; mode < 3; ++mode) {
+        const uint8_t* p = mode == 0 ? nullptr : prior.data();
+        // Null pool; pools with 1, 2 and more threads than workers (5 is cut to 4, and workers
+        // 2 and 3 are refused by a pool of 2).
+        for (auto [usePool, threads] :
+             {std::pair{false, 3}, {true, 1}, {true, 2}, {true, 5}, {false, 0}}) {
+          SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " mode " +
+                       std::to_string(mode) + " threads " + std::to_string(threads));
+          std::vector<uint8_t> mask(d.size(), 9), scratch(d.size()), refMask(d.size(), 9);
+          std::vector<float> g(d.size(), 4.0f), refG;
+          RefBorderMask(d.data(), p, w, h, mode == 2, threads, usePool ? 2 : 4, &refMask, &refG);
+          EXPECT_EQ(getDataGradientAndBorderMask(d.data(), p, w, h, mode == 2, mask.data(),
+                                                 g.data(), scratch.data(),
+                                                 usePool ? pool : nullptr, threads),
+                    0);
+          EXPECT_TRUE(SameBits(g, refG));
+          EXPECT_EQ(mask, refMask);
+        }
+      }
+    }
+  });
+  MThread_Destroy(pool);
+}
+
+TEST(BorderMask, ThresholdDividesByNOver16) {
+  bvtest::LogCapture log;
+  // 5 x 4 = 20 values: samples at 0 and 16, divisor 1.
+  std::vector<float> g(20, 100.0f);
+  g[0] = 1.0f;
+  g[16] = 3.0f;
+  float th = 0;
+  getBinarizationTh(g.data(), 5, 4, &th);
+  const float mean = 4.0f, dev = sqrtf(9.0f + 1.0f);
+  EXPECT_EQ(th, std::fma(3.0f, dev, mean));
+  EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "getBinarizationTh",
+                             ThresholdLine(mean, dev, th), kLineThreshold),
+            1);
+  // Fewer than 16 values: divisor 0, no finite threshold; an empty plane: all 0.
+  getBinarizationTh(g.data(), 3, 5, &th);
+  EXPECT_FALSE(std::isfinite(th));
+  th = 7;
+  getBinarizationTh(g.data(), 0, 5, &th);
+  EXPECT_EQ(th, 0.0f);
+  EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "getBinarizationTh", ThresholdLine(0, 0, 0),
+                             kLineThreshold),
+            1);
+}
+
+TEST(BorderMask, SmallAndDegeneratePlanes) {
+  void* pool = MThread_Create(4, nullptr, nullptr);
+  for (auto [w, h] : {std::pair{1, 1}, {2, 5}, {5, 2}, {4, 4}, {3, 3}, {6, 3}}) {
+    SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+    const std::vector<float> d(static_cast<size_t>(w) * h, 2.0f);
+    std::vector<float> g(d.size(), 4.0f);
+    std::vector<uint8_t> mask(d.size(), 9), scratch(d.size());
+    getDataGradientAndBorderMask(d.data(), nullptr, w, h, 0, mask.data(), g.data(),
+                                 scratch.data(), pool, 4);
+    EXPECT_EQ(g, std::vector<float>(d.size(), 0.0f));
+    // Fewer than 16 values leave a threshold that nothing reaches.
+    if (w * h < 16) {
+      EXPECT_EQ(mask, std::vector<uint8_t>(d.size(), 0));
+    }
+  }
+  // Empty planes (a zero or negative side) touch nothing, not even through the closing.
+  for (auto [w, h] : {std::pair{0, 5}, {-3, 4}, {-2, -2}}) {
+    getDataGradientAndBorderMask(nullptr, nullptr, w, h, 1, nullptr, nullptr, nullptr, pool, 2);
+  }
+  // A zero depth inside gives an infinite gradient, marked.
+  std::vector<float> d(64, 2.0f), g(64);
+  d[4 * 8 + 4] = 0.0f;
+  d[4 * 8 + 5] = 1.0f;
+  std::vector<uint8_t> mask(64), scratch(64);
+  getDataGradientAndBorderMask(d.data(), nullptr, 8, 8, 0, mask.data(), g.data(), scratch.data(),
+                               nullptr, 1);
+  EXPECT_TRUE(std::isinf(g[4 * 8 + 4]));
+  EXPECT_EQ(mask[4 * 8 + 4], 255);
+  MThread_Destroy(pool);
+}
+
+}  // namespace

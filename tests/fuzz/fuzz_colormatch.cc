@@ -1,0 +1,82 @@
+// Colour matching: tone matching on any small image, channel count and stride; the NV12 luma
+// rewrite with a table that may fail; RGB-to-luma and calibration with any samples (NaN and
+// infinite weights included). Best and lowest vector target agree; refusals leave the image.
+#include <algorithm>
+
+#include "bivista/colormatch.h"
+#include "colormatch/colormatch_internal.h"
+#include "support.h"
+
+namespace {
+
+bool g_failTable = false;
+void* FuzzMalloc(size_t size, uint64_t, uint64_t) { return g_failTable ? nullptr : malloc(size); }
+void FuzzFree(void* p, uint64_t, uint64_t) { free(p); }
+vta_algo_mem_allocator_t g_table{FuzzMalloc, FuzzFree, nullptr};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider p(data, size);
+  const int pick = p.ConsumeIntegralInRange(0, 3);
+  const int ch = pick == 0 ? 1 : pick == 1 ? 3 : bvfuzz::AnyInt(p);
+  const int w = bvfuzz::Dim(p, 0, 80), h = bvfuzz::Dim(p, 0, 9);
+  const int cw = ch == 1 || ch == 3 ? ch : 1;
+  const int stride = w * cw + bvfuzz::Dim(p, 0, 5);
+  const size_t bytes = h > 0 ? static_cast<size_t>(stride) * (h - 1) + static_cast<size_t>(w) * cw : 0;
+  const auto ref = bvfuzz::Buffer<uint8_t>(p, bytes);
+  const auto cor = bvfuzz::Buffer<uint8_t>(p, bytes);
+  g_failTable = p.ConsumeBool();
+  std::vector<uint8_t> tone[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    auto& out = tone[lowest ? 1 : 0];
+    out = cor;
+    imageColorToneMatching(ref.data(), out.data(), w, h, stride, ch, &g_table);
+  });
+  bvfuzz::CheckSame(tone[0], tone[1], "imageColorToneMatching targets differ");
+  if (g_failTable || (ch != 1 && ch != 3))
+    bvfuzz::Check(tone[0] == cor, "refused tone matching wrote the image");
+
+  // NV12: even sizes, stride at least the width, the buffer exactly stride x height x 3 / 2.
+  const int nw = 2 * bvfuzz::Dim(p, 0, 24), nh = 2 * bvfuzz::Dim(p, 0, 5);
+  const int nstride = nw + bvfuzz::Dim(p, 0, 6), mode = bvfuzz::AnyInt(p);
+  const auto nv12 = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(nstride) * nh * 3 / 2);
+  g_failTable = p.ConsumeBool();
+  std::vector<uint8_t> luma[2];
+  int rc[2] = {0, 0};
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    luma[lowest ? 1 : 0] = nv12;
+    rc[lowest ? 1 : 0] = colorImageNV12Adjusting(luma[lowest ? 1 : 0].data(), nw, nh, nstride, mode, &g_table);
+  });
+  bvfuzz::Check(rc[0] == rc[1], "colorImageNV12Adjusting results differ");
+  bvfuzz::CheckSame(luma[0], luma[1], "colorImageNV12Adjusting targets differ");
+  if (rc[0] != 0) bvfuzz::Check(luma[0] == nv12, "refused NV12 rewrite wrote the image");
+
+  // Calibration on any samples, then both conversions with whatever was installed.
+  float saved[7];
+  std::copy(bivista::g_yeqWeights3, bivista::g_yeqWeights3 + 3, saved);
+  std::copy(bivista::g_yeqWeights4, bivista::g_yeqWeights4 + 4, saved + 3);
+  const int n = bvfuzz::Dim(p, 0, 12), withMax = bvfuzz::AnyInt(p);
+  const auto c0 = bvfuzz::Buffer<float>(p, n), c1 = bvfuzz::Buffer<float>(p, n);
+  const auto c2 = bvfuzz::Buffer<float>(p, n), y = bvfuzz::Buffer<float>(p, n);
+  if (yeqCalib(c0.data(), c1.data(), c2.data(), y.data(), n, withMax, 1) != 0) {
+    bvfuzz::Check(std::equal(saved, saved + 3, bivista::g_yeqWeights3) &&
+                      std::equal(saved + 3, saved + 7, bivista::g_yeqWeights4),
+                  "refused calibration changed a weight set");
+  }
+  const int count = bvfuzz::Dim(p, 0, 70);
+  const auto rgb = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(count) * 3);
+  std::vector<uint8_t> y3[2], y4[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    const int i = lowest ? 1 : 0;
+    y3[i].assign(count, 0);
+    y4[i].assign(count, 0);
+    yeqRGBtoY(y3[i].data(), rgb.data(), count);
+    yeqRGBVtoY(y4[i].data(), rgb.data(), count);
+  });
+  bvfuzz::CheckSame(y3[0], y3[1], "yeqRGBtoY targets differ");
+  bvfuzz::CheckSame(y4[0], y4[1], "yeqRGBVtoY targets differ");
+  std::copy(saved, saved + 3, bivista::g_yeqWeights3);
+  std::copy(saved + 3, saved + 7, bivista::g_yeqWeights4);
+  return 0;
+}

@@ -1,0 +1,211 @@
+// Morphology: every engine on any small shape with radii, kernel sizes, strides and iteration
+// counts anywhere in the int range. Vector and lowest target agree, refusals leave the image
+// untouched, the integral engine matches a direct box count.
+#include <stdlib.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "bivista/morphology.h"
+#include "support.h"
+
+namespace {
+
+bool g_failMalloc = false;
+void* HostMalloc(size_t size, uint64_t, uint64_t) { return g_failMalloc ? nullptr : malloc(size); }
+void HostFree(void* p, uint64_t, uint64_t) { free(p); }
+const vta_algo_mem_allocator_t kHost = {HostMalloc, HostFree, nullptr};
+
+using Bytes = std::vector<uint8_t>;
+
+// Box decision of the integral engine, counted pixel by pixel (rows/columns 1.. only).
+Bytes BoxReference(const Bytes& src, int w, int h, int k, bool erode) {
+  const long long r = static_cast<long long>(static_cast<double>(static_cast<float>(
+                          static_cast<long long>(k) - 1) * 0.5f) + 0.5);
+  Bytes out(src.size());
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) {
+      const long long y0 = std::max<long long>(1, y - r), y1 = std::min<long long>(h - 1, y + r);
+      const long long x0 = std::max<long long>(1, x - r), x1 = std::min<long long>(w - 1, x + r);
+      long long s = 0, area = 0;
+      for (long long j = y0; j <= y1; ++j) {
+        for (long long i = x0; i <= x1; ++i, ++area) s += src[static_cast<size_t>(j * w + i)];
+      }
+      out[static_cast<size_t>(y) * w + x] = erode ? s == area : s > 0;
+    }
+  }
+  return out;
+}
+
+// Image of exactly (h - 1) * stride + w bytes (nothing when empty).
+size_t Extent(int w, int h, int stride) {
+  if (w < 1 || h < 1) return 0;
+  return static_cast<size_t>(h - 1) * static_cast<size_t>(stride) + static_cast<size_t>(w);
+}
+
+void Integral(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 70), h = bvfuzz::Dim(p, 0, 70);
+  const int k = bvfuzz::AnyInt(p);
+  const bool erode = p.ConsumeBool();
+  g_failMalloc = p.ConsumeIntegralInRange<int>(0, 15) == 0;
+  Bytes src = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
+  for (auto& b : src) b &= 1;
+  const Bytes before(src.size(), 7);
+  Bytes out[2];
+  int rc[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = before;
+    rc[lowest] = (erode ? ImErode : ImDilate)(&kHost, src.data(), out[lowest].data(), w, h, k);
+  });
+  g_failMalloc = false;
+  bvfuzz::Check(rc[0] == rc[1], "ImErode/ImDilate results differ between targets");
+  bvfuzz::CheckSame(out[0], out[1], "ImErode/ImDilate targets differ");
+  if (rc[0] != 0) {
+    bvfuzz::CheckSame(out[0], before, "refused ImErode/ImDilate wrote its output");
+  } else if (w * h <= 900) {
+    bvfuzz::CheckSame(out[0], BoxReference(src, w, h, k, erode), "ImErode/ImDilate box count");
+  }
+  std::vector<unsigned int> integral(src.size());
+  ImIntegral(src.data(), integral.data(), w, h);
+}
+
+void Counter(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 90), h = bvfuzz::Dim(p, 0, 90);
+  const int kw = bvfuzz::AnyInt(p), kh = bvfuzz::AnyInt(p);
+  const uint8_t v = p.ConsumeIntegral<uint8_t>();
+  const int op = p.ConsumeIntegralInRange<int>(0, 2);
+  const Bytes src = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
+  Bytes out[2];
+  int rc[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = src;
+    if (op == 0) {
+      rc[lowest] = Erosion_Dilation_Function_opt(out[lowest].data(), w, h, kw, kh, v);
+    } else {
+      Bytes in = src;
+      rc[lowest] = (op == 1 ? ImOpen : ImClose)(&kHost, in.data(), out[lowest].data(), w, h, kw);
+      bvfuzz::CheckSame(in, src, "ImOpen/ImClose wrote their source");
+    }
+  });
+  bvfuzz::Check(rc[0] == rc[1], "counter engine results differ between targets");
+  bvfuzz::CheckSame(out[0], out[1], "counter engine targets differ");
+  if (op == 0 && rc[0] != 0) bvfuzz::CheckSame(out[0], src, "refused counter pass wrote its image");
+}
+
+void Fixed(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 80), h = bvfuzz::Dim(p, 0, 40);
+  // Strides from the width up to far above it; with one or two rows any int at all.
+  int stride = w + bvfuzz::Dim(p, 0, 3000);
+  if (h <= 2 && p.ConsumeBool()) stride = std::max(w, bvfuzz::AnyInt(p));
+  if (Extent(w, h, stride) > (size_t{1} << 22)) return;
+  const int op = p.ConsumeIntegralInRange<int>(0, 5);
+  const int iterations = p.ConsumeBool() ? p.ConsumeIntegralInRange<int>(-2, 4)
+                                         : std::numeric_limits<int>::min();
+  const Bytes image = bvfuzz::Buffer<uint8_t>(p, Extent(w, h, stride));
+  Bytes out[2], scratch[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = image;
+    scratch[lowest].assign(image.size(), 0x5A);
+    uint8_t* a = out[lowest].data();
+    uint8_t* s = scratch[lowest].data();
+    switch (op) {
+      case 0: ErodeWith3x3Cross(a, s, w, h, stride, iterations); break;
+      case 1: DilateWith3x3Cross(a, s, w, h, stride, iterations); break;
+      case 2: ErodeWith3x3Rect(a, s, w, h, stride, iterations); break;
+      case 3: DilateWith3x3Rect(a, s, w, h, stride, iterations); break;
+      case 4: ErodeWith5x5Rect(a, s, w, h, stride); break;
+      default: DilateWith5x5Rect(a, s, w, h, stride); break;
+    }
+  });
+  bvfuzz::CheckSame(out[0], out[1], "fixed-kernel targets differ");
+  bvfuzz::CheckSame(scratch[0], scratch[1], "fixed-kernel scratch differs between targets");
+  // Padding bytes beyond the width of each row are never written.
+  for (int y = 0; !image.empty() && y + 1 < h; ++y) {
+    for (size_t i = static_cast<size_t>(y) * stride + w; i < static_cast<size_t>(y + 1) * stride;
+         ++i) {
+      if (out[0][i] != image[i]) bvfuzz::Check(false, "fixed kernel wrote row padding");
+    }
+  }
+}
+
+void Connected(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 50), h = bvfuzz::Dim(p, 0, 50);
+  const uint8_t value = p.ConsumeIntegralInRange<uint8_t>(0, 2);
+  Bytes src = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
+  for (auto& b : src) b %= 3;
+  const size_t n = static_cast<size_t>(w) * h;
+  std::vector<int> labels(n, -5), table(n + 2, -5);
+  int count = -5;
+  (p.ConsumeBool() ? connectTwoPass : connectTwoPass_8)(src.data(), labels.data(), w, h, &count,
+                                                         table.data(), value);
+  bvfuzz::Check(count >= 2 && static_cast<size_t>(count) <= n + 2, "label count out of range");
+  for (size_t i = 0; i < n; ++i) {
+    bvfuzz::Check((labels[i] == 0) == (src[i] != value), "label of a pixel");
+    bvfuzz::Check(labels[i] < count && table[static_cast<size_t>(labels[i])] == labels[i],
+                  "a label is not its own root");
+  }
+}
+
+void Manhattan(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 140), h = bvfuzz::Dim(p, 0, 140);
+  const int op = p.ConsumeIntegralInRange<int>(0, 5);
+  const int n = bvfuzz::AnyInt(p);
+  Bytes image = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
+  if (p.ConsumeBool()) {
+    for (auto& b : image) b = b & 1 ? 255 : 0;
+  }
+  Bytes out[2];
+  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = image;
+    uint8_t* a = out[lowest].data();
+    const auto n8 = static_cast<uint8_t>(n);
+    switch (op) {
+      case 0: bivista_manhattan(a, w, h); break;
+      case 1: Dilate_quick_timesN(a, w, h, n); break;
+      case 2: bvfuzz::Check(Erode_quick_timesN(a, w, h, n8) == a, "Erode_quick_timesN result"); break;
+      case 3: bvfuzz::Check(manhattan(a, w, h, n8) == a, "manhattan result"); break;
+      case 4: bvfuzz::Check(dilate_manh(a, w, h, n8) == a, "dilate_manh result"); break;
+      default: bvfuzz::Check(erode_manh(a, w, h, n8) == a, "erode_manh result"); break;
+    }
+  });
+  bvfuzz::CheckSame(out[0], out[1], "city-block targets differ");
+}
+
+void Legacy(FuzzedDataProvider& p) {
+  const int w = bvfuzz::Dim(p, 0, 24), h = bvfuzz::Dim(p, 0, 24);
+  const int rx = bvfuzz::AnyInt(p), ry = bvfuzz::AnyInt(p);
+  const int op = p.ConsumeIntegralInRange<int>(0, 4);
+  const int stride = w + bvfuzz::Dim(p, 0, 40);
+  const uint8_t v = p.ConsumeIntegral<uint8_t>();
+  const size_t plane = static_cast<size_t>(w) * h;
+  Bytes image = bvfuzz::Buffer<uint8_t>(p, op == 2 || op == 3 ? Extent(w, h, stride) : plane);
+  const Bytes before = image;
+  Bytes copy(plane, 3);
+  switch (op) {
+    case 0: Dilation_Function(image.data(), w, h, rx, ry, copy.data()); break;
+    case 1: Erosion_Function(image.data(), w, h, rx, ry, copy.data()); break;
+    case 2: bvfuzz::Check(dilation(image.data(), w, h, stride, rx, ry) == 0, "dilation failed"); break;
+    case 3: bvfuzz::Check(erosion(image.data(), w, h, stride, rx, ry) == 0, "erosion failed"); break;
+    default: {
+      Bytes dst(plane, 9);
+      Erosion_Dilation_Function(image.data(), w, h, rx, ry, v, dst.data());
+      break;
+    }
+  }
+  if (op < 2 && plane > 0) bvfuzz::CheckSame(copy, before, "copy buffer does not hold the input");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider p(data, size);
+  switch (p.ConsumeIntegralInRange<int>(0, 5)) {
+    case 0: Integral(p); break;
+    case 1: Counter(p); break;
+    case 2: Fixed(p); break;
+    case 3: Connected(p); break;
+    case 4: Manhattan(p); break;
+    default: Legacy(p); break;
+  }
+  return 0;
+}
