@@ -6,6 +6,7 @@
 #include <stdio.h>
 
 #include <string>
+#include <vector>
 
 #include "support/platform_capture.h"
 
@@ -43,20 +44,15 @@ constexpr Message kInvAlloc{"invMtx", 6, 125, "malloced memory for invMtx failed
 constexpr Message kVerbose4{"yeqCalib", 4, 253, "%f, %f, %f, %f\n"};
 constexpr Message kVerbose3{"yeqCalib", 4, 286, "%f, %f, %f\n"};
 
-// The full text of a message with its arguments.
-inline std::string Text(Message m, ...) {
+// A captured line, "level [func.line] text", of a message with its arguments.
+inline std::string Line(Message m, ...) {
   char body[512], full[600];
   va_list ap;
   va_start(ap, m);
   vsnprintf(body, sizeof body, m.format, ap);
   va_end(ap);
-  snprintf(full, sizeof full, "[%s.%-4d] %s", m.func, m.line, body);
+  snprintf(full, sizeof full, "%d [%s.%-4d] %s", m.level, m.func, m.line, body);
   return full;
-}
-
-// The captured lines, in order, as "level text".
-inline std::string Line(const Message& m, const std::string& text) {
-  return std::to_string(m.level) + " " + text;
 }
 
 inline std::vector<std::string> Captured(const bvtest::LogCapture& log) {

@@ -12,6 +12,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "bivista/mem_services.h"
+
 namespace bvgolden {
 
 // 64-bit FNV-1a over what a case hands it. Multi-byte values are taken little-endian, element by
@@ -126,6 +128,20 @@ class Rng {
  private:
   uint64_t s_;
 };
+
+// A host memory table on the C library.
+extern const vta_algo_mem_allocator_t kHeap;
+
+// "<w>x<h>", for case names.
+inline std::string Dims(int w, int h) { return std::to_string(w) + "x" + std::to_string(h); }
+
+// Hashes n elements of a destination filled with `fill` after call(destination) wrote it.
+template <typename T, typename F>
+void Into(Sink& s, size_t n, T fill, F call) {
+  std::vector<T> dst(n, fill);
+  call(dst.data());
+  s.Values(dst);
+}
 
 // Seed from a case name, so that a case's inputs do not depend on the cases before it.
 uint64_t SeedOf(const std::string& name);

@@ -40,7 +40,7 @@ void RestoreSets() {
 BVGOLDEN_CASES(colormatch) {
   for (const Shape& z : {Shape{1, 1, 0}, Shape{7, 5, 3}, Shape{65, 9, 1}, Shape{130, 17, 0},
                          Shape{1030, 520, 2}}) {
-    const std::string name = "tone_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "tone_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       for (int ch : {1, 3, 2}) {
@@ -71,7 +71,7 @@ BVGOLDEN_CASES(colormatch) {
     });
   }
   for (const Shape& z : {Shape{2, 2, 0}, Shape{6, 3, 4}, Shape{34, 10, 0}, Shape{66, 7, 2}}) {
-    const std::string name = "nv12_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "nv12_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       const int stride = z.w + z.pad;

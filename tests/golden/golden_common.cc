@@ -13,13 +13,6 @@
 namespace {
 
 using bvgolden::Sink;
-
-void* TableMalloc(size_t n, uint64_t, uint64_t) { return malloc(n); }
-void TableFree(void* p, uint64_t, uint64_t) { free(p); }
-
-// The text up to the terminator and the bytes after it, as a routine left the buffer.
-void Buffer(Sink& s, const char* b, size_t n) { s.Bytes(b, n); }
-
 }  // namespace
 
 BVGOLDEN_CASES(common) {
@@ -36,8 +29,7 @@ BVGOLDEN_CASES(common) {
     packed_SafeDelete(packed_SafeNew(8));
     // packed_FXN_malloc and packed_FXN_free log their own timing: left out.
     const vta_algo_mem_allocator_t saved = g_memFxn;
-    const vta_algo_mem_allocator_t table{TableMalloc, TableFree, nullptr};
-    update_globalMemFxn(&table);
+    update_globalMemFxn(&bvgolden::kHeap);
     g_memFxn = saved;
     float** f = float2D(3, 5);
     for (int r = 0; r < 3; ++r)
@@ -74,23 +66,23 @@ BVGOLDEN_CASES(common) {
     char d[16];
     auto reset = [&] { memset(d, '#', sizeof d); };
     const char* text = "golden digest";
-    reset(), s.Value(memcpy_s(d, 16, text, 13)), Buffer(s, d, 16);
-    reset(), s.Value(memcpy_s(d, 8, text, 13)), Buffer(s, d, 16);
-    reset(), s.Value(memcpy_s(nullptr, 8, text, 3)), Buffer(s, d, 16);
-    reset(), s.Value(memcpy_s(d + 2, 10, d, 6)), Buffer(s, d, 16);
-    reset(), s.Value(memmove_s(d + 2, 10, d, 6)), Buffer(s, d, 16);
-    reset(), s.Value(memset_s(d, 16, 'z', 20)), Buffer(s, d, 16);
-    reset(), s.Value(memset_s(d, 16, 'z', 5)), Buffer(s, d, 16);
-    reset(), s.Value(strcpy_s(d, 16, text)), Buffer(s, d, 16);
-    reset(), s.Value(strcpy_s(d, 5, text)), Buffer(s, d, 16);
-    reset(), s.Value(strncpy_s(d, 16, text, 4)), Buffer(s, d, 16);
-    reset(), s.Value(strncpy_s(d, 4, text, 4)), Buffer(s, d, 16);
+    reset(), s.Value(memcpy_s(d, 16, text, 13)), s.Bytes(d, 16);
+    reset(), s.Value(memcpy_s(d, 8, text, 13)), s.Bytes(d, 16);
+    reset(), s.Value(memcpy_s(nullptr, 8, text, 3)), s.Bytes(d, 16);
+    reset(), s.Value(memcpy_s(d + 2, 10, d, 6)), s.Bytes(d, 16);
+    reset(), s.Value(memmove_s(d + 2, 10, d, 6)), s.Bytes(d, 16);
+    reset(), s.Value(memset_s(d, 16, 'z', 20)), s.Bytes(d, 16);
+    reset(), s.Value(memset_s(d, 16, 'z', 5)), s.Bytes(d, 16);
+    reset(), s.Value(strcpy_s(d, 16, text)), s.Bytes(d, 16);
+    reset(), s.Value(strcpy_s(d, 5, text)), s.Bytes(d, 16);
+    reset(), s.Value(strncpy_s(d, 16, text, 4)), s.Bytes(d, 16);
+    reset(), s.Value(strncpy_s(d, 4, text, 4)), s.Bytes(d, 16);
     strcpy_s(d, 16, "ab");
-    s.Value(strcat_s(d, 16, "cdef")), Buffer(s, d, 16);
-    s.Value(strcat_s(d, 8, "ghijkl")), Buffer(s, d, 16);
+    s.Value(strcat_s(d, 16, "cdef")), s.Bytes(d, 16);
+    s.Value(strcat_s(d, 8, "ghijkl")), s.Bytes(d, 16);
     strcpy_s(d, 16, "ab");
-    s.Value(strncat_s(d, 16, "cdefgh", 3)), Buffer(s, d, 16);
-    s.Value(strcat_s(d, 16, nullptr)), Buffer(s, d, 16);
+    s.Value(strncat_s(d, 16, "cdefgh", 3)), s.Bytes(d, 16);
+    s.Value(strcat_s(d, 16, nullptr)), s.Bytes(d, 16);
     char tok[] = "a,b;;c,,d";
     rsize_t left = sizeof tok;
     char* state = nullptr;
@@ -100,19 +92,19 @@ BVGOLDEN_CASES(common) {
       s.Value(static_cast<uint64_t>(left));
     }
     s.Value(strtok_s(nullptr, nullptr, ",", &state) == nullptr);
-    reset(), s.Value(sprintf_s(d, 16, "%d-%s-%x", -42, "ab", 255)), Buffer(s, d, 16);
-    reset(), s.Value(sprintf_s(d, 4, "%d", 123456)), Buffer(s, d, 16);
-    reset(), s.Value(snprintf_s(d, 6, "%s", "truncated")), Buffer(s, d, 16);
-    reset(), s.Value(snprintf_s(d, 0, "x")), Buffer(s, d, 16);
-    reset(), s.Value(sprintf_s(d, 16, "%n", nullptr)), Buffer(s, d, 16);
+    reset(), s.Value(sprintf_s(d, 16, "%d-%s-%x", -42, "ab", 255)), s.Bytes(d, 16);
+    reset(), s.Value(sprintf_s(d, 4, "%d", 123456)), s.Bytes(d, 16);
+    reset(), s.Value(snprintf_s(d, 6, "%s", "truncated")), s.Bytes(d, 16);
+    reset(), s.Value(snprintf_s(d, 0, "x")), s.Bytes(d, 16);
+    reset(), s.Value(sprintf_s(d, 16, "%n", nullptr)), s.Bytes(d, 16);
     int a = -1;
     char word[8];
     memset(word, '#', sizeof word);
     s.Value(sscanf_s("17 golden", "%d %s", &a, word, rsize_t(8)));
-    s.Value(a), Buffer(s, word, 8);
+    s.Value(a), s.Bytes(word, 8);
     memset(word, '#', sizeof word);
     s.Value(sscanf_s("17 toolongword", "%d %s", &a, word, rsize_t(4)));
-    Buffer(s, word, 8);
+    s.Bytes(word, 8);
     s.Value(sscanf_s("x", "%n", &a));
   });
 

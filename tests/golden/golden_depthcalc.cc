@@ -119,9 +119,8 @@ BVGOLDEN_CASES(depthcalc) {
       for (int mode = 0; mode < 3; ++mode) {
         for (int form = 0; form < 2; ++form) {
           for (int dir = 0; dir < 5; ++dir) {
-            const std::string name = std::string("calc_") + z.name + "_f" + char('0' + format) +
-                                     "_m" + char('0' + mode) + "_w" + char('0' + form) + "_d" +
-                                     char('0' + dir);
+            const std::string name = std::string("calc_") + z.name + "_f" + std::to_string(format) +
+                                     "_m" + std::to_string(mode) + "_w" + std::to_string(form) + "_d" + std::to_string(dir);
             cases.Add(name, [=](Sink& s) {
               Scene sc(name, z.w, z.h, z.stride, format);
               sc.rec.mode = mode, sc.rec.shiftDirection = dir, sc.calib.warpMatrixForm = form;

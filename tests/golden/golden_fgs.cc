@@ -12,10 +12,6 @@ namespace {
 using bvgolden::Rng;
 using bvgolden::Sink;
 
-void* TableMalloc(size_t size, uint64_t, uint64_t) { return malloc(size); }
-void TableFree(void* p, uint64_t, uint64_t) { free(p); }
-vta_algo_mem_allocator_t g_table{TableMalloc, TableFree, nullptr};
-
 struct Shape {
   int w, h;
 };
@@ -25,7 +21,7 @@ struct Shape {
 BVGOLDEN_CASES(fgs) {
   bvgolden::SharedPool();  // made here, outside any case's log
   for (const Shape& z : {Shape{1, 1}, Shape{2, 7}, Shape{13, 5}, Shape{37, 29}, Shape{70, 33}}) {
-    const std::string name = "fgs_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "fgs_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       const size_t n = static_cast<size_t>(z.w) * z.h;
@@ -39,7 +35,7 @@ BVGOLDEN_CASES(fgs) {
             const std::vector<uint8_t> none(n, 0);
             FGSFilter(masked ? mask.data() : none.data(), data.data(), guide.data(), format, z.h,
                       z.w, 3, 3, threads == 1 ? nullptr : bvgolden::SharedPool(), threads,
-                      &g_table, 8.0f, 100.0f);
+                      &bvgolden::kHeap, 8.0f, 100.0f);
             s.Values(data);
           }
         }
@@ -75,7 +71,7 @@ BVGOLDEN_CASES(fgs) {
     s.Value(_gauss(3.5f, 8.0f));
   });
   for (const Shape& z : {Shape{3, 3}, Shape{17, 16}, Shape{45, 31}, Shape{101, 64}}) {
-    const std::string name = "bordermask_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "bordermask_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       const size_t n = static_cast<size_t>(z.w) * z.h;

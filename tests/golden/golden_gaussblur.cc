@@ -31,7 +31,7 @@ void* Job(void* argument, int index) {
 BVGOLDEN_CASES(gaussblur) {
   bvgolden::SharedPool();  // made here, outside any case's log
   for (const Image& im : {Image{1, 1}, Image{5, 4}, Image{37, 23}, Image{130, 9}, Image{64, 48}}) {
-    const std::string name = "blur_" + std::to_string(im.w) + "x" + std::to_string(im.h);
+    const std::string name = "blur_" + bvgolden::Dims(im.w, im.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       const int stride = im.w + 5;

@@ -16,11 +16,8 @@ struct Shape {
   int w, h;
 };
 
-void* Malloc(size_t size, uint64_t, uint64_t) { return malloc(size); }
-void* NoMalloc(size_t, uint64_t, uint64_t) { return nullptr; }
-void Free(void* p, uint64_t, uint64_t) { free(p); }
-const vta_algo_mem_allocator_t kAllocator = {Malloc, Free, nullptr};
-const vta_algo_mem_allocator_t kFailing = {NoMalloc, Free, nullptr};
+const vta_algo_mem_allocator_t kFailing = {[](size_t, uint64_t, uint64_t) -> void* { return nullptr; },
+                                           [](void* p, uint64_t, uint64_t) { free(p); }, nullptr};
 
 // A depth plane of two surfaces with noise and a guide that mostly follows them.
 void Scene(Rng& rng, int w, int h, std::vector<float>* depth, std::vector<uint8_t>* guide,
@@ -42,7 +39,7 @@ void Scene(Rng& rng, int w, int h, std::vector<float>* depth, std::vector<uint8_
 
 BVGOLDEN_CASES(jwmf) {
   for (const Shape& z : {Shape{1, 1}, Shape{7, 5}, Shape{23, 17}, Shape{40, 9}}) {
-    const std::string name = "core_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "core_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       const size_t n = static_cast<size_t>(z.w) * z.h;
@@ -126,7 +123,7 @@ BVGOLDEN_CASES(jwmf) {
   });
 
   for (const Shape& z : {Shape{2, 2}, Shape{9, 7}, Shape{31, 22}}) {
-    const std::string name = "drivers_" + std::to_string(z.w) + "x" + std::to_string(z.h);
+    const std::string name = "drivers_" + bvgolden::Dims(z.w, z.h);
     cases.Add(name, [=](Sink& s) {
       Rng rng(bvgolden::SeedOf(name));
       std::vector<float> depth;
@@ -142,17 +139,17 @@ BVGOLDEN_CASES(jwmf) {
           std::vector<uint8_t> m = mask;
           uint8_t* mp = masked ? m.data() : nullptr;
           JWMFilterWithImg(d.data(), guide.data(), 1, z.w, z.h, mp, 2, keep, nullptr, 2,
-                           &kAllocator);
+                           &bvgolden::kHeap);
           s.Values(d), s.Values(m);
           d = depth, m = mask;
           std::vector<uint8_t> work(16 * n + 4);
           s.Value(JWMFilterWithImg2(work.data(), work.data() + n, work.data() + 2 * n, d.data(),
                                     guide.data(), 1, z.w, z.h, mp, 3, keep, nullptr, 6,
-                                    &kAllocator));
+                                    &bvgolden::kHeap));
           s.Values(d), s.Values(m);
           d = depth, m = mask;
           JWMFilter(d.data(), z.w, z.h, mp, keep, colours.data(), labels.data(), 256, nullptr, 3,
-                    &kAllocator);
+                    &bvgolden::kHeap);
           s.Values(d), s.Values(m);
           d = depth, m = mask;
           JWMFFilter(d.data(), z.w, z.h, mp, keep, colours.data(), labels.data(), 256, 1, nullptr,
@@ -162,12 +159,12 @@ BVGOLDEN_CASES(jwmf) {
         std::vector<float> d = depth, fwork(4 * n);
         std::vector<uint8_t> m = mask;
         JWMFFilterImage_MaskArea(d.data(), guide.data(), 1, z.w, z.h, m.data(), 4, keep, nullptr,
-                                 2, &kAllocator, fwork.data());
+                                 2, &bvgolden::kHeap, fwork.data());
         s.Values(d), s.Values(m);
         d = depth, m = mask;
         std::vector<float> bwork(4 * n + 1);
         s.Value(JWMFFilterImage_MaskArea2(d.data(), guide.data(), 1, z.w, z.h, m.data(), 4, keep,
-                                          nullptr, keep ? 1 : 2, &kAllocator,
+                                          nullptr, keep ? 1 : 2, &bvgolden::kHeap,
                                           reinterpret_cast<uint8_t*>(bwork.data())));
         s.Values(d), s.Values(m);
       }
@@ -184,7 +181,7 @@ BVGOLDEN_CASES(jwmf) {
       s.Values(d);
       std::vector<float> flat(n, 2.f);
       JWMFilterWithImg(flat.data(), guide.data(), 1, z.w, z.h, nullptr, 2, 0, nullptr, 2,
-                       &kAllocator);
+                       &bvgolden::kHeap);
       s.Values(flat);
     });
   }

@@ -63,6 +63,9 @@ uint64_t SeedOf(const std::string& name) {
   return h;
 }
 
+const vta_algo_mem_allocator_t kHeap{[](size_t n, uint64_t, uint64_t) { return malloc(n); },
+                                     [](void* p, uint64_t, uint64_t) { free(p); }, nullptr};
+
 void* SharedPool() {
   static void* pool = MThread_Create(4, nullptr, nullptr);
   return pool;

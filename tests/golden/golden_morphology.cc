@@ -1,6 +1,4 @@
 // Golden cases of the morphology: every engine on odd sizes, sparse, dense and blobby masks.
-#include <stdlib.h>
-
 #include "bivista/morphology.h"
 #include "golden/golden.h"
 
@@ -8,10 +6,6 @@ namespace {
 
 using bvgolden::Rng;
 using bvgolden::Sink;
-
-void* TableMalloc(size_t n, uint64_t, uint64_t) { return malloc(n); }
-void TableFree(void* p, uint64_t, uint64_t) { free(p); }
-const vta_algo_mem_allocator_t kTable{TableMalloc, TableFree, nullptr};
 
 struct Shape {
   int w, h, percent;
@@ -27,8 +21,7 @@ std::vector<uint8_t> Mask(Rng& rng, const Shape& s, uint8_t on) {
 }
 
 std::string Name(const char* what, const Shape& s) {
-  return std::string(what) + "_" + std::to_string(s.w) + "x" + std::to_string(s.h) + "_" +
-         std::to_string(s.percent);
+  return std::string(what) + "_" + bvgolden::Dims(s.w, s.h) + "_" + std::to_string(s.percent);
 }
 
 }  // namespace
@@ -43,22 +36,13 @@ BVGOLDEN_CASES(morphology) {
       ImIntegral(src.data(), integral.data(), sh.w, sh.h);
       s.Values(integral);
       for (int k : {-3, 0, 1, 3, 4, 7, 25}) {
-        std::vector<uint8_t> dst(src.size(), 0xEE);
-        s.Value(ImErode(&kTable, src.data(), dst.data(), sh.w, sh.h, k));
-        s.Values(dst);
-        dst.assign(src.size(), 0xEE);
-        s.Value(ImDilate(&kTable, src.data(), dst.data(), sh.w, sh.h, k));
-        s.Values(dst);
-        dst.assign(src.size(), 0xEE);
-        s.Value(ImOpen(&kTable, src.data(), dst.data(), sh.w, sh.h, k));
-        s.Values(dst);
-        dst.assign(src.size(), 0xEE);
-        s.Value(ImClose(&kTable, src.data(), dst.data(), sh.w, sh.h, k));
-        s.Values(dst);
+        for (auto f : {ImErode, ImDilate, ImOpen, ImClose}) {
+          bvgolden::Into(s, src.size(), uint8_t(0xEE),
+                         [&](uint8_t* d) { s.Value(f(&bvgolden::kHeap, src.data(), d, sh.w, sh.h, k)); });
+        }
       }
-      std::vector<uint8_t> dst(src.size(), 0xEE);
-      s.Value(ImErode(nullptr, src.data(), dst.data(), sh.w, sh.h, 3));
-      s.Values(dst);
+      bvgolden::Into(s, src.size(), uint8_t(0xEE),
+                     [&](uint8_t* d) { s.Value(ImErode(nullptr, src.data(), d, sh.w, sh.h, 3)); });
       for (int rx : {-1, 0, 1, 2, 6, 300}) {
         for (int ry : {0, 1, 3}) {
           for (uint8_t v : {0, 1}) {
@@ -125,15 +109,11 @@ BVGOLDEN_CASES(morphology) {
         img = src;
         Dilate_quick_timesN(img.data(), sh.w, sh.h, n);
         s.Values(img);
-        img = src;
-        s.Value(Erode_quick_timesN(img.data(), sh.w, sh.h, uint8_t(n)) == img.data());
-        s.Values(img);
-        img = src;
-        s.Value(dilate_manh(img.data(), sh.w, sh.h, uint8_t(n)) == img.data());
-        s.Values(img);
-        img = src;
-        s.Value(erode_manh(img.data(), sh.w, sh.h, uint8_t(n)) == img.data());
-        s.Values(img);
+        for (auto f : {Erode_quick_timesN, dilate_manh, erode_manh}) {
+          img = src;
+          s.Value(f(img.data(), sh.w, sh.h, uint8_t(n)) == img.data());
+          s.Values(img);
+        }
       }
       for (uint8_t v : {0, 255}) {
         img = src;
@@ -149,18 +129,17 @@ BVGOLDEN_CASES(morphology) {
       const std::vector<uint8_t> src = Mask(rng, sh, 255);
       for (int rx : {0, 1, 3}) {
         for (int ry : {0, 2}) {
-          std::vector<uint8_t> img = src, copy(src.size(), 1);
-          Dilation_Function(img.data(), sh.w, sh.h, rx, ry, copy.data());
-          s.Values(img);
-          img = src;
-          Erosion_Function(img.data(), sh.w, sh.h, rx, ry, copy.data());
-          s.Values(img);
-          img = src;
-          s.Value(dilation(img.data(), sh.w, sh.h, sh.w, rx, ry));
-          s.Values(img);
-          img = src;
-          s.Value(erosion(img.data(), sh.w, sh.h, sh.w, rx, ry));
-          s.Values(img);
+          std::vector<uint8_t> img, copy(src.size(), 1);
+          for (auto f : {Dilation_Function, Erosion_Function}) {
+            img = src;
+            f(img.data(), sh.w, sh.h, rx, ry, copy.data());
+            s.Values(img);
+          }
+          for (auto f : {dilation, erosion}) {
+            img = src;
+            s.Value(f(img.data(), sh.w, sh.h, sh.w, rx, ry));
+            s.Values(img);
+          }
           for (uint8_t v : {0, 255}) {
             img = src;
             std::vector<uint8_t> dst(src.size(), 9);

@@ -92,34 +92,19 @@ TEST(Matrix, TransposesAndRotationOnEveryTarget) {
   });
 }
 
-TEST(Matrix, DotNormsUnitVectorsSkewAndIdentity) {
-  const float a[5] = {1.5f, -2.0f, 3.25f, 0.1f, 7.0f}, b[5] = {2.0f, 0.5f, -1.0f, 0.3f, 1e-3f};
-  float dot = -1.0f, empty = -1.0f, want = 0.0f, unit[2] = {9, 9}, norm = -1.0f, keep[3] = {9, 9, 9};
-  for (int i = 0; i < 5; ++i) want = std::fma(a[i], b[i], want);
-  MatDot(a, b, &dot, 5, 1);
-  MatDot(a, b, &empty, 5, 0);
-  EXPECT_TRUE(dot == want && empty == 0.0f);
-  // Squares rounded in float, summed from the end in double.
-  const float v34[2] = {3.0f, 4.0f}, odd[3] = {1.1f, 1e-4f, 3.3f}, zero[3] = {0, 0, 0}, tiny[1] = {1e-5f};
-  double sq = 0;
-  for (int i = 2; i >= 0; --i) sq += static_cast<double>(odd[i] * odd[i]);
-  EXPECT_TRUE(qnorm(odd, 3) == sq && qnorm(v34, 0) == 0.0);
-  EXPECT_TRUE(VectorUnit(v34, unit, &norm, 2) == 0 && norm == 5.0f && unit[0] == 3.0f * (1.0f / 5.0f) && unit[1] == 4.0f * (1.0f / 5.0f));
+// Values on fixed inputs are pinned by the golden digests; here the rules they cannot show.
+TEST(Matrix, RefusalsLeaveTheOutputAndInversesAreInverses) {
+  const float v34[2] = {3.0f, 4.0f}, zero[3] = {0, 0, 0}, tiny[1] = {1e-5f};
+  float empty = -1.0f, norm = -1.0f, keep[3] = {9, 9, 9};
+  MatDot(v34, v34, &empty, 2, 0);
+  EXPECT_TRUE(empty == 0.0f && qnorm(v34, 0) == 0.0);
   // Zero, and a float norm of exactly 1e-5, are refused with the output untouched.
   EXPECT_TRUE(VectorUnit(zero, keep, &norm, 3) == -1 && norm == 0.0f);
   EXPECT_TRUE(VectorUnit(tiny, keep, &norm, 1) == -1 && keep[0] == 9.0f && keep[2] == 9.0f);
-  const float v[3] = {1.0f, -2.0f, 3.0f}, skew[9] = {0, -3, -2, 3, 0, -1, 2, 1, 0};
-  float m[9], e[9];
-  double ed[9];
-  cross_vector(v, m);
-  EXPECT_TRUE(std::equal(m, m + 9, skew));
-  EXPECT_TRUE(set_matrix_eye(e) == e && set_matrix_eye_double(ed) == ed);
-  for (int i = 0; i < 9; ++i) EXPECT_TRUE(e[i] == (i % 4 == 0) && ed[i] == (i % 4 == 0)) << i;
+  double h[9] = {1.1, 2.2, 3.3, 4.4, 5.5, 6.6, 7.7, 8.8, 9.9};
+  EXPECT_TRUE(dScaleMatrix3x3(h, 1e-9) == -1 && h[0] == 1.1 && h[8] == 9.9);
   MatFree(nullptr);
   MatFree(std::malloc(16));
-}
-
-TEST(Matrix, Invert3x3) {
   std::mt19937 rng(3);
   for (int trial = 0; trial < 200; ++trial) {
     const auto a = Random<double>(9, rng);
@@ -132,24 +117,11 @@ TEST(Matrix, Invert3x3) {
       EXPECT_NEAR(static_cast<double>(s), i % 4 == 0 ? 1.0 : 0.0, 1e-9);
     }
   }
-  const double zero[9] = {}, singular[9] = {1, 2, 3, 2, 4, 6, 1, 0, 1};
-  for (const double* m : {zero, singular}) {
-    double keep[9] = {42, 42, 42, 42, 42, 42, 42, 42, 42};
-    EXPECT_TRUE(doInvert3x3(keep, m) == -1 && std::count(keep, keep + 9, 42.0) == 9);
+  const double zero9[9] = {}, singular[9] = {1, 2, 3, 2, 4, 6, 1, 0, 1};
+  for (const double* m : {zero9, singular}) {
+    double out[9] = {42, 42, 42, 42, 42, 42, 42, 42, 42};
+    EXPECT_TRUE(doInvert3x3(out, m) == -1 && std::count(out, out + 9, 42.0) == 9);
   }
-}
-
-TEST(Matrix, ScaleHomographyGoesThroughOneOverSSquared) {
-  const double s = 3.0, q = s * s, u = 1.0 / q, a = u * s, b = u * q;
-  const double h[9] = {1.1, 2.2, 3.3, 4.4, 5.5, 6.6, 7.7, 8.8, 9.9};
-  double g[9];
-  std::memcpy(g, h, sizeof g);
-  ASSERT_EQ(dScaleMatrix3x3(g, s), 0);
-  const double want[9] = {s * h[0] * a, s * h[1] * a, s * h[2] * b, s * h[3] * a, s * h[4] * a,
-                          s * h[5] * b, a * h[6],     a * h[7],     b * h[8]};
-  EXPECT_EQ(0, std::memcmp(g, want, sizeof g));
-  EXPECT_EQ(dScaleMatrix3x3(g, 1e-9), -1);
-  EXPECT_EQ(0, std::memcmp(g, want, sizeof g));
 }
 
 TEST(Matrix, InvertDisparityFlipsFromThresholdPlusAHundredthOnEveryTarget) {

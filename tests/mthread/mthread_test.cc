@@ -22,29 +22,47 @@
 namespace {
 
 using bvtest::LogCapture;
-const char kMthd[] = "ZR481_MTHD";
-const char kXelma[] = "Xelma_Algo";
 
-template <typename T>
-std::string Fmt(const char* format, T value) {
-  char text[96];
-  snprintf(text, sizeof text, format, value);
-  return text;
-}
+// The pool's log lines, one row each.
+struct Message {
+  int priority;
+  const char *tag, *func;
+  int line;
+  const char* format;
+};
+const char kMthd[] = "ZR481_MTHD", kXelma[] = "Xelma_Algo", kCreate[] = "MThread_Create",
+           kDestroy[] = "MThread_Destroy", kBind[] = "MThread_ChangeBindCoreFlag";
+const Message kCreateEnter{3, kXelma, kCreate, 88, "Entering."},
+    kWrongCount{5, kXelma, kCreate, 92, "Wrong Thread Number (%d)!"},
+    kRecordsAlloc{5, kXelma, kCreate, 108, "Failed to Allocate Memory of %d for %d threads!"},
+    kMainAffinity{5, kXelma, kCreate, 117, "Fail to Set CPU Affinity for Main Thead!"},
+    kPoolAlloc{5, kXelma, kCreate, 174, "Failed to Allocate Memory of %d!"},
+    kCreated{3, kXelma, kCreate, 186, "%d / %d threads Created for %p."},
+    kCreateLeave{3, kXelma, kCreate, 187, "Leaving ."},
+    kProcAffinity{5, kMthd, "ThreadProc", 42, "Fail to Set CPU Affinity for Thead %d!\n"},
+    kProcPriority{5, kMthd, "ThreadProc", 47, "Set Priority for Thread %d failed, priority -20!\n"},
+    kDestroyEnter{3, kMthd, kDestroy, 199, "Entering."},
+    kDestroyNull{5, kMthd, kDestroy, 202, "NULL Pointer of Thread Pool."},
+    kDestroyEmpty{5, kMthd, kDestroy, 207, "NULL Pointer / Threads (0) of Thread Pool."},
+    kDestroyed{3, kMthd, kDestroy, 224, "%d threads Destroyed for %p."},
+    kDestroyLeave{3, kMthd, kDestroy, 228, "Leaving ."},
+    kBootRange{6, kMthd, "MThread_Boot", 241, "Thread index %d out of range (%d threads)!"},
+    kSyncRange{6, kMthd, "MThread_Sync", 241, "Thread index %d out of range (%d threads)!"},
+    kBindEnter{3, kMthd, kBind, 330, "Entering."}, kBindNull{5, kMthd, kBind, 333, "NULL Pointer of Thread Pool."},
+    kBindEmpty{5, kMthd, kBind, 337, "NULL Pointer / Threads (0) of Thread Pool."},
+    kBindLeave{3, kMthd, kBind, 346, "Leaving ."};
+
 // One log line as "priority tag [func.line] text".
-std::string L(int priority, const char* tag, const char* func, int line, const std::string& text) {
-  return std::to_string(priority) + " " + tag + " " + bvtest::Msg(func, line, text);
-}
-// Lines of MThread_Create.
-std::string X(int priority, int line, const std::string& text) {
-  return L(priority, kXelma, "MThread_Create", line, text);
+template <typename... A>
+std::string L(const Message& m, A... args) {
+  char text[160];
+  snprintf(text, sizeof text, m.format, args...);
+  return std::to_string(m.priority) + " " + m.tag + " " + bvtest::Msg(m.func, m.line, text);
 }
 // The whole log, order aside (workers log concurrently).
 std::vector<std::string> Logged(const LogCapture& log) {
   std::vector<std::string> got;
-  for (const bvtest::LogLine& l : log.Lines()) {
-    got.push_back(std::to_string(l.priority) + " " + l.tag + " " + l.text);
-  }
+  for (const bvtest::LogLine& l : log.Lines()) got.push_back(std::to_string(l.priority) + " " + l.tag + " " + l.text);
   std::sort(got.begin(), got.end());
   return got;
 }
@@ -136,12 +154,8 @@ TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
     std::vector<int> indices = seen.Indices();
     std::sort(indices.begin(), indices.end());
     EXPECT_EQ(indices, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
-    std::vector<std::string> want = {X(3, 88, "Entering."),
-                                     X(3, 186, Fmt("8 / 8 threads Created for %p.", pool)),
-                                     X(3, 187, "Leaving .")};
-    if (options && !big) {
-      want.push_back(X(5, 117, "Fail to Set CPU Affinity for Main Thead!"));
-    }
+    std::vector<std::string> want = {L(kCreateEnter), L(kCreated, 8, 8, pool), L(kCreateLeave)};
+    if (options && !big) want.push_back(L(kMainAffinity));
     for (const Call& c : seen.calls) {
       const int mode = p->workers[c.index].bindMode;
       EXPECT_EQ(mode, (c.index >= 4) + (options ? 1 : 0)) << c.index;
@@ -150,22 +164,14 @@ TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
       EXPECT_NE(c.thread, std::this_thread::get_id());
       // Mode 2 keeps to the little cluster, mode 1 to the big one where it exists.
       EXPECT_EQ(c.mask & (mode == 2 ? ~0x0Fu : mode == 1 && big ? ~0xF0u : 0u), 0u) << c.index;
-      if (mode == 1 && !big) {
-        want.push_back(L(5, kMthd, "ThreadProc", 42,
-                         Fmt("Fail to Set CPU Affinity for Thead %d!\n", c.index)));
-      }
+      if (mode == 1 && !big) want.push_back(L(kProcAffinity, c.index));
       // Nice -20 needs privilege: either it took effect or the failure was reported.
-      if (options && c.nice != -20) {
-        want.push_back(L(5, kMthd, "ThreadProc", 47,
-                         Fmt("Set Priority for Thread %d failed, priority -20!\n", c.index)));
-      }
+      if (options && c.nice != -20) want.push_back(L(kProcPriority, c.index));
     }
     ExpectLog(log, want);
     log.Clear();
     MThread_Destroy(pool);
-    ExpectLog(log, {L(3, kMthd, "MThread_Destroy", 199, "Entering."),
-                    L(3, kMthd, "MThread_Destroy", 224, Fmt("8 threads Destroyed for %p.", pool)),
-                    L(3, kMthd, "MThread_Destroy", 228, "Leaving .")});
+    ExpectLog(log, {L(kDestroyEnter), L(kDestroyed, 8, pool), L(kDestroyLeave)});
   }
 }
 
@@ -202,10 +208,7 @@ TEST(MThread, IndicesOutsideThePoolAreReportedNotRun) {
   EXPECT_EQ(MThread_Boot(pool, -1, Record, &seen), -1);
   EXPECT_EQ(MThread_Finish(pool, 1, 2, Record, &seen), -1);  // worker 1 runs, 2 is refused
   EXPECT_EQ(seen.Indices(), std::vector<int>{1});
-  const std::string range = "Thread index %d out of range (2 threads)!";
-  const std::string boot = L(6, kMthd, "MThread_Boot", 241, Fmt(range.c_str(), 2));
-  ExpectLog(log, {boot, boot, L(6, kMthd, "MThread_Boot", 241, Fmt(range.c_str(), -1)),
-                  L(6, kMthd, "MThread_Sync", 241, Fmt(range.c_str(), 2))});
+  ExpectLog(log, {L(kBootRange, 2, 2), L(kBootRange, 2, 2), L(kBootRange, -1, 2), L(kSyncRange, 2, 2)});
   MThread_Destroy(pool);
 }
 
@@ -221,14 +224,8 @@ TEST(MThread, NullAndEmptyPoolsAreReportedAndTheHandleFreed) {
   MThread_ChangeBindCoreFlag(empty, 1);
   MThread_Destroy(empty);
   EXPECT_EQ(watch.live(), 0);
-  const std::string null = "NULL Pointer of Thread Pool.";
-  const std::string none = "NULL Pointer / Threads (0) of Thread Pool.";
-  const char* const bind = "MThread_ChangeBindCoreFlag";
-  ExpectLog(log, {L(3, kMthd, bind, 330, "Entering."), L(3, kMthd, bind, 330, "Entering."),
-                  L(3, kMthd, "MThread_Destroy", 199, "Entering."),
-                  L(3, kMthd, "MThread_Destroy", 199, "Entering."),
-                  L(5, kMthd, "MThread_Destroy", 202, null), L(5, kMthd, bind, 333, null),
-                  L(5, kMthd, "MThread_Destroy", 207, none), L(5, kMthd, bind, 337, none)});
+  ExpectLog(log, {L(kBindEnter), L(kBindEnter), L(kDestroyEnter), L(kDestroyEnter), L(kDestroyNull),
+                  L(kBindNull), L(kDestroyEmpty), L(kBindEmpty)});
 }
 
 // Counts below one are refused without touching status; failed allocations are reported and
@@ -239,9 +236,7 @@ TEST(MThread, CreateRefusalsAndAllocationFailures) {
   EXPECT_EQ(MThread_Create(0, nullptr, &status), nullptr);
   EXPECT_EQ(MThread_Create(-3, nullptr, nullptr), nullptr);
   EXPECT_EQ(status, 77);
-  const std::string entering = X(3, 88, "Entering.");
-  ExpectLog(log, {entering, entering, X(5, 92, "Wrong Thread Number (0)!"),
-                  X(5, 92, "Wrong Thread Number (-3)!")});
+  ExpectLog(log, {L(kCreateEnter), L(kCreateEnter), L(kWrongCount, 0), L(kWrongCount, -3)});
   log.Clear();
   const int runs = bvtest::ForEachMallocFailure([](int run) {
     int status = 0;
@@ -251,10 +246,7 @@ TEST(MThread, CreateRefusalsAndAllocationFailures) {
   });
   EXPECT_EQ(runs, 3);
   std::vector<std::string> got = Logged(log);
-  const int records = static_cast<int>(3 * sizeof(MThread_Worker));
-  for (const std::string& want :
-       {X(5, 108, Fmt("Failed to Allocate Memory of %d for 3 threads!", records)),
-        X(5, 174, "Failed to Allocate Memory of 16!")}) {
+  for (const std::string& want : {L(kRecordsAlloc, static_cast<int>(3 * sizeof(MThread_Worker)), 3), L(kPoolAlloc, 16)}) {
     EXPECT_EQ(std::count(got.begin(), got.end(), want), 1) << want;
   }
 }
@@ -266,8 +258,7 @@ TEST(MThread, ChangeBindCoreFlagBindAndName) {
   LogCapture log;
   MThread_ChangeBindCoreFlag(pool, 2);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(static_cast<MThread_Pool*>(pool)->workers[i].bindMode, 2);
-  ExpectLog(log, {L(3, kMthd, "MThread_ChangeBindCoreFlag", 330, "Entering."),
-                  L(3, kMthd, "MThread_ChangeBindCoreFlag", 346, "Leaving .")});
+  ExpectLog(log, {L(kBindEnter), L(kBindLeave)});
   MThread_Destroy(pool);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_ALL), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_LITTLE), 0);

@@ -3,6 +3,7 @@
 #ifndef BIVISTA_TESTS_SUPPORT_ALLOC_TABLE_H
 #define BIVISTA_TESTS_SUPPORT_ALLOC_TABLE_H
 
+#include <gtest/gtest.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -48,10 +49,23 @@ class MallocWatch {
 // Runs body once per allocation it makes, failing the k-th on run k, until a run completes
 // without reaching the armed failure; checks that no run leaks. Returns the number of runs.
 template <typename Body>
-int ForEachMallocFailure(Body body, int maxRuns = 1000);
+int ForEachMallocFailure(Body body, int maxRuns = 1000) {
+  int run = 1;
+  for (; run <= maxRuns; ++run) {
+    bool failed;
+    long live;
+    {  // the check itself is made with the watch off
+      MallocWatch watch;
+      watch.FailAt(run);
+      body(run);
+      failed = watch.failed(), live = watch.live();
+    }
+    EXPECT_EQ(live, 0) << "allocation failure " << run << " leaked";
+    if (!failed) break;
+  }
+  return run;
+}
 
 }  // namespace bvtest
-
-#include "support/alloc_table_inl.h"
 
 #endif

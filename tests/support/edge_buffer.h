@@ -34,10 +34,6 @@ class EdgeBuffer {
   EdgeBuffer(const EdgeBuffer&) = delete;
   EdgeBuffer& operator=(const EdgeBuffer&) = delete;
   uint8_t* data() const { return data_; }
-  template <class T>
-  T* as() const {
-    return reinterpret_cast<T*>(data_);
-  }
 
  private:
   uint8_t* base_ = nullptr;

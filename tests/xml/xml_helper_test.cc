@@ -30,15 +30,11 @@ TEST(Xml, LoadSaveAndRefusals) {
     fputs(text, f);
     fclose(f);
   };
+  // A save and load that succeed are pinned by the golden digests; here every refusal's code and line.
   bvtest::LogCapture log;
   XMLDocument doc, back;
-  write(good, "<calib><cam id=\"2\">text</cam></calib>\n");
-  ASSERT_EQ(Bivista_XmlLoadFile(&doc, good.c_str()), 0);
-  EXPECT_EQ(Bivista_XmlSaveFile(&doc, out.c_str()), 0);
-  ASSERT_EQ(Bivista_XmlLoadFile(&back, out.c_str()), 0);
-  EXPECT_STREQ(back.FirstChildElement("calib")->FirstChildElement("cam")->GetText(), "text");
-  EXPECT_TRUE(log.Lines().empty());
-
+  write(good, "<calib/>");
+  back.Parse("<calib><cam id=\"2\">text</cam></calib>");  // something to write
   // {result, contents written to bad.xml first (null: none), path, document}
   const std::string missing = dir + "/missing.xml";
   const struct { int code; const char* text; const char* path; XMLDocument* d; } loads[] = {
