@@ -103,6 +103,15 @@ TEST(Matrix, RefusalsLeaveTheOutputAndInversesAreInverses) {
   EXPECT_TRUE(VectorUnit(tiny, keep, &norm, 1) == -1 && keep[0] == 9.0f && keep[2] == 9.0f);
   double h[9] = {1.1, 2.2, 3.3, 4.4, 5.5, 6.6, 7.7, 8.8, 9.9};
   EXPECT_TRUE(dScaleMatrix3x3(h, 1e-9) == -1 && h[0] == 1.1 && h[8] == 9.9);
+  // Orders of rounding the digests cannot tell apart: at s = 0.3, (1 / s^2) x s is not 1 / s and
+  // (1 / s^2) x s^2 is not 1; qnorm adds from the last element (1e16 + 2: added first to last,
+  // each one is lost to round-half-even).
+  const double s = 0.3, q = s * s, u = 1.0 / q;
+  ASSERT_EQ(dScaleMatrix3x3(h, s), 0);
+  EXPECT_TRUE(h[0] == s * 1.1 * (u * s) && h[2] == s * 3.3 * (u * q) && h[6] == (u * s) * 7.7 &&
+              h[8] == (u * q) * 9.9);
+  const float big[3] = {1e8f, 1.0f, 1.0f};
+  EXPECT_EQ(qnorm(big, 3), static_cast<double>(big[0] * big[0]) + 2.0);
   MatFree(nullptr);
   MatFree(std::malloc(16));
   std::mt19937 rng(3);
