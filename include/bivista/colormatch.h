@@ -56,7 +56,8 @@ BIVISTA_API void calculateCumHistogram(int* hist0, int* hist1, int* hist2, int c
 /* Matching of one channel: levels 0..254, outputs at most 253. */
 BIVISTA_API void analyseHistogramMatching(int* refCumHist, int* corCumHist, uint8_t* mapTable,
                                           int* offset);
-/* Repairs depopulated stretches of one channel; returns the number of stretches rewritten. */
+/* Repairs depopulated stretches of one channel; returns the number of stretches rewritten. The
+ * offsets may hold any int: the mean of two is taken without overflow. */
 BIVISTA_API int findDepopulatedPosition(int* corHist, uint8_t* mapTable, int* offset);
 /* Moves mapTable[0] and mapTable[255] to the centre of mass of the reference's end ranges. */
 BIVISTA_API void adjustHeadAndTail(int* refHist, uint8_t* mapTable);

@@ -48,7 +48,8 @@ typedef struct MThread_Options {
 } MThread_Options;
 
 /* Makes count workers. Returns the pool or null; *status (when status is non-null) receives the
- * number of workers on success and 1 on failure. Workers 4-7 are bound to the other cluster. */
+ * number of workers on success and 1 on failure. Workers 4-7 are bound to the other cluster.
+ * A count whose records pass 2^31 bytes fails as an allocation safeNew refuses. */
 BIVISTA_API void* MThread_Create(int count, const MThread_Options* options, int* status);
 /* Stops and joins every worker (a busy one finishes its job first) and frees the pool. */
 BIVISTA_API void MThread_Destroy(void* pool);
@@ -56,7 +57,8 @@ BIVISTA_API void MThread_Destroy(void* pool);
 /* Hands one job to worker threadIndex, waiting first for its previous job to end. Null pool:
  * runs function(argument, threadIndex) at once. -1 (logged) for an index outside the pool. */
 BIVISTA_API int MThread_Boot(void* pool, int threadIndex, MThread_Func function, void* argument);
-/* Boots workers first .. first + count - 1 with one function and argument. */
+/* Boots workers first .. first + count - 1 with one function and argument. Ranges here and in
+ * MThread_Sync/MThread_Finish end at INT_MAX (no index lies past it). */
 BIVISTA_API int MThread_Run(void* pool, int first, int count, MThread_Func function,
                             void* argument);
 /* Waits for the jobs of workers first .. first + count - 1 and leaves them idle. */

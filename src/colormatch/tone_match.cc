@@ -172,11 +172,12 @@ int findDepopulatedPosition(int* corHist, uint8_t* mapTable, int* offset) {
     if (length >= 6 && length <= 29) {
       BV_LOGD(kTagAlgo, "findDepopulatedPosition", kLineDepopulated,
               "find depopulate position SE=%d,%d\n", k, last);
-      // Offsets lie in -255..255, so the sum cannot overflow.
-      const int a = offset[k] + offset[last];
-      const int mean = a >= 0 ? (a + 1) / 2 : (a - 1) / 2;
+      // Offsets a caller hands in may lie anywhere: the sum and the levels are taken in 64 bits
+      // (the mean of two ints is an int).
+      const int64_t a = static_cast<int64_t>(offset[k]) + offset[last];
+      const int mean = static_cast<int>(a >= 0 ? (a + 1) / 2 : (a - 1) / 2);
       for (int x = k; x < last; ++x) {
-        const int v = x + mean;
+        const int64_t v = static_cast<int64_t>(x) + mean;
         mapTable[x] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
         offset[x] = mean;
       }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "bivista/mem_services.h"
+#include "common/alloc_size.h"
 #include "common/log_internal.h"
 
 using bivista::kTagMthd;
@@ -104,9 +105,10 @@ void StopAll(MThread_Worker* workers, int created) {
   for (int i = 0; i < created; ++i) StopWorker(&workers[i]);
 }
 
-// Bytes as a 32-bit count, wrapping like the callers' int arithmetic so overflow is refused.
-int Bytes32(int count, size_t size) {
-  return static_cast<int>(static_cast<uint32_t>(count) * static_cast<uint32_t>(size));
+// One past the last index of first .. first + count - 1 that exists as an int.
+int64_t RangeEnd(int first, int count) {
+  const int64_t end = static_cast<int64_t>(first) + count;
+  return end < int64_t{INT32_MAX} + 1 ? end : int64_t{INT32_MAX} + 1;
 }
 
 MThread_Worker* CheckedWorker(void* pool, int threadIndex, const char* func) {
@@ -158,7 +160,8 @@ void* MThread_Create(int count, const MThread_Options* options, int* status) {
     if (status) *status = 1;
     return nullptr;
   }
-  const int bytes = Bytes32(count, sizeof(MThread_Worker));
+  // Records past 2^31 bytes are refused by safeNew, never wrapped to a small block.
+  const int bytes = bivista::SafeNewBytes(count, sizeof(MThread_Worker));
   MThread_Worker* workers = static_cast<MThread_Worker*>(safeNew(bytes));
   if (workers == nullptr) {
     BV_LOGW(kTagXelma, fn, kLineRecordsAlloc, "Failed to Allocate Memory of %d for %d threads!",
@@ -268,8 +271,8 @@ int MThread_Boot(void* pool, int threadIndex, MThread_Func function, void* argum
 
 int MThread_Run(void* pool, int first, int count, MThread_Func function, void* argument) {
   int result = 0;
-  for (int i = first; i < first + count; ++i) {
-    if (MThread_Boot(pool, i, function, argument) != 0) result = -1;
+  for (int64_t i = first; i < RangeEnd(first, count); ++i) {
+    if (MThread_Boot(pool, static_cast<int>(i), function, argument) != 0) result = -1;
   }
   return result;
 }
@@ -277,8 +280,8 @@ int MThread_Run(void* pool, int first, int count, MThread_Func function, void* a
 int MThread_Sync(void* pool, int first, int count) {
   if (pool == nullptr) return 0;
   int result = 0;
-  for (int i = first; i < first + count; ++i) {
-    MThread_Worker* w = CheckedWorker(pool, i, "MThread_Sync");
+  for (int64_t i = first; i < RangeEnd(first, count); ++i) {
+    MThread_Worker* w = CheckedWorker(pool, static_cast<int>(i), "MThread_Sync");
     if (w == nullptr) {
       result = -1;
       continue;

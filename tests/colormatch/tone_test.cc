@@ -168,6 +168,13 @@ TEST(ToneMatching, StagesOnAdversarialHistograms) {
       std::vector<std::string> lines;
       for (auto [s, e] : stretches) lines.push_back(Line(cmtest::kDepopulated, s, e));
       EXPECT_EQ(Captured(log), lines);
+      // Offsets at the int limit: the mean is INT_MAX itself, the levels clamp to 255.
+      if (!stretches.empty()) {
+        std::fill(off.begin(), off.end(), INT32_MAX);
+        for (int i = 0; i < 256; ++i) map[i] = i;
+        findDepopulatedPosition(cor.data(), map.data(), off.data());
+        EXPECT_EQ(map[stretches[0].first], 255);
+      }
       continue;
     }
     const Hist refCum = Cumulate(ref), corCum = Cumulate(cor);

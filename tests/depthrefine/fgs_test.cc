@@ -285,6 +285,8 @@ TEST(FgsFilter, EdgeCasesLeaveDataOrIgnoreTheGuide) {
             8.0f, 100.0f);
   EXPECT_EQ(data, s.data);
   FGSFilter(nullptr, nullptr, nullptr, 0, 0, -4, 3, 3, nullptr, 1, table.table(), 8.0f, 100.0f);
+  // Lines of a negative length form no line starts, on any target.
+  bvtest::ForEachHwyTarget([](const char*) { DREF_FGSFilter1D(nullptr, nullptr, nullptr, 3, -2); });
   // An all-set mask couples every pixel by 0.01 whatever the guide.
   const std::vector<uint8_t> full(120, 1);
   std::vector<float> a = s.data, b = s.data;
@@ -326,6 +328,10 @@ TEST(FgsHelpers, SmallEntriesFollowTheirDefinitions) {
   // Planar builder; fewer than one plane gives entry 0 everywhere but the last column.
   std::vector<float> pw(6, 5.0f);
   DREF_FGSGuideToWeight_plane(pw.data(), px, 2, 3, 0, 8.0f, 2.0f);
+  EXPECT_EQ(pw, (std::vector<float>{-2.0f, -2.0f, 0.0f, -2.0f, -2.0f, 0.0f}));
+  // So does the interleaved builder with fewer than one channel, addressing no pixel.
+  pw.assign(6, 5.0f);
+  DREF_FGSGuideToWeight_yuv(pw.data(), nullptr, 2, 3, -1, 8.0f, 2.0f);
   EXPECT_EQ(pw, (std::vector<float>{-2.0f, -2.0f, 0.0f, -2.0f, -2.0f, 0.0f}));
   // Release only with allocator, tag and pointer.
   AllocTable table;

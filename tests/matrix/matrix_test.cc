@@ -89,6 +89,11 @@ TEST(Matrix, TransposesAndRotationOnEveryTarget) {
         for (const auto* v : {&tf, &tdf, &rot, &stf, &stdf, &srot, &vtf}) EXPECT_TRUE(v->front() == 7.0f && v->back() == 7.0f);
         EXPECT_TRUE(td.front() == 7.0 && td.back() == 7.0 && sd.front() == 7.0 && sd.back() == 7.0);
       }
+    // Doubles past the float range become infinite as a cast makes them, on every target.
+    const std::vector<double> big(16, -1e39);
+    std::vector<float> out(16);
+    dfMatTranspose(big.data(), out.data(), 4, 4);
+    EXPECT_EQ(out, std::vector<float>(16, -HUGE_VALF));
   });
 }
 

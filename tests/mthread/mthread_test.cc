@@ -127,7 +127,9 @@ TEST(MThread, NullPoolRunsEveryJobInlineInOrder) {
   EXPECT_EQ(MThread_Finish(nullptr, 0, 2, Record, &seen), 0);
   EXPECT_EQ(MThread_Sync(nullptr, 0, 4), 0);
   EXPECT_EQ(MThread_Clean(nullptr, 0), 0);
-  EXPECT_EQ(seen.Indices(), (std::vector<int>{3, 5, 6, 7, 0, 1}));
+  // Ranges end at INT_MAX instead of overflowing.
+  EXPECT_EQ(MThread_Finish(nullptr, INT32_MAX - 1, 4, Record, &seen), 0);
+  EXPECT_EQ(seen.Indices(), (std::vector<int>{3, 5, 6, 7, 0, 1, INT32_MAX - 1, INT32_MAX}));
   for (const Call& c : seen.calls) EXPECT_EQ(c.thread, std::this_thread::get_id());
 }
 
@@ -237,6 +239,11 @@ TEST(MThread, CreateRefusalsAndAllocationFailures) {
   EXPECT_EQ(MThread_Create(-3, nullptr, nullptr), nullptr);
   EXPECT_EQ(status, 77);
   ExpectLog(log, {L(kCreateEnter), L(kCreateEnter), L(kWrongCount, 0), L(kWrongCount, -3)});
+  // Records just past 2^32 bytes: refused, not wrapped to a small block.
+  EXPECT_EQ(MThread_Create(static_cast<int>((1ull << 32) / sizeof(MThread_Worker)) + 1, nullptr,
+                           &status),
+            nullptr);
+  EXPECT_EQ(status, 1);
   log.Clear();
   const int runs = bvtest::ForEachMallocFailure([](int run) {
     int status = 0;

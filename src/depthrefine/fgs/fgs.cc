@@ -58,9 +58,13 @@ void GuideWeightsInterleaved(float* weights, const uint8_t* guide, int rows, int
     for (int r = 0; r < rows; ++r) {
       float* o = weights + static_cast<ptrdiff_t>(r) * cols;
       for (int x = 0; x + 1 < cols; ++x) {
-        // No bytes compared without channels: the difference is 0.
+        // No bytes compared without channels: the difference is 0 (and no pixel is addressed).
+        if (channels < 1) {
+          o[x] = table[0];
+          continue;
+        }
         const uint8_t* g = guide + (static_cast<ptrdiff_t>(r) * cols + x) * channels;
-        o[x] = table[channels < 1 ? 0 : fgs::MaxDiff(g, g + channels, channels)];
+        o[x] = table[fgs::MaxDiff(g, g + channels, channels)];
       }
     }
   }

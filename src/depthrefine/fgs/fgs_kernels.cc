@@ -369,6 +369,8 @@ void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
 namespace scalar {
 
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
+  // Lines of no values: no line start is formed (a negative length would step backwards).
+  if (n < 1) return;
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, c + o, n, 1);
@@ -376,6 +378,7 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int,
                       const uint8_t* decayMask, float factor) {
+  if (n < 1) return;
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, work, n, 1);
