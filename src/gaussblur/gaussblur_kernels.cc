@@ -140,11 +140,13 @@ HWY_INLINE V16 VVec(const uint8_t* const* rows, V16 bottom, int x, BV_TAP_PARAMS
   return hn::ShiftRight<8>(acc);
 }
 
-// Columns [R, end) go through vectors; the rest pixel by pixel.
+// Vectors cover columns [R, width - R): whole vectors from R on and one last vector ending at
+// width - R, which may overlap the one before it. Returns the start of that last vector, or -1
+// when the row is too short for one (then every column goes pixel by pixel).
 template <int R>
-HWY_INLINE int VectorEnd(int width) {
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  return width - R >= R + n ? R + (width - 2 * R - n) / n * n + n : R;
+HWY_INLINE int LastVector(int width) {
+  const int last = width - R - static_cast<int>(hn::Lanes(D16()));
+  return last >= R ? last : -1;
 }
 
 template <int R>
@@ -153,10 +155,15 @@ void RowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel) {
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
   BV_SET_TAPS(k);
   const int n = static_cast<int>(hn::Lanes(D16()));
-  const int end = VectorEnd<R>(width);
-  for (int x = R; x < end; x += n) Store8(HVec<R>(src + x, BV_TAP_ARGS), dst + x);
-  for (int x = 0; x < R && x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
-  for (int x = end; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  const int last = LastVector<R>(width);
+  if (last < 0) {
+    for (int x = 0; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+    return;
+  }
+  for (int x = R; x < last; x += n) Store8(HVec<R>(src + x, BV_TAP_ARGS), dst + x);
+  Store8(HVec<R>(src + last, BV_TAP_ARGS), dst + last);
+  for (int x = 0; x < R; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  for (int x = width - R; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
 }
 
 template <int R>
@@ -165,22 +172,15 @@ void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* k
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
   BV_SET_TAPS(k);
   const int n = static_cast<int>(hn::Lanes(D16()));
-  int x = 0;
-  for (; x + n <= width; x += n) {
+  if (width < n) {
+    for (int x = 0; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
+    return;
+  }
+  // dst is none of the rows: an overlapping last vector rewrites the same values.
+  for (int x = 0; x < width - n; x += n) {
     Store8(VVec<R>(rows, Load8(rows[2 * R] + x), x, BV_TAP_ARGS), dst + x);
   }
-  for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
-}
-
-// Columns [begin, end) of the fused rows go through vectors, begin chosen so that the
-// destination stores are aligned; the rest pixel by pixel.
-template <int R>
-HWY_INLINE void AlignedSpan(const uint8_t* dst, int width, int* begin, int* end) {
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  int b = R + static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst + R)) & (n - 1));
-  if (b + n > width - R) b = R;
-  *begin = b;
-  *end = width - R >= b + n ? b + (width - R - b) / n * n : b;
+  Store8(VVec<R>(rows, Load8(rows[2 * R] + width - n), width - n, BV_TAP_ARGS), dst + width - n);
 }
 
 template <int R>
@@ -192,18 +192,27 @@ void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, ui
   for (int j = 0; j < 2 * R; ++j) rows[j] = rowsIn[j];
   BV_SET_TAPS(k);
   const int n = static_cast<int>(hn::Lanes(D16()));
-  int begin = R, end = R;
-  AlignedSpan<R>(dst, width, &begin, &end);
-  for (int x = begin; x < end; x += n) {
+  const int last = LastVector<R>(width);
+  if (last < 0) {
+    for (int x = 0; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+    return;
+  }
+  // hNext may alias rows[0]: the last vector is computed before the loop overwrites any of its
+  // columns and stored after it, so the overlap rewrites the same values.
+  const V16 hLast = HVec<R>(next + last, BV_TAP_ARGS);
+  const V16 vLast = VVec<R>(rows, hLast, last, BV_TAP_ARGS);
+  for (int x = R; x < last; x += n) {
     const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
     const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
     Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
     Store8(v, dst + x);
   }
-  for (int x = 0; x < begin && x < width; ++x) {
+  Store8(hLast, hNext + last);
+  Store8(vLast, dst + last);
+  for (int x = 0; x < R; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+  for (int x = width - R; x < width; ++x) {
     gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
   }
-  for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
 }
 
 #undef BV_TAP_PARAMS
