@@ -1,11 +1,7 @@
 #include "bivista/gaussblur.h"
 
 #include <math.h>
-#include <semaphore.h>
 #include <string.h>
-
-#include <chrono>
-#include <thread>
 
 #include "bivista/mem_services.h"
 #include "bivista/mthread.h"
@@ -39,7 +35,6 @@ constexpr int kLineKernelMalloc = 2886;
 
 constexpr int kMaxKLength = 13;
 constexpr int kLine = 64;  // cache line bytes
-constexpr int kPollMicros = 200;  // longest poll for the workers before the sync sleeps
 
 // Messages and source lines of one kernel size; the texts differ between sizes.
 struct PathText {
@@ -277,24 +272,6 @@ int HeadTail(const PathText& text, const uint8_t* src, uint8_t* dst, int width, 
   return 0;
 }
 
-// After its own strip the caller polls the booted workers' end semaphores for a short while
-// before the sync sleeps on them: a worker that ends soon after would otherwise pay a second
-// wake-up (tens of microseconds when the CPU is idle) on every call. The sync still waits.
-void AwaitWorkers(void* pool, int count) {
-  if (pool == nullptr || count <= 0) return;
-  MThread_Worker* workers = static_cast<MThread_Pool*>(pool)->workers;
-  const auto start = std::chrono::steady_clock::now();
-  for (int t = 0; t < count;) {
-    int value = 0;
-    if (sem_getvalue(&workers[t].end_sem, &value) == 0 && value > 0) {
-      ++t;
-      continue;
-    }
-    if (std::chrono::steady_clock::now() - start > std::chrono::microseconds(kPollMicros)) return;
-    std::this_thread::yield();
-  }
-}
-
 int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* src, uint8_t* dst,
             int width, int height, int srcStride, int dstStride, const uint16_t* kernel, void* pool,
             int thNum, uint8_t* pBuf) {
@@ -438,7 +415,6 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
     if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
   }
   worker(&args[last], last);
-  AwaitWorkers(pool, last);
   MThread_Sync(pool, 0, last);
   const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
                             tailRows, scratch, r);
