@@ -67,10 +67,7 @@ void PrintUsage(FILE* out) {
   PrintModes(out);
 }
 
-int Fail(const std::string& message) {
-  fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
-  return 1;
-}
+int Fail(const std::string& message) { return bvtool::Fail(kProgram, message); }
 
 using bvtool::ParseInt;
 using bvtool::ParseSize;
@@ -372,52 +369,38 @@ int main(int argc, char** argv) {
     return Fail(std::string("unknown mode ") + argv[1] + " (see --help)");
   }
   Options o;
-  bool files = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "--help" || a == "-h") {
-      PrintUsage(stdout);
-      return 0;
-    }
-    if (a == "--version") {
-      PrintBuildInfo();
-      return 0;
-    }
-    if (a == "--verbose") {
-      o.verbose = true;
-      continue;
-    }
-    static const char* const kValued[] = {
-        "--disp", "--conf", "--calib", "--xmap", "--ymap", "--png", "--dump-dir", "--write-sample",
-        "--size", "--image", "--rect", "--stride", "--bits", "--offset", "--frame", "--mode",
-        "--direction", "--flags", "--repeat"};
-    bool known = false;
-    for (const char* k : kValued) known = known || a == k;
-    if (!known) return Fail("unknown option " + a + " (see --help)");
-    const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (v == nullptr) return Fail("option " + a + " needs a value (see --help)");
-    ++i;
-    bool ok = true;
-    if (a == "--disp") o.disp = v, files = true;
-    else if (a == "--conf") o.conf = v, files = true;
-    else if (a == "--calib") o.calib = v, files = true;
-    else if (a == "--xmap") o.xmap = v, files = true;
-    else if (a == "--ymap") o.ymap = v, files = true;
-    else if (a == "--png") o.png = v;
-    else if (a == "--dump-dir") o.dumpDir = v;
-    else if (a == "--write-sample") o.writeSample = v;
-    else if (a == "--size") ok = ParseSize(v, &o.w, &o.h), files = true;
-    else if (a == "--image") ok = ParseSize(v, &o.imageW, &o.imageH);
-    else if (a == "--rect") ok = ParseRect(v, &o.rect), o.haveRect = true;
-    else if (a == "--stride") ok = ParseInt(v, 1, 1 << 20, &o.stride);
-    else if (a == "--bits") ok = ParseInt(v, 8, 16, &o.bits) && (o.bits == 8 || o.bits == 16);
-    else if (a == "--offset") ok = ParseInt(v, -65536, 65536, &o.offset);
-    else if (a == "--frame") ok = ParseInt(v, 0, 1 << 20, &o.frame);
-    else if (a == "--mode") ok = ParseInt(v, -1000, 1000, &o.mode);
-    else if (a == "--direction") ok = ParseInt(v, -1000, 1000, &o.direction);
-    else if (a == "--flags") ok = ParseInt(v, 0, 0xFFFF, &o.flags);
-    else if (a == "--repeat") ok = ParseInt(v, 0, 1000000, &o.repeat);
-    if (!ok) return Fail("bad value '" + std::string(v) + "' for " + a + " (see --help)");
+  bool files = false, version = false;
+  using bvtool::Value;
+  using bvtool::Int;
+  // Inputs that make it a run on the user's files.
+  auto path = [](const char* name, const char** target, bool* given) {
+    return Value(name, [=](const char* v) {
+      if (given != nullptr) *given = true;
+      return *target = v, true;
+    });
+  };
+  const int parsed = bvtool::ParseOptions(
+      argc, argv, kProgram,
+      {bvtool::Flag("--version", &version), bvtool::Flag("--verbose", &o.verbose),
+       path("--disp", &o.disp, &files), path("--conf", &o.conf, &files),
+       path("--calib", &o.calib, &files), path("--xmap", &o.xmap, &files),
+       path("--ymap", &o.ymap, &files), path("--png", &o.png, nullptr),
+       path("--dump-dir", &o.dumpDir, nullptr), path("--write-sample", &o.writeSample, nullptr),
+       Value("--size", [&](const char* v) { return files = true, ParseSize(v, &o.w, &o.h); }),
+       bvtool::Size("--image", &o.imageW, &o.imageH),
+       Value("--rect", [&](const char* v) { return o.haveRect = true, ParseRect(v, &o.rect); }),
+       Int("--stride", 1, 1 << 20, &o.stride),
+       Value("--bits", [&](const char* v) {
+         return ParseInt(v, 8, 16, &o.bits) && (o.bits == 8 || o.bits == 16);
+       }),
+       Int("--offset", -65536, 65536, &o.offset), Int("--frame", 0, 1 << 20, &o.frame),
+       Int("--mode", -1000, 1000, &o.mode), Int("--direction", -1000, 1000, &o.direction),
+       Int("--flags", 0, 0xFFFF, &o.flags), Int("--repeat", 0, 1000000, &o.repeat)},
+      PrintUsage);
+  if (parsed >= 0) return parsed;
+  if (version) {
+    PrintBuildInfo();
+    return 0;
   }
   if (o.writeSample != nullptr) return WriteSample(o.writeSample);
   if (files || o.haveRect) return RunFiles(o);

@@ -313,4 +313,48 @@ bool ParseSize(const char* text, int* w, int* h) {
   return ParseInt(a.c_str(), 1, 65535, w) && ParseInt(x + 1, 1, 65535, h);
 }
 
+Option Flag(const char* name, bool* target) { return Option{name, target, nullptr}; }
+Option Value(const char* name, std::function<bool(const char*)> parse) {
+  return Option{name, nullptr, std::move(parse)};
+}
+Option Text(const char* name, std::string* target) {
+  return Value(name, [target](const char* v) { return *target = v, true; });
+}
+Option Int(const char* name, long lo, long hi, int* target) {
+  return Value(name, [=](const char* v) { return ParseInt(v, lo, hi, target); });
+}
+Option Float(const char* name, double lo, double hi, double* target) {
+  return Value(name, [=](const char* v) { return ParseFloat(v, lo, hi, target); });
+}
+Option Size(const char* name, int* w, int* h) {
+  return Value(name, [=](const char* v) { return ParseSize(v, w, h); });
+}
+
+int Fail(const char* program, const std::string& message) {
+  fprintf(stderr, "%s: %s\n", program, message.c_str());
+  return 1;
+}
+
+int ParseOptions(int argc, char** argv, const char* program, const std::vector<Option>& options,
+                 void (*help)(FILE*)) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--help" || a == "-h") {
+      help(stdout);
+      return 0;
+    }
+    const Option* o = nullptr;
+    for (const Option& k : options) o = o == nullptr && a == k.name ? &k : o;
+    if (o == nullptr) return Fail(program, "unknown option " + a + " (see --help)");
+    if (o->flag != nullptr) {
+      *o->flag = true;
+      continue;
+    }
+    if (i + 1 >= argc) return Fail(program, "option " + a + " needs a value (see --help)");
+    const char* v = argv[++i];
+    if (!o->parse(v)) return Fail(program, "bad value '" + std::string(v) + "' for " + a + " (see --help)");
+  }
+  return -1;
+}
+
 }  // namespace bvtool

@@ -4,7 +4,9 @@
 #define BIVISTA_TOOLS_TOOL_IMAGE_H
 
 #include <stdint.h>
+#include <stdio.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -71,6 +73,28 @@ class Canvas {
 bool ParseInt(const char* text, long lo, long hi, int* out);
 bool ParseFloat(const char* text, double lo, double hi, double* out);
 bool ParseSize(const char* text, int* w, int* h);  // "WxH", 1..65535 each
+
+// One option of a mode: a flag (no value), or a valued option whose parser says whether the
+// value is good.
+struct Option {
+  const char* name;
+  bool* flag;
+  std::function<bool(const char*)> parse;
+};
+Option Flag(const char* name, bool* target);
+Option Value(const char* name, std::function<bool(const char*)> parse);
+Option Text(const char* name, std::string* target);
+Option Int(const char* name, long lo, long hi, int* target);
+Option Float(const char* name, double lo, double hi, double* target);
+Option Size(const char* name, int* w, int* h);
+
+// Prints "<program>: <message>" on stderr; returns the tool's failure code, 1.
+int Fail(const char* program, const std::string& message);
+
+// Parses argv[1 ..] against the options: "-h" or "--help" prints the help and gives 0; an unknown
+// option, a missing value or a bad value fails with one message and gives 1; -1 when all parsed.
+int ParseOptions(int argc, char** argv, const char* program, const std::vector<Option>& options,
+                 void (*help)(FILE*));
 
 }  // namespace bvtool
 

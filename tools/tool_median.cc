@@ -18,10 +18,9 @@ namespace {
 
 constexpr int kSceneW = 640, kSceneH = 480;
 
-int MedianFail(const std::string& message) {
-  fprintf(stderr, "bivista_depthcalc_tool median: %s\n", message.c_str());
-  return 1;
-}
+constexpr char kMode[] = "bivista_depthcalc_tool median";
+
+int MedianFail(const std::string& message) { return bvtool::Fail(kMode, message); }
 
 void Usage(FILE* out) {
   fprintf(out,
@@ -90,40 +89,15 @@ int RunMedian(int argc, char** argv) {
   std::string depthPath, guidePath, maskPath, outPath, rawOut;
   int w = 0, h = 0, radius = 5, threads = 2;
   bool edgeMask = false, keepMask = false, maskArea = false, verbose = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    const bool more = i + 1 < argc;
-    if (a == "--help" || a == "-h") {
-      Usage(stdout);
-      return 0;
-    } else if (a == "--depth" && more) {
-      depthPath = argv[++i];
-    } else if (a == "--guide" && more) {
-      guidePath = argv[++i];
-    } else if (a == "--mask" && more) {
-      maskPath = argv[++i];
-    } else if (a == "--size" && more) {
-      if (!bvtool::ParseSize(argv[++i], &w, &h)) return MedianFail("bad --size");
-    } else if (a == "--radius" && more) {
-      if (!bvtool::ParseInt(argv[++i], 1, 64, &radius)) return MedianFail("bad --radius (1..64)");
-    } else if (a == "--threads" && more) {
-      if (!bvtool::ParseInt(argv[++i], 1, 4, &threads)) return MedianFail("bad --threads (1..4)");
-    } else if (a == "--out" && more) {
-      outPath = argv[++i];
-    } else if (a == "--raw-out" && more) {
-      rawOut = argv[++i];
-    } else if (a == "--edge-mask") {
-      edgeMask = true;
-    } else if (a == "--keep-mask") {
-      keepMask = true;
-    } else if (a == "--mask-area") {
-      maskArea = true;
-    } else if (a == "--verbose") {
-      verbose = true;
-    } else {
-      return MedianFail("unknown or incomplete option " + a + " (see --help)");
-    }
-  }
+  using namespace bvtool;
+  const int parsed = ParseOptions(
+      argc, argv, kMode,
+      {Text("--depth", &depthPath), Text("--guide", &guidePath), Text("--mask", &maskPath),
+       Size("--size", &w, &h), Int("--radius", 1, 64, &radius), Int("--threads", 1, 4, &threads),
+       Text("--out", &outPath), Text("--raw-out", &rawOut), Flag("--edge-mask", &edgeMask),
+       Flag("--keep-mask", &keepMask), Flag("--mask-area", &maskArea), Flag("--verbose", &verbose)},
+      Usage);
+  if (parsed >= 0) return parsed;
   if (depthPath.empty() != guidePath.empty()) return MedianFail("give both --depth and --guide");
   if (!maskPath.empty() && edgeMask) return MedianFail("--mask and --edge-mask exclude each other");
   if (!bvtool::PictureSupported()) return MedianFail("this build has no PNG support");

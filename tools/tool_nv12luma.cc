@@ -14,10 +14,7 @@ namespace {
 
 constexpr char kMode[] = "bivista_depthcalc_tool nv12luma";
 
-int LumaFail(const std::string& message) {
-  fprintf(stderr, "%s: %s\n", kMode, message.c_str());
-  return 1;
-}
+int LumaFail(const std::string& message) { return bvtool::Fail(kMode, message); }
 
 void Help(FILE* out) {
   fprintf(out,
@@ -61,29 +58,14 @@ int RunNv12luma(int argc, char** argv) {
   std::string inPath, outPath, pngPath = "nv12luma.png";
   int width = 0, height = 0, stride = 0, weights = 0;
   bool verbose = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (a == "--help" || a == "-h") {
-      Help(stdout);
-      return 0;
-    }
-    if (a == "--verbose") {
-      verbose = true;
-      continue;
-    }
-    if (v == nullptr) return LumaFail("option " + a + " needs a value (see --help)");
-    ++i;
-    bool ok = true;
-    if (a == "--in") inPath = v;
-    else if (a == "--out") outPath = v;
-    else if (a == "--png") pngPath = v;
-    else if (a == "--size") ok = bvtool::ParseSize(v, &width, &height);
-    else if (a == "--stride") ok = bvtool::ParseInt(v, 1, 65535, &stride);
-    else if (a == "--weights") ok = bvtool::ParseInt(v, 0, 1, &weights);
-    else return LumaFail("unknown option " + a + " (see --help)");
-    if (!ok) return LumaFail("bad value for " + a + ": " + v);
-  }
+  using namespace bvtool;
+  const int parsed = ParseOptions(
+      argc, argv, kMode,
+      {Flag("--verbose", &verbose), Text("--in", &inPath), Text("--out", &outPath),
+       Text("--png", &pngPath), Size("--size", &width, &height),
+       Int("--stride", 1, 65535, &stride), Int("--weights", 0, 1, &weights)},
+      Help);
+  if (parsed >= 0) return parsed;
   bvtool::SetLogMode(verbose ? bvtool::LogMode::kAll : bvtool::LogMode::kWarnings);
   std::vector<uint8_t> nv12;
   std::string error;

@@ -33,13 +33,10 @@ struct SmoothOptions {
   bool maskBorders = false, keepHoles = false, verbose = false;
 };
 
-int Fail(const std::string& message) {
-  fprintf(stderr, "%s: %s\n", kMode, message.c_str());
-  return 1;
-}
+int Fail(const std::string& message) { return bvtool::Fail(kMode, message); }
 
-void PrintUsage() {
-  printf(
+void PrintUsage(FILE* out) {
+  fprintf(out,
       "usage: %s [--depth FILE --guide FILE] [options]\n"
       "Smooths a depth or disparity map under the edges of its guide photo (fast global smoother)\n"
       "and marks its borders (relative gradient, closed mask). Without files it runs on a built-in\n"
@@ -146,27 +143,19 @@ void ReportErrors(const bvtool::RefineScene& sc, const std::vector<float>& befor
 
 int RunSmooth(int argc, char** argv) {
   SmoothOptions o;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "--help" || a == "-h") return PrintUsage(), 0;
-    if (a == "--mask-borders") { o.maskBorders = true; continue; }
-    if (a == "--verbose") { o.verbose = true; continue; }
-    if (a == "--keep-holes") { o.keepHoles = true; continue; }
-    const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (v == nullptr) return Fail("option " + a + " needs a value (see --help)");
-    ++i;
-    bool ok = true;
-    if (a == "--depth") o.depth = v;
-    else if (a == "--guide") o.guide = v;
-    else if (a == "--out") o.out = v;
-    else if (a == "--size") ok = bvtool::ParseSize(v, &o.w, &o.h);
-    else if (a == "--lambda") ok = bvtool::ParseFloat(v, 0.0, 1e6, &o.lambda);
-    else if (a == "--sigma") ok = bvtool::ParseFloat(v, 0.01, 1e4, &o.sigma);
-    else if (a == "--iterations") ok = bvtool::ParseInt(v, 1, 20, &o.iterations);
-    else if (a == "--threads") ok = bvtool::ParseInt(v, 1, 4, &o.threads);
-    else return Fail("unknown option " + a + " (see --help)");
-    if (!ok) return Fail("bad value '" + std::string(v) + "' for " + a + " (see --help)");
-  }
+  using namespace bvtool;
+  auto path = [](const char* name, const char** target) {
+    return Value(name, [target](const char* v) { return *target = v, true; });
+  };
+  const int parsed = ParseOptions(
+      argc, argv, kMode,
+      {Flag("--mask-borders", &o.maskBorders), Flag("--verbose", &o.verbose),
+       Flag("--keep-holes", &o.keepHoles), path("--depth", &o.depth), path("--guide", &o.guide),
+       path("--out", &o.out), Size("--size", &o.w, &o.h), Float("--lambda", 0.0, 1e6, &o.lambda),
+       Float("--sigma", 0.01, 1e4, &o.sigma), Int("--iterations", 1, 20, &o.iterations),
+       Int("--threads", 1, 4, &o.threads)},
+      PrintUsage);
+  if (parsed >= 0) return parsed;
   if ((o.depth == nullptr) != (o.guide == nullptr)) return Fail("give both --depth and --guide");
   bvtool::SetLogMode(o.verbose ? bvtool::LogMode::kAll : bvtool::LogMode::kWarnings);
 

@@ -15,10 +15,7 @@ namespace {
 
 constexpr char kMode[] = "bivista_depthcalc_tool tonematch";
 
-int ToneFail(const std::string& message) {
-  fprintf(stderr, "%s: %s\n", kMode, message.c_str());
-  return 1;
-}
+int ToneFail(const std::string& message) { return bvtool::Fail(kMode, message); }
 
 void Help(FILE* out) {
   fprintf(out,
@@ -84,29 +81,13 @@ int RunTonematch(int argc, char** argv) {
   std::string refPath, corPath, outPath, plotPath = "tonematch_plot.png";
   int width = 640, height = 480;
   bool verbose = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (a == "--help" || a == "-h") {
-      Help(stdout);
-      return 0;
-    }
-    if (a == "--verbose") {
-      verbose = true;
-      continue;
-    }
-    if (v == nullptr) return ToneFail("option " + a + " needs a value (see --help)");
-    ++i;
-    if (a == "--ref") refPath = v;
-    else if (a == "--cor") corPath = v;
-    else if (a == "--out") outPath = v;
-    else if (a == "--plot") plotPath = v;
-    else if (a == "--size") {
-      if (!bvtool::ParseSize(v, &width, &height)) return ToneFail("bad --size " + std::string(v));
-    } else {
-      return ToneFail("unknown option " + a + " (see --help)");
-    }
-  }
+  using namespace bvtool;
+  const int parsed = ParseOptions(
+      argc, argv, kMode,
+      {Flag("--verbose", &verbose), Text("--ref", &refPath), Text("--cor", &corPath),
+       Text("--out", &outPath), Text("--plot", &plotPath), Size("--size", &width, &height)},
+      Help);
+  if (parsed >= 0) return parsed;
   if (!bvtool::PictureSupported()) return ToneFail("this build has no PNG support");
   if (refPath.empty() != corPath.empty()) return ToneFail("give both --ref and --cor, or neither");
   bvtool::SetLogMode(verbose ? bvtool::LogMode::kAll : bvtool::LogMode::kWarnings);

@@ -43,23 +43,28 @@ void FillDisparity(const DisparityType& rec, const BIVISTA_Rect& r, int w, int h
   }
 }
 
+// The two running sums are not adjacent: as a pair the compiler keeps them packed in one vector
+// register through the walk, adding two shuffles to each step of their dependency chains.
 struct Sums {
   float x = 0.0f;
-  float y = 0.0f;
   int count = 0;
+  float y = 0.0f;
 };
 
+// Landing indices are computed a block of rows at a time into a buffer on the stack (a row of
+// any map fits).
+constexpr int kTargetBlock = 4096;
+
 // Forward form: the field is read where the sample lands. Inverse form: the sample's own field
-// is used and the disparity is read where it lands.
-// count starts at the area's w x h; an inverted area (w or h not above 0) has no sample to walk.
+// is used and the disparity is read where it lands. Samples i0 .. i0 + n - 1, their targets from
+// target[0], added to the running sums in sample order.
 template <bool Forward, int Dir>
-Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t* target, int w,
-              int h) {
-  Sums s;
-  s.count = w * h;
-  const int n = w > 0 && h > 0 ? w * h : 0;
-  for (int i = 0; i < n; ++i) {
-    const int t = target[i];
+void WalkSums(const float* disp, const float* vx, const float* vy, const int32_t* target, int w,
+              int i0, int n, Sums* sums) {
+  Sums s = *sums;
+  for (int k = 0; k < n; ++k) {
+    const int i = i0 + k;
+    const int t = target[k];
     if (t < 0) {
       --s.count;
       continue;
@@ -80,20 +85,38 @@ Sums WalkSums(const float* disp, const float* vx, const float* vy, const int32_t
       if (Dir == 3) { s.x += fx - D; s.y += fy; }
     }
   }
-  return s;
+  *sums = s;
 }
 
 // Target of every sample as an index into the area, -1 when it falls outside; a separate pass
-// so that the sums are a plain walk. Forward form: the sample's disparity carries it along the
-// pair's axis. Inverse form: the sample moves by its own field.
+// per block of rows so that the sums are a plain walk. Forward form: the sample's disparity
+// carries it along the pair's axis. Inverse form: the sample moves by its own field.
 template <bool Forward, int Dir>
-Sums SumsOf(const float* disp, const float* vx, const float* vy, int32_t* target, int w, int h) {
-  if (Forward) {
-    LandingTargets(Dir <= 1 ? disp : nullptr, Dir <= 1 ? nullptr : disp, w, h, target);
-  } else {
-    LandingTargets(vy, vx, w, h, target);
+Sums SumsOf(const float* disp, const float* vx, const float* vy, int w, int h) {
+  Sums s;
+  s.count = w * h;
+  if (w <= 0 || h <= 0) return s;  // an inverted area has no sample to walk
+  const float* rowAdd = Forward ? (Dir <= 1 ? disp : nullptr) : vy;
+  const float* colAdd = Forward ? (Dir <= 1 ? nullptr : disp) : vx;
+  int32_t target[kTargetBlock];
+  if (w > kTargetBlock) {
+    // Rows wider than the block (areas far beyond any map): a sample at a time.
+    for (int r = 0; r < h; ++r) {
+      for (int c = 0; c < w; ++c) {
+        const int i = r * w + c;
+        target[0] = LandingTarget(rowAdd, colAdd, r, c, i, w, h);
+        WalkSums<Forward, Dir>(disp, vx, vy, target, w, i, 1, &s);
+      }
+    }
+    return s;
   }
-  return WalkSums<Forward, Dir>(disp, vx, vy, target, w, h);
+  const int rows = kTargetBlock / w;
+  for (int r0 = 0; r0 < h; r0 += rows) {
+    const int n = rows < h - r0 ? rows : h - r0;
+    LandingTargets(rowAdd, colAdd, w, h, r0, n, target);
+    WalkSums<Forward, Dir>(disp, vx, vy, target, w, r0 * w, n * w, &s);
+  }
+  return s;
 }
 
 // Forward form, directions 2 and 3: the disparity moves a sample along its own row, so the
@@ -121,21 +144,21 @@ void WalkForwardRow(const float* disp, const float* vx, const float* vy, const i
   s->count = count;
 }
 
-Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy,
-               int32_t* target, int w, int h) {
+Sums ShiftSums(Form form, int dir, const float* disp, const float* vx, const float* vy, int w,
+               int h) {
   if (form == Form::kForward) {
     switch (dir) {
-      case 0: return SumsOf<true, 0>(disp, vx, vy, target, w, h);
-      case 1: return SumsOf<true, 1>(disp, vx, vy, target, w, h);
-      case 2: return SumsOf<true, 2>(disp, vx, vy, target, w, h);
-      case 3: return SumsOf<true, 3>(disp, vx, vy, target, w, h);
+      case 0: return SumsOf<true, 0>(disp, vx, vy, w, h);
+      case 1: return SumsOf<true, 1>(disp, vx, vy, w, h);
+      case 2: return SumsOf<true, 2>(disp, vx, vy, w, h);
+      case 3: return SumsOf<true, 3>(disp, vx, vy, w, h);
     }
   } else if (form == Form::kInverse) {
     switch (dir) {
-      case 0: return SumsOf<false, 0>(disp, vx, vy, target, w, h);
-      case 1: return SumsOf<false, 1>(disp, vx, vy, target, w, h);
-      case 2: return SumsOf<false, 2>(disp, vx, vy, target, w, h);
-      case 3: return SumsOf<false, 3>(disp, vx, vy, target, w, h);
+      case 0: return SumsOf<false, 0>(disp, vx, vy, w, h);
+      case 1: return SumsOf<false, 1>(disp, vx, vy, w, h);
+      case 2: return SumsOf<false, 2>(disp, vx, vy, w, h);
+      case 3: return SumsOf<false, 3>(disp, vx, vy, w, h);
     }
   }
   Sums none;
@@ -249,16 +272,15 @@ void GuardedVxVyRow(const float* H, float eps, int x0, float Y, int w, float* rx
   }
 }
 
-// Row-local shift (see RowLocal): disparity, field, landing columns and sums one row at a time,
-// so that all of it stays in the first-level cache. rows holds 4 x w floats.
-Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const float* H, int xoff,
-                  int yoff, float* rows) {
+// Row-local shift (see RowLocal): disparity, field, landing columns and sums one row at a time
+// in the first row of each plane, so that all of it stays in the first-level cache.
+// The sums go out through a pointer: a returned pair of floats travels packed in one register,
+// and the compiler then keeps the two running sums packed through the whole walk.
+void RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const float* H, int xoff,
+                  int yoff, float* disp, float* vx, float* vy, Sums* out) {
   const int w = rect.right - rect.left + 1;
   const int h = rect.bottom - rect.top + 1;
-  float* disp = rows;
-  float* vx = disp + w;
-  float* vy = vx + w;
-  int32_t* col = reinterpret_cast<int32_t*>(vy + w);
+  int32_t col[kTargetBlock];
   const float eps = EpsilonAsFloat();
   const int x0 = rect.left + xoff;
   // Disparities are quarter pixels; below 2^20 the landing columns are exact in float lanes.
@@ -275,7 +297,7 @@ Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
     if (quarter) {
       LandingColumnsQuarter(disp, w, col);
     } else {
-      LandingTargets(nullptr, disp, w, 1, col);
+      LandingTargets(nullptr, disp, w, 1, 0, 1, col);
     }
     if (rec.shiftDirection == 2) {
       WalkForwardRow<2>(disp, vx, vy, col, w, &s);
@@ -283,7 +305,7 @@ Sums RowLocalSums(const DisparityType& rec, const BIVISTA_Rect& rect, const floa
       WalkForwardRow<3>(disp, vx, vy, col, w, &s);
     }
   }
-  return s;
+  *out = s;
 }
 }  // namespace
 
@@ -302,35 +324,37 @@ void calcAreaVxVy(const float* H, const BIVISTA_Rect& rect, int xoff, int yoff, 
 
 int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
                       const BIVISTA_Rect& rect, float* averShiftX, float* averShiftY) {
-  // An inverted rectangle far from the map has sides and a plane size beyond 32 bits: sized in
-  // 64 bits, such a plane is refused by the allocator (an empty area of a size that fits is
-  // allocated and walked as empty).
+  // Sides and plane sizes in 64 bits: an inverted rectangle far from the map has sides beyond
+  // 32 bits, and its planes are refused by the allocator. Sides held to 2^28 either way keep the
+  // product exact and refused all the same.
   const int64_t w64 = static_cast<int64_t>(rect.right) - rect.left + 1;
   const int64_t h64 = static_cast<int64_t>(rect.bottom) - rect.top + 1;
-  const bool empty = w64 <= 0 || h64 <= 0;
-  // One block for the three planes and the landing index of every sample: one allocation to
-  // fail or free.
-  // The row-local case needs four rows instead.
-  const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
-  const bool rowLocal = !empty && RowLocal(form, rec.shiftDirection);
-  // Sides held to 2^28 either way keep the product exact in 64 bits and refused all the same.
   constexpr int64_t kSideCap = int64_t{1} << 28;
   const int64_t cw = std::min(std::max(w64, -kSideCap), kSideCap);
   const int64_t ch = std::min(std::max(h64, -kSideCap), kSideCap);
-  const int64_t plane64 = rowLocal ? w64 : cw * ch;
-  float* disp = static_cast<float*>(
-      SafeNewSize(plane64 * 4 * static_cast<int64_t>(sizeof(float))));
-  if (disp == nullptr) {
-    BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
-    return -1;
+  const int64_t bytes = cw * ch * static_cast<int64_t>(sizeof(float));
+  // The disparity plane, vx and vy: one allocation each, as the host's allocator sees them; a
+  // failure frees what was taken. The row-local case uses the first row of each.
+  float* planes[3] = {nullptr, nullptr, nullptr};
+  for (float*& p : planes) {
+    p = static_cast<float*>(SafeNewSize(bytes));
+    if (p == nullptr) {
+      BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransMalloc, "malloc failed");
+      for (float* q : planes) safeDelete(q);
+      return -1;
+    }
   }
+  float* disp = planes[0];
+  float* vx = planes[1];
+  float* vy = planes[2];
   // Allocated, the plane fits 32 bits, and so do w and h (both positive, or both negative).
   const int w = static_cast<int>(w64), h = static_cast<int>(h64);
-  const int plane = static_cast<int>(plane64);
-  float* vx = disp + plane;
-  float* vy = vx + plane;
-  int32_t* target = reinterpret_cast<int32_t*>(vy + plane);
+  const bool empty = w <= 0 || h <= 0;
+  const Form form = ShiftForm(rec.mode, calib.warpMatrixForm);
+  // The row-local walk keeps a row's landing columns on the stack.
+  const bool rowLocal = !empty && w <= kTargetBlock && RowLocal(form, rec.shiftDirection);
   if (!rowLocal && !empty) FillDisparity(rec, rect, w, h, disp);
+
 
   // Square and wide maps are centred in a 4:3 frame.
   const int W = rec.width;
@@ -343,17 +367,17 @@ int TransDispariyArea(const DisparityType& rec, const BIVISTA_CalibParam& calib,
   float H[9];
   if (CalcVxVy(rec.mode, calib, fixW, fixH, H) != 0) {
     BV_LOGE(kTagAlgo, "TransDispariyArea", kLineTransCalcVxVy, "CalcVxVy failed in TransDispariyArea");
-    safeDelete(disp);
+    for (float* q : planes) safeDelete(q);
     return -1;
   }
   Sums s;
   if (rowLocal) {
-    s = RowLocalSums(rec, rect, H, (fixW - W) / 2, (fixH - Hd) / 2, disp);
+    RowLocalSums(rec, rect, H, (fixW - W) / 2, (fixH - Hd) / 2, disp, vx, vy, &s);
   } else {
     calcAreaVxVy(H, rect, (fixW - W) / 2, (fixH - Hd) / 2, vx, vy);
-    s = ShiftSums(form, rec.shiftDirection, disp, vx, vy, target, w, h);
+    s = ShiftSums(form, rec.shiftDirection, disp, vx, vy, w, h);
   }
-  safeDelete(disp);
+  for (float* q : planes) safeDelete(q);
   if (s.count == 0) {
     // Nothing landed inside the area: no measured shift rather than a not-a-number.
     *averShiftX = 0.0f;

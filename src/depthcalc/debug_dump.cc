@@ -66,7 +66,9 @@ extern "C" int writeFile(const char* path, const uint8_t* data, int rowBytes, in
   // An inverted area has a negative width: its rows are written as empty (short) rows.
   const size_t bytes = rowBytes > 0 ? static_cast<size_t>(rowBytes) : 0;
   for (int i = 0; i < rows; ++i) {
-    if (fwrite(data + static_cast<ptrdiff_t>(i) * stride, bytes, 1, f) != 1) {
+    // An empty row writes nothing and reports the short write fwrite would; no row pointer is
+    // formed (the data may be null).
+    if (bytes == 0 || fwrite(data + static_cast<ptrdiff_t>(i) * stride, bytes, 1, f) != 1) {
       BV_LOGW(kTagAlgo, "writeFile", kLineWriteShort, "write end");
     }
   }

@@ -17,13 +17,6 @@
 namespace bivista {
 namespace elem {
 
-inline int32_t Target(const float* rowAdd, const float* colAdd, int r, int c, size_t i, int w,
-                      int h) {
-  const int r2 = rowAdd != nullptr ? LandIndex(static_cast<double>(r) + rowAdd[i], h) : r;
-  const int c2 = colAdd != nullptr ? LandIndex(static_cast<double>(c) + colAdd[i], w) : c;
-  return (r2 | c2) < 0 ? -1 : r2 * w + c2;
-}
-
 inline bool VxVy(const float* H, float eps, float X, float Y, float* vx, float* vy) {
   const float z = H[6] * X + H[7] * Y + H[8];
   *vx = (H[0] * X + H[1] * Y + H[2]) / z - X;
@@ -81,7 +74,8 @@ HWY_INLINE hn::Vec<hn::Rebind<int32_t, DD>> LandLanes(DD dd, V v, int n) {
 }
 
 template <bool kRow, bool kCol>
-void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
+void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+              int32_t* target) {
   const hn::ScalableTag<double> dd;
   const hn::Rebind<float, decltype(dd)> df;
   const hn::Rebind<int32_t, decltype(dd)> di;
@@ -90,8 +84,9 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
   const auto minus1 = hn::Set(di, -1);
   const auto stepD = hn::Set(dd, static_cast<double>(N));
   const auto stepI = hn::Set(di, N);
-  for (int r = 0; r < h; ++r) {
+  for (int r = r0; r < r0 + rows; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
+    int32_t* out = target + static_cast<size_t>(r - r0) * w;
     const auto vr = hn::Set(dd, static_cast<double>(r));
     // Columns stepped a vector at a time (exact: small integers); Iota goes through memory.
     auto cd = hn::Iota(dd, 0.0);
@@ -106,24 +101,26 @@ void TargetsT(const float* rowAdd, const float* colAdd, int w, int h, int32_t* t
                                        w)
                            : ci;
       const auto outside = hn::Lt(hn::Or(r2, c2), hn::Zero(di));
-      hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, target + i);
+      hn::StoreU(hn::IfThenElse(outside, minus1, hn::Add(hn::Mul(r2, vw), c2)), di, out + c);
     }
-    for (; c < w; ++c) target[row + c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    for (; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 }
 #endif
 
-void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+                    int32_t* target) {
 #if HWY_HAVE_FLOAT64
   if (rowAdd != nullptr && colAdd != nullptr)
-    return TargetsT<true, true>(rowAdd, colAdd, w, h, target);
-  if (rowAdd != nullptr) return TargetsT<true, false>(rowAdd, colAdd, w, h, target);
-  if (colAdd != nullptr) return TargetsT<false, true>(rowAdd, colAdd, w, h, target);
-  return TargetsT<false, false>(rowAdd, colAdd, w, h, target);
+    return TargetsT<true, true>(rowAdd, colAdd, w, h, r0, rows, target);
+  if (rowAdd != nullptr) return TargetsT<true, false>(rowAdd, colAdd, w, h, r0, rows, target);
+  if (colAdd != nullptr) return TargetsT<false, true>(rowAdd, colAdd, w, h, r0, rows, target);
+  return TargetsT<false, false>(rowAdd, colAdd, w, h, r0, rows, target);
 #else
-  for (int r = 0; r < h; ++r) {
+  for (int r = r0; r < r0 + rows; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
-    for (int c = 0; c < w; ++c) target[row + c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    int32_t* out = target + static_cast<size_t>(r - r0) * w;
+    for (int c = 0; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 #endif
 }
@@ -337,8 +334,9 @@ HWY_EXPORT(SearchLeast16);
 HWY_EXPORT(MultiDepthBins8);
 HWY_EXPORT(MultiDepthBins16);
 
-void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
-  HWY_DYNAMIC_DISPATCH(LandingTargets)(rowAdd, colAdd, w, h, target);
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+                    int32_t* target) {
+  HWY_DYNAMIC_DISPATCH(LandingTargets)(rowAdd, colAdd, w, h, r0, rows, target);
 }
 void LandingColumnsQuarter(const float* add, int w, int32_t* col) {
   HWY_DYNAMIC_DISPATCH(LandingColumnsQuarter)(add, w, col);
@@ -368,10 +366,12 @@ void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins) {
 
 namespace scalar {
 
-void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target) {
-  for (int r = 0; r < h; ++r) {
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+                    int32_t* target) {
+  for (int r = r0; r < r0 + rows; ++r) {
     const size_t row = static_cast<size_t>(r) * w;
-    for (int c = 0; c < w; ++c) target[row + c] = elem::Target(rowAdd, colAdd, r, c, row + c, w, h);
+    int32_t* out = target + static_cast<size_t>(r - r0) * w;
+    for (int c = 0; c < w; ++c) out[c] = LandingTarget(rowAdd, colAdd, r, c, row + c, w, h);
   }
 }
 

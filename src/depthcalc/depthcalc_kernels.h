@@ -3,6 +3,7 @@
 #ifndef BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
 #define BIVISTA_SRC_DEPTHCALC_DEPTHCALC_KERNELS_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 namespace bivista {
@@ -25,10 +26,20 @@ inline int LandIndex(double v, int n) {
   return i < n ? i : -1;
 }
 
-// Landing index r2 * w + c2 of every sample of a w x h area, -1 when it falls outside.
-// r2 = LandIndex(r + rowAdd[r * w + c], h), or r when rowAdd is null; likewise
-// c2 = LandIndex(c + colAdd[r * w + c], w), or c when colAdd is null.
-void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
+// Landing index r2 * w + c2 of the sample at row r, column c (index i) of a w x h area, -1 when
+// it falls outside; see LandingTargets.
+inline int32_t LandingTarget(const float* rowAdd, const float* colAdd, int r, int c, size_t i,
+                             int w, int h) {
+  const int r2 = rowAdd != nullptr ? LandIndex(static_cast<double>(r) + rowAdd[i], h) : r;
+  const int c2 = colAdd != nullptr ? LandIndex(static_cast<double>(c) + colAdd[i], w) : c;
+  return (r2 | c2) < 0 ? -1 : r2 * w + c2;
+}
+
+// Landing index r2 * w + c2 of every sample of rows r0 .. r0 + rows - 1 of a w x h area, -1 when
+// it falls outside, written from target[0]. r2 = LandIndex(r + rowAdd[r * w + c], h), or r when
+// rowAdd is null; likewise c2 = LandIndex(c + colAdd[r * w + c], w), or c when colAdd is null.
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+                    int32_t* target);
 
 // Landing columns of one row whose shifts are quarter pixels in [0, 2^20) (disparities):
 // col[c] = LandIndex(c + add[c], w), w below 2^20. In float lanes, exact: c + add + 0.5 needs
@@ -62,7 +73,8 @@ void MultiDepthBins16(const uint16_t* in, int offset, int n, uint8_t* bins);
 constexpr int kMultiOverflowBin = 63;
 
 namespace scalar {
-void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int32_t* target);
+void LandingTargets(const float* rowAdd, const float* colAdd, int w, int h, int r0, int rows,
+                    int32_t* target);
 void LandingColumnsQuarter(const float* add, int w, int32_t* col);
 bool AreaVxVyRow(const float* H, float eps, int x0, float Y, int n, float* vx, float* vy);
 void DisparityPlane8(const uint8_t* data, int stride, int offset, int w, int h, float* out);

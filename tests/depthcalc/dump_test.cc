@@ -150,6 +150,8 @@ TEST(DumpDefaults, NoImagepathAndUnopenableFile) {
   EXPECT_EQ(bvtest::CountMsg(log, 6, kAlgo, "writeFile",
                              "Debug open file Error:/nonexistent-bv/dir/f.yuv!"),
             1);
+  // Empty rows of a null plane: no row pointer is formed (fuzz finding).
+  EXPECT_EQ(bivista::writeFile("/dev/null", nullptr, 0, 3, 4), 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -60,9 +61,16 @@ TEST(DepthcalcKernels, LandingTargetsEqualScalarInEveryForm) {
           const float* ra = (form & 1) ? rowAdd.data() : nullptr;
           const float* ca = (form & 2) ? colAdd.data() : nullptr;
           const auto ref = Same<int32_t>(n, [&](bool s, int32_t* o) {
-            s ? bivista::scalar::LandingTargets(ra, ca, w, h, o)
-              : bivista::LandingTargets(ra, ca, w, h, o);
+            s ? bivista::scalar::LandingTargets(ra, ca, w, h, 0, h, o)
+              : bivista::LandingTargets(ra, ca, w, h, 0, h, o);
           });
+          if (h > 1) {  // a block of rows lands as in the whole area
+            const auto part = Same<int32_t>(size_t(w) * (h - 1), [&](bool s, int32_t* o) {
+              s ? bivista::scalar::LandingTargets(ra, ca, w, h, 1, h - 1, o)
+                : bivista::LandingTargets(ra, ca, w, h, 1, h - 1, o);
+            });
+            ASSERT_TRUE(std::equal(part.begin(), part.end(), ref.begin() + w));
+          }
           for (int r = 0; r < h; ++r)  // index of the landing cell, -1 outside
             for (int c = 0; c < w; ++c) {
               const size_t i = size_t(r) * w + c;

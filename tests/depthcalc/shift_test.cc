@@ -130,17 +130,23 @@ TEST(Shift, EveryBranchMatchesTheGeometry) {
 
 // Forward form along the rows (directions 2 and 3) is computed row by row; it must give the
 // bytes of the whole-plane statement: disparity, field and landing planes, then one float walk.
+// Rows wider than the landing block (4096) take the whole-plane path a sample at a time.
 TEST(Shift, RowByRowEqualsThePlanePasses) {
   std::mt19937 rng(5);
   std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+  const struct {
+    int w, h;
+    BIVISTA_Rect a;
+  } areas[] = {{80, 60, {0, 0, 79, 59}},  {80, 60, {3, 4, 3, 50}},    {80, 60, {1, 2, 17, 2}},
+               {80, 60, {5, 6, 37, 40}},  {80, 60, {40, 1, 79, 58}},  {4200, 3, {0, 0, 4199, 2}},
+               {4200, 3, {3, 1, 4110, 2}}};
   // The second offset puts disparities past the float landing's range (nothing lands).
   for (int offset : {-6, 1 << 22})
     for (bool wide : {false, true})
       for (int dir : {2, 3})
-        for (const BIVISTA_Rect& a : {BIVISTA_Rect{0, 0, 79, 59}, BIVISTA_Rect{3, 4, 3, 50},
-                                      BIVISTA_Rect{1, 2, 17, 2}, BIVISTA_Rect{5, 6, 37, 40},
-                                      BIVISTA_Rect{40, 1, 79, 58}}) {
-          Frame f(80, 60, 85, wide, 2);
+        for (const auto& area : areas) {
+          const BIVISTA_Rect& a = area.a;
+          Frame f(area.w, area.h, area.w + 5, wide, 2);
           for (int y = 0; y < f.height; ++y)
             for (int x = 0; x < f.width; ++x) f.Set(x, y, rng() % (wide ? 400 : 256));
           f.rec.dispOffset = offset;
@@ -164,9 +170,9 @@ TEST(Shift, RowByRowEqualsThePlanePasses) {
                                              f.rec.dispOffset, w, h, disp.data());
           }
           float H[9];
-          ASSERT_EQ(bivista::CalcVxVy(0, f.calib, 80, 60, H), 0);
+          ASSERT_EQ(bivista::CalcVxVy(0, f.calib, area.w, area.h, H), 0);
           bivista::calcAreaVxVy(H, a, 0, 0, vx.data(), vy.data());
-          bivista::scalar::LandingTargets(nullptr, disp.data(), w, h, target.data());
+          bivista::scalar::LandingTargets(nullptr, disp.data(), w, h, 0, h, target.data());
           float sx = 0.0f, sy = 0.0f;
           int count = 0;
           for (int i = 0; i < w * h; ++i) {

@@ -97,8 +97,8 @@ void HashFiles(Sink& s, const std::string& dir) {
   std::sort(names.begin(), names.end());
   for (const std::string& n : names) {
     const std::string path = dir + "/" + n;
-    if (DIR* sub = opendir(path.c_str())) {
-      closedir(sub);
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
       s.Text(n + "/");
       HashFiles(s, path);
       continue;
