@@ -113,9 +113,11 @@ HWY_INLINE V16 LoadPairs(const uint8_t* p) { return hn::BitCast(D16(), hn::LoadU
 #endif
 HWY_INLINE V16 Even(V16 w) { return hn::And(w, hn::Set(D16(), 0xFF)); }
 HWY_INLINE V16 Odd(V16 w) { return hn::ShiftRight<8>(w); }
-// Both halves hold values of at most 255.
-HWY_INLINE void StorePairs(V16 even, V16 odd, uint8_t* p) {
-  hn::StoreU(hn::BitCast(D8(), hn::Or(even, hn::ShiftLeft<8>(odd))), D8(), p);
+// Stores the bytes of two sums (see Taps) as the even and odd bytes: sum >> 8 of each, the odd
+// one already in place in its high byte.
+HWY_INLINE void StoreSums(V16 even, V16 odd, uint8_t* p) {
+  const V16 bytes = hn::OrAnd(hn::ShiftRight<8>(even), odd, hn::Set(D16(), 0xFF00));
+  hn::StoreU(hn::BitCast(D8(), bytes), D8(), p);
 }
 
 // Taps as vectors: c is the centre tap, pj the tap at distance j (unused beyond the radius).
@@ -127,15 +129,15 @@ HWY_INLINE void StorePairs(V16 even, V16 odd, uint8_t* p) {
             p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                \
             p3 = hn::Set(D16(), (k)[R >= 3 ? R - 3 : 0]), round = hn::Set(D16(), 128)
 
-// (b0 x c + (m1 + q1) x p1 + (m2 + q2) x p2 + (m3 + q3) x p3 + 128) >> 8 on 16-bit lanes (at
-// most 65408); mj and qj are the values at distance j before and after b0.
+// b0 x c + (m1 + q1) x p1 + (m2 + q2) x p2 + (m3 + q3) x p3 + 128 on 16-bit lanes (at most
+// 65408; the pixel is this sum >> 8); mj and qj are the values at distance j before and after b0.
 template <int R>
 HWY_INLINE V16 Taps(V16 m3, V16 m2, V16 m1, V16 b0, V16 q1, V16 q2, V16 q3, BV_TAP_PARAMS) {
   V16 acc = hn::Add(hn::Mul(b0, c), round);
   acc = hn::Add(acc, hn::Mul(hn::Add(m1, q1), p1));
   if constexpr (R >= 2) acc = hn::Add(acc, hn::Mul(hn::Add(m2, q2), p2));
   if constexpr (R >= 3) acc = hn::Add(acc, hn::Mul(hn::Add(m3, q3), p3));
-  return hn::ShiftRight<8>(acc);
+  return acc;
 }
 
 // Horizontal pass of the 2 x Lanes(D16) columns from s: bytes s[2i + t] for t in [-R, R + 1]
@@ -157,8 +159,8 @@ HWY_INLINE V16 Taps(V16 m3, V16 m2, V16 m1, V16 b0, V16 q1, V16 q2, V16 q3, BV_T
     bm3 = Even(w0), bm2 = Odd(w0), bm1 = Even(w1), b0 = Odd(w1), b1 = Even(w2),        \
     b2 = Odd(w2), b3 = Even(w3), b4 = Odd(w3);                                         \
   }                                                                                    \
-  const V16 hEven = Taps<R>(bm3, bm2, bm1, b0, b1, b2, b3, BV_TAP_ARGS);               \
-  const V16 hOdd = Taps<R>(bm2, bm1, b0, b1, b2, b3, b4, BV_TAP_ARGS)
+  const V16 hEvenSum = Taps<R>(bm3, bm2, bm1, b0, b1, b2, b3, BV_TAP_ARGS);            \
+  const V16 hOddSum = Taps<R>(bm2, bm1, b0, b1, b2, b3, b4, BV_TAP_ARGS)
 
 // Vertical pass at column x of the rows above (rows[0 .. 2R-1]) and the bottom row's halves.
 #define BV_V_PAIRS(rows, x, bottomEven, bottomOdd, vEven, vOdd)                            \
@@ -190,22 +192,22 @@ template <int R>
 HWY_INLINE void FusedBlock(const uint8_t* const* rows, ptrdiff_t x, const uint8_t* next,
                            uint8_t* hNext, uint8_t* dst, BV_TAP_PARAMS) {
   BV_H_BYTES(next);
-  BV_V_PAIRS(rows, x, hEven, hOdd, vEven, vOdd);
-  StorePairs(hEven, hOdd, hNext);
-  StorePairs(vEven, vOdd, dst);
+  BV_V_PAIRS(rows, x, hn::ShiftRight<8>(hEvenSum), hn::ShiftRight<8>(hOddSum), vEven, vOdd);
+  StoreSums(hEvenSum, hOddSum, hNext);
+  StoreSums(vEven, vOdd, dst);
 }
 
 template <int R>
 HWY_INLINE void HBlock(const uint8_t* src, uint8_t* dst, BV_TAP_PARAMS) {
   BV_H_BYTES(src);
-  StorePairs(hEven, hOdd, dst);
+  StoreSums(hEvenSum, hOddSum, dst);
 }
 
 template <int R>
 HWY_INLINE void VBlock(const uint8_t* const* rows, ptrdiff_t x, uint8_t* dst, BV_TAP_PARAMS) {
   const V16 bottom = LoadPairs(rows[2 * R] + x);
   BV_V_PAIRS(rows, x, Even(bottom), Odd(bottom), vEven, vOdd);
-  StorePairs(vEven, vOdd, dst);
+  StoreSums(vEven, vOdd, dst);
 }
 
 #undef BV_H_BYTES
