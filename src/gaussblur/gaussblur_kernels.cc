@@ -6,7 +6,6 @@
 
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
-#include "hwy/cache_control.h"
 
 // Shared scalar pieces, defined once (outside the per-target part).
 #ifndef BIVISTA_GAUSSBLUR_KERNELS_SCALAR_ONCE
@@ -279,7 +278,6 @@ void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, ui
   hn::Store(hn::LoadU(D8(), rows[0] + R), D8(), topFirst);
   hn::Store(hn::LoadU(D8(), rows[0] + last), D8(), topLast);
   for (int x = begin; x < last; x += n) {
-    hwy::Prefetch(next + x + 512);
     FusedBlock<R>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
   }
   const uint8_t* edgeRows[2 * R];
