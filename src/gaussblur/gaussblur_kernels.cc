@@ -93,16 +93,30 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-using D16 = hn::ScalableTag<uint16_t>;
-using D8 = hn::Rebind<uint8_t, D16>;
+#if HWY_TARGET != HWY_SCALAR
+// Bytes are filtered as the even and odd halves of 16-bit lanes: a full vector of bytes is
+// Lanes(D16) even and as many odd columns, with no lane shuffles to widen or narrow them.
+using D8 = hn::ScalableTag<uint8_t>;
+using D16 = hn::Repartition<uint16_t, D8>;
 using V16 = hn::Vec<D16>;
 
-HWY_INLINE V16 Load8(const uint8_t* p) { return hn::PromoteTo(D16(), hn::LoadU(D8(), p)); }
-
-HWY_INLINE void Store8(V16 v, uint8_t* p) {
-  // Values are at most 255 here, so the saturating signed demotion is exact.
-  const hn::RebindToSigned<D16> di;
-  hn::StoreU(hn::DemoteTo(D8(), hn::BitCast(di, v)), D8(), p);
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+// Two 32-byte halves: a 64-byte load that straddles two cache lines is several times slower
+// when the lines come from the last-level cache (measured on the plane, not in L1).
+HWY_INLINE V16 LoadPairs(const uint8_t* p) {
+  const hn::Half<D8> dh;
+  return hn::BitCast(D16(), hn::Combine(D8(), hn::LoadU(dh, p + hn::Lanes(dh)), hn::LoadU(dh, p)));
+}
+#else
+HWY_INLINE V16 LoadPairs(const uint8_t* p) { return hn::BitCast(D16(), hn::LoadU(D8(), p)); }
+#endif
+HWY_INLINE V16 Even(V16 w) { return hn::And(w, hn::Set(D16(), 0xFF)); }
+HWY_INLINE V16 Odd(V16 w) { return hn::ShiftRight<8>(w); }
+// Stores the bytes of two sums (see Taps) as the even and odd bytes: sum >> 8 of each, the odd
+// one already in place in its high byte.
+HWY_INLINE void StoreSums(V16 even, V16 odd, uint8_t* p) {
+  const V16 bytes = hn::OrAnd(hn::ShiftRight<8>(even), odd, hn::Set(D16(), 0xFF00));
+  hn::StoreU(hn::BitCast(D8(), bytes), D8(), p);
 }
 
 // Taps as vectors: c is the centre tap, pj the tap at distance j (unused beyond the radius).
@@ -114,37 +128,97 @@ HWY_INLINE void Store8(V16 v, uint8_t* p) {
             p2 = hn::Set(D16(), (k)[R >= 2 ? R - 2 : 0]),                \
             p3 = hn::Set(D16(), (k)[R >= 3 ? R - 3 : 0]), round = hn::Set(D16(), 128)
 
-// (sum of pairs x taps + centre x centre tap + 128) >> 8 on 16-bit lanes: at most 65408.
+// b0 x c + (m1 + q1) x p1 + (m2 + q2) x p2 + (m3 + q3) x p3 + 128 on 16-bit lanes (at most
+// 65408; the pixel is this sum >> 8); mj and qj are the values at distance j before and after b0.
 template <int R>
-HWY_INLINE V16 HVec(const uint8_t* s, BV_TAP_PARAMS) {
-  V16 acc = hn::Add(hn::Mul(Load8(s), c), round);
-  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 1), Load8(s + 1)), p1));
-  if constexpr (R >= 2) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 2), Load8(s + 2)), p2));
-  if constexpr (R >= 3) acc = hn::Add(acc, hn::Mul(hn::Add(Load8(s - 3), Load8(s + 3)), p3));
-  return hn::ShiftRight<8>(acc);
+HWY_INLINE V16 Taps(V16 m3, V16 m2, V16 m1, V16 b0, V16 q1, V16 q2, V16 q3, BV_TAP_PARAMS) {
+  V16 acc = hn::Add(hn::Mul(b0, c), round);
+  acc = hn::Add(acc, hn::Mul(hn::Add(m1, q1), p1));
+  if constexpr (R >= 2) acc = hn::Add(acc, hn::Mul(hn::Add(m2, q2), p2));
+  if constexpr (R >= 3) acc = hn::Add(acc, hn::Mul(hn::Add(m3, q3), p3));
+  return acc;
 }
 
-// rows[0 .. 2R-1] are the rows above `bottom`, the last row of the window.
+// Horizontal pass of the 2 x Lanes(D16) columns from s: bytes s[2i + t] for t in [-R, R + 1]
+// come from R + 1 loads at s - R, s - R + 2, ..., s + R (the even and odd byte of each lane).
+#define BV_H_BYTES(s)                                                                  \
+  const V16 zero = hn::Zero(D16());                                                    \
+  V16 bm3 = zero, bm2 = zero, bm1 = zero, b0 = zero, b1 = zero, b2 = zero, b3 = zero, \
+      b4 = zero;                                                                       \
+  if constexpr (R == 1) {                                                              \
+    const V16 w0 = LoadPairs((s) - 1), w1 = LoadPairs((s) + 1);                        \
+    bm1 = Even(w0), b0 = Odd(w0), b1 = Even(w1), b2 = Odd(w1);                         \
+  } else if constexpr (R == 2) {                                                       \
+    const V16 w0 = LoadPairs((s) - 2), w1 = LoadPairs(s), w2 = LoadPairs((s) + 2);     \
+    bm2 = Even(w0), bm1 = Odd(w0), b0 = Even(w1), b1 = Odd(w1), b2 = Even(w2),         \
+    b3 = Odd(w2);                                                                      \
+  } else {                                                                             \
+    const V16 w0 = LoadPairs((s) - 3), w1 = LoadPairs((s) - 1), w2 = LoadPairs((s) + 1), \
+              w3 = LoadPairs((s) + 3);                                                 \
+    bm3 = Even(w0), bm2 = Odd(w0), bm1 = Even(w1), b0 = Odd(w1), b1 = Even(w2),        \
+    b2 = Odd(w2), b3 = Even(w3), b4 = Odd(w3);                                         \
+  }                                                                                    \
+  const V16 hEvenSum = Taps<R>(bm3, bm2, bm1, b0, b1, b2, b3, BV_TAP_ARGS);            \
+  const V16 hOddSum = Taps<R>(bm2, bm1, b0, b1, b2, b3, b4, BV_TAP_ARGS)
+
+// Vertical pass at column x of the rows above (rows[0 .. 2R-1]) and the bottom row's halves.
+#define BV_V_PAIRS(rows, x, bottomEven, bottomOdd, vEven, vOdd)                            \
+  V16 vEven, vOdd;                                                                         \
+  {                                                                                        \
+    const V16 w0 = LoadPairs((rows)[0] + (x)), w1 = LoadPairs((rows)[1] + (x));            \
+    const V16 w2 = R >= 2 ? LoadPairs((rows)[R >= 2 ? 2 : 0] + (x)) : w0;                 \
+    const V16 w3 = R >= 2 ? LoadPairs((rows)[R >= 2 ? 3 : 0] + (x)) : w0;                 \
+    const V16 w4 = R >= 3 ? LoadPairs((rows)[R >= 3 ? 4 : 0] + (x)) : w0;                 \
+    const V16 w5 = R >= 3 ? LoadPairs((rows)[R >= 3 ? 5 : 0] + (x)) : w0;                 \
+    if constexpr (R == 1) {                                                                \
+      vEven = Taps<R>(w0, w0, Even(w0), Even(w1), bottomEven, w0, w0, BV_TAP_ARGS);        \
+      vOdd = Taps<R>(w0, w0, Odd(w0), Odd(w1), bottomOdd, w0, w0, BV_TAP_ARGS);            \
+    } else if constexpr (R == 2) {                                                         \
+      vEven = Taps<R>(w0, Even(w0), Even(w1), Even(w2), Even(w3), bottomEven, w0,          \
+                      BV_TAP_ARGS);                                                        \
+      vOdd = Taps<R>(w0, Odd(w0), Odd(w1), Odd(w2), Odd(w3), bottomOdd, w0, BV_TAP_ARGS);  \
+    } else {                                                                               \
+      vEven = Taps<R>(Even(w0), Even(w1), Even(w2), Even(w3), Even(w4), Even(w5),          \
+                      bottomEven, BV_TAP_ARGS);                                            \
+      vOdd = Taps<R>(Odd(w0), Odd(w1), Odd(w2), Odd(w3), Odd(w4), Odd(w5), bottomOdd,      \
+                     BV_TAP_ARGS);                                                         \
+    }                                                                                      \
+  }
+
+// 2 x Lanes(D16) columns: the horizontal pass of next into hNext and the vertical pass of the
+// window ending at it into dst. Reads every input before it stores (hNext may be rows[0]).
 template <int R>
-HWY_INLINE V16 VVec(const uint8_t* const* rows, V16 bottom, int x, BV_TAP_PARAMS) {
-  V16 acc = hn::Add(hn::Mul(Load8(rows[R] + x), c), round);
-  const V16 below1 = R == 1 ? bottom : Load8(rows[R + 1 < 2 * R ? R + 1 : 0] + x);
-  acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 1] + x), below1), p1));
-  if constexpr (R >= 2) {
-    const V16 below2 = R == 2 ? bottom : Load8(rows[R + 2 < 2 * R ? R + 2 : 0] + x);
-    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[R - 2] + x), below2), p2));
-  }
-  if constexpr (R >= 3) {
-    acc = hn::Add(acc, hn::Mul(hn::Add(Load8(rows[0] + x), bottom), p3));
-  }
-  return hn::ShiftRight<8>(acc);
+HWY_INLINE void FusedBlock(const uint8_t* const* rows, ptrdiff_t x, const uint8_t* next,
+                           uint8_t* hNext, uint8_t* dst, BV_TAP_PARAMS) {
+  BV_H_BYTES(next);
+  BV_V_PAIRS(rows, x, hn::ShiftRight<8>(hEvenSum), hn::ShiftRight<8>(hOddSum), vEven, vOdd);
+  StoreSums(hEvenSum, hOddSum, hNext);
+  StoreSums(vEven, vOdd, dst);
 }
 
-// Columns [R, end) go through vectors; the rest pixel by pixel.
 template <int R>
-HWY_INLINE int VectorEnd(int width) {
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  return width - R >= R + n ? R + (width - 2 * R - n) / n * n + n : R;
+HWY_INLINE void HBlock(const uint8_t* src, uint8_t* dst, BV_TAP_PARAMS) {
+  BV_H_BYTES(src);
+  StoreSums(hEvenSum, hOddSum, dst);
+}
+
+template <int R>
+HWY_INLINE void VBlock(const uint8_t* const* rows, ptrdiff_t x, uint8_t* dst, BV_TAP_PARAMS) {
+  const V16 bottom = LoadPairs(rows[2 * R] + x);
+  BV_V_PAIRS(rows, x, Even(bottom), Odd(bottom), vEven, vOdd);
+  StoreSums(vEven, vOdd, dst);
+}
+
+#undef BV_H_BYTES
+#undef BV_V_PAIRS
+
+// Vectors cover columns [R, width - R): whole vectors from R on and one last vector ending at
+// width - R, which may overlap the one before it. Returns the start of that last vector, or -1
+// when the row is too short for one (then every column goes pixel by pixel).
+template <int R>
+HWY_INLINE int LastVector(int width) {
+  const int last = width - R - static_cast<int>(hn::Lanes(D8()));
+  return last >= R ? last : -1;
 }
 
 template <int R>
@@ -152,35 +226,33 @@ void RowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* kernel) {
   uint16_t k[2 * R + 1];  // local: the byte stores below cannot alias it
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
   BV_SET_TAPS(k);
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  const int end = VectorEnd<R>(width);
-  for (int x = R; x < end; x += n) Store8(HVec<R>(src + x, BV_TAP_ARGS), dst + x);
-  for (int x = 0; x < R && x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
-  for (int x = end; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  const int n = static_cast<int>(hn::Lanes(D8()));
+  const int last = LastVector<R>(width);
+  if (last < 0) {
+    for (int x = 0; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+    return;
+  }
+  for (int x = R; x < last; x += n) HBlock<R>(src + x, dst + x, BV_TAP_ARGS);
+  HBlock<R>(src + last, dst + last, BV_TAP_ARGS);
+  for (int x = 0; x < R; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+  for (int x = width - R; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
 }
 
 template <int R>
 void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* kernel) {
   uint16_t k[2 * R + 1];
   for (int j = 0; j <= 2 * R; ++j) k[j] = kernel[j];
+  const uint8_t* w[2 * R + 1];
+  for (int j = 0; j <= 2 * R; ++j) w[j] = rows[j];
   BV_SET_TAPS(k);
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  int x = 0;
-  for (; x + n <= width; x += n) {
-    Store8(VVec<R>(rows, Load8(rows[2 * R] + x), x, BV_TAP_ARGS), dst + x);
+  const int n = static_cast<int>(hn::Lanes(D8()));
+  if (width < n) {
+    for (int x = 0; x < width; ++x) dst[x] = gauss_detail::VPixel(w, w[2 * R][x], x, k, R);
+    return;
   }
-  for (; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
-}
-
-// Columns [begin, end) of the fused rows go through vectors, begin chosen so that the
-// destination stores are aligned; the rest pixel by pixel.
-template <int R>
-HWY_INLINE void AlignedSpan(const uint8_t* dst, int width, int* begin, int* end) {
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  int b = R + static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst + R)) & (n - 1));
-  if (b + n > width - R) b = R;
-  *begin = b;
-  *end = width - R >= b + n ? b + (width - R - b) / n * n : b;
+  // dst is none of the rows: an overlapping last vector rewrites the same values.
+  for (int x = 0; x < width - n; x += n) VBlock<R>(w, x, dst + x, BV_TAP_ARGS);
+  VBlock<R>(w, width - n, dst + width - n, BV_TAP_ARGS);
 }
 
 template <int R>
@@ -191,24 +263,56 @@ void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, ui
   const uint8_t* rows[2 * R];  // local: the byte stores cannot change them
   for (int j = 0; j < 2 * R; ++j) rows[j] = rowsIn[j];
   BV_SET_TAPS(k);
-  const int n = static_cast<int>(hn::Lanes(D16()));
-  int begin = R, end = R;
-  AlignedSpan<R>(dst, width, &begin, &end);
-  for (int x = begin; x < end; x += n) {
-    const V16 h = HVec<R>(next + x, BV_TAP_ARGS);
-    const V16 v = VVec<R>(rows, h, x, BV_TAP_ARGS);
-    Store8(h, hNext + x);  // after VVec read rows[0]: hNext may alias it
-    Store8(v, dst + x);
+  const int n = static_cast<int>(hn::Lanes(D8()));
+  const int last = LastVector<R>(width);
+  if (last < 0) {
+    for (int x = 0; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+    return;
   }
-  for (int x = 0; x < begin && x < width; ++x) {
+  // The loop stores whole aligned vectors of dst; the first and the last vector, which
+  // overlap it, come after it. hNext may be rows[0]: they read their top row from copies taken
+  // before the loop overwrites it.
+  const int begin = R + static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst + R)) & (n - 1));
+  HWY_ALIGN uint8_t topFirst[HWY_MAX_BYTES];
+  HWY_ALIGN uint8_t topLast[HWY_MAX_BYTES];
+  hn::Store(hn::LoadU(D8(), rows[0] + R), D8(), topFirst);
+  hn::Store(hn::LoadU(D8(), rows[0] + last), D8(), topLast);
+  for (int x = begin; x < last; x += n) {
+    FusedBlock<R>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
+  }
+  const uint8_t* edgeRows[2 * R];
+  edgeRows[0] = topFirst;
+  for (int j = 1; j < 2 * R; ++j) edgeRows[j] = rows[j] + R;
+  FusedBlock<R>(edgeRows, 0, next + R, hNext + R, dst + R, BV_TAP_ARGS);
+  edgeRows[0] = topLast;
+  for (int j = 1; j < 2 * R; ++j) edgeRows[j] = rows[j] + last;
+  FusedBlock<R>(edgeRows, 0, next + last, hNext + last, dst + last, BV_TAP_ARGS);
+  for (int x = 0; x < R; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+  for (int x = width - R; x < width; ++x) {
     gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
   }
-  for (int x = end; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
 }
 
 #undef BV_TAP_PARAMS
 #undef BV_TAP_ARGS
 #undef BV_SET_TAPS
+
+#else  // HWY_SCALAR: one lane cannot hold a pair of bytes; the rows go pixel by pixel.
+
+template <int R>
+void RowH(const uint8_t* src, uint8_t* dst, int width, const uint16_t* k) {
+  for (int x = 0; x < width; ++x) dst[x] = gauss_detail::HPixel(src, x, width, k, R);
+}
+template <int R>
+void RowV(const uint8_t* const* rows, uint8_t* dst, int width, const uint16_t* k) {
+  for (int x = 0; x < width; ++x) dst[x] = gauss_detail::VPixel(rows, rows[2 * R][x], x, k, R);
+}
+template <int R>
+void RowHV(const uint8_t* const* rows, const uint8_t* next, uint8_t* hNext, uint8_t* dst,
+           int width, const uint16_t* k) {
+  for (int x = 0; x < width; ++x) gauss_detail::HVPixel(rows, next, hNext, dst, x, width, k, R);
+}
+#endif
 
 // One target's rows for radius R, with the taps copied once per strip.
 template <int R>

@@ -185,30 +185,8 @@ float* ResizeFloatImage_KeepBorder_full(const float* src, float* dst, const uint
   if (dstW < 1 || dstH < 1 || srcW < 1 || srcH < 1) return Src(src);
   float t[511];
   WeightTable(t);
-  const int q = dstW / srcW;
-  const int64_t band = 2 * static_cast<int64_t>(q) + 1;
-  // Sizes that are not q times the source would reach past its last row or column: nearest
-  // samples are held at the last ones, and a window is filtered only where all of its five rows
-  // and columns lie inside the source (for exact multiples the band alone ensures that).
-  const int64_t rowEnd = std::min<int64_t>(dstH - band, (static_cast<int64_t>(srcH) - 2) * q);
-  const int64_t colEnd = std::min<int64_t>(dstW - band, (static_cast<int64_t>(srcW) - 2) * q);
-  const bivista::GuidedArgs g{src, guideLow, guideFull, t, srcW, dstW, q};
-  for (int y = 0; y < dstH; ++y) {
-    float* out = dst + static_cast<ptrdiff_t>(y) * dstW;
-    const bool filteredRow = q > 0 && y >= band && y < rowEnd;
-    const int from = filteredRow ? static_cast<int>(band) : dstW;
-    const int to = filteredRow ? static_cast<int>(std::max<int64_t>(colEnd, band)) : dstW;
-    const ptrdiff_t row =
-        q == 0 ? 0 : static_cast<ptrdiff_t>(std::min(y / q, srcH - 1)) * srcW;
-    for (int x = 0; x < dstW; ++x) {
-      if (x == from && from < to) {
-        bivista::GuidedRow(g, y, from, to, out);
-        x = to - 1;
-        continue;
-      }
-      out[x] = q == 0 ? src[0] : src[row + std::min(x / q, srcW - 1)];
-    }
-  }
+  const bivista::GuidedArgs g{src, guideLow, guideFull, t, srcW, dstW, dstW / srcW};
+  bivista::GuidedPlane(g, srcH, dstH, dst);
   return Src(src);
 }
 

@@ -5,6 +5,7 @@
 #include "hwy/cache_control.h"
 
 #include <math.h>
+#include <algorithm>
 #include <stddef.h>
 
 #include "imageformat/resize_float_kernels.h"
@@ -78,6 +79,37 @@ inline float GuidedAt(const GuidedArgs& g, int y, int x) {
   }
   // W > 0.01 in double is W > 0.01f for a float W.
   return wsum > 0.01f ? ssum / wsum : g.src[static_cast<ptrdiff_t>(cy) * g.srcW + cx];
+}
+
+// The guided up-sampling of a whole srcH-row source into dstH rows: the band of rows and
+// columns whose five-by-five window lies inside the source is filtered by row(g, y, x0, x1, out),
+// everything else takes its nearest source sample (held at the last row and column).
+template <class Row>
+void GuidedLoop(const GuidedArgs& g, int srcH, int dstH, float* dst, Row row) {
+  const int q = g.q, srcW = g.srcW, dstW = g.dstW;
+  const float* src = g.src;
+  const int64_t band = 2 * static_cast<int64_t>(q) + 1;
+  // Sizes that are not q times the source would reach past its last row or column: a window is
+  // filtered only where all of its five rows and columns lie inside the source (for exact
+  // multiples the band alone ensures that).
+  const int64_t rowEnd = std::min<int64_t>(dstH - band, (static_cast<int64_t>(srcH) - 2) * q);
+  const int64_t colEnd = std::min<int64_t>(dstW - band, (static_cast<int64_t>(srcW) - 2) * q);
+  for (int y = 0; y < dstH; ++y) {
+    float* out = dst + static_cast<ptrdiff_t>(y) * dstW;
+    const bool filteredRow = q > 0 && y >= band && y < rowEnd;
+    const int from = filteredRow ? static_cast<int>(band) : dstW;
+    const int to = filteredRow ? static_cast<int>(std::max<int64_t>(colEnd, band)) : dstW;
+    const ptrdiff_t rowAt =
+        q == 0 ? 0 : static_cast<ptrdiff_t>(std::min(y / q, srcH - 1)) * srcW;
+    for (int x = 0; x < dstW; ++x) {
+      if (x == from && from < to) {
+        row(g, y, from, to, out);
+        x = to - 1;
+        continue;
+      }
+      out[x] = q == 0 ? src[0] : src[rowAt + std::min(x / q, srcW - 1)];
+    }
+  }
 }
 
 // Rows of a bilinear resize with a column table; row(args, out) and masked(args, maskA, maskC,
@@ -365,6 +397,10 @@ void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
   scalar::GuidedRow(g, y, x, x1, out);
 }
 
+void GuidedPlane(const GuidedArgs& g, int srcH, int dstH, float* dst) {
+  rfpix::GuidedLoop(g, srcH, dstH, dst, GuidedRow);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -380,10 +416,10 @@ HWY_EXPORT(BilinearPlaneF32);
 HWY_EXPORT(ExtendPlane);
 HWY_EXPORT(NearestPlaneF32);
 HWY_EXPORT(ExtendRow);
-HWY_EXPORT(GuidedRow);
+HWY_EXPORT(GuidedPlane);
 
-void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
-  HWY_DYNAMIC_DISPATCH(GuidedRow)(g, y, x0, x1, out);
+void GuidedPlane(const GuidedArgs& g, int srcH, int dstH, float* dst) {
+  HWY_DYNAMIC_DISPATCH(GuidedPlane)(g, srcH, dstH, dst);
 }
 
 void BilinearRowF32(const FloatRowArgs& args, float* out) {
@@ -417,6 +453,10 @@ namespace scalar {
 
 void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out) {
   for (int x = x0; x < x1; ++x) out[x] = rfpix::GuidedAt(g, y, x);
+}
+
+void GuidedPlane(const GuidedArgs& g, int srcH, int dstH, float* dst) {
+  rfpix::GuidedLoop(g, srcH, dstH, dst, GuidedRow);
 }
 
 void BilinearRowF32(const FloatRowArgs& args, float* out) {

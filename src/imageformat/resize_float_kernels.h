@@ -124,9 +124,12 @@ struct GuidedArgs {
   const float* table;        // 511 range weights
   int srcW, dstW, q;
 };
-void GuidedRow(const GuidedArgs& g, int y, int x0, int x1, float* out);
+// The whole guided up-sampling of a srcH-row source into dstH rows (g.dstW wide), one dispatch
+// per image: nearest samples outside the filtered band.
+void GuidedPlane(const GuidedArgs& g, int srcH, int dstH, float* dst);
 
 namespace scalar {
+void GuidedPlane(const GuidedArgs& g, int srcH, int dstH, float* dst);
 void BilinearPlaneF32(const FloatPlaneArgs& args);
 void ExtendPlane(const float* src, float* dst, int srcW, int srcH);
 void NearestPlaneF32(const float* src, float* dst, int srcW, int srcH, int dstW, int dstH,

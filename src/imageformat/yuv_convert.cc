@@ -97,16 +97,15 @@ uint8_t* copyNV12ToYuv444(const uint8_t* nv12, int width, int height, int dstStr
   // exactly as there.
   const int64_t reach = (rows - 1) * (d < 0 ? -d : d) + rowBytes;
   const bool blocks = (d >= rowBytes || d <= -rowBytes) && reach <= plane;
+  const uint8_t* uvRow0 = uvPlane + static_cast<int64_t>(y0 / 2) * w + x0;
+  if (blocks) {
+    bivista::UpsamplePairRows(uvRow0, uPlane, vPlane, pairs, (height + 1) / 2, w, d);
+    return dst;
+  }
   for (int i = 0; 2 * i < height; ++i) {
-    const uint8_t* uv = uvPlane + (static_cast<int64_t>(y0 / 2) + i) * w + x0;
+    const uint8_t* uv = uvRow0 + i * w;
     uint8_t* u = uPlane + 2 * i * d;
     uint8_t* v = vPlane + 2 * i * d;
-    if (blocks) {
-      bivista::UpsamplePairs(uv, u, v, pairs);
-      memcpy(u + d, u, static_cast<size_t>(rowBytes));
-      memcpy(v + d, v, static_cast<size_t>(rowBytes));
-      continue;
-    }
     for (int j = 0; j < pairs; ++j) {
       for (int k = 0; k < 2; ++k) {
         uint8_t* p = (k == 0 ? u : v) + 2 * j;

@@ -1,5 +1,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imageformat/yuv_kernels.cc"
+#include <string.h>
+
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
@@ -88,6 +90,21 @@ void Nv12Loop(const uint8_t* nv12, uint8_t* rgb, int width, int height, int stri
       rows(y0 + whole, pair ? y1 + whole : nullptr, last, out0 + 3 * whole,
            pair ? out1 + 3 * whole : nullptr, 1, fixedPoint);
     }
+  }
+}
+
+// Chroma row pairs of a YUV444 copy: row i of the interleaved plane (srcStride apart) into rows
+// 2i of the U and V planes (2 dstStride apart), each pair written twice, and row 2i + 1 a copy.
+template <class Row>
+void UpsampleLoop(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs, int rows,
+                  int64_t srcStride, int64_t dstStride, Row row) {
+  const size_t rowBytes = 2 * static_cast<size_t>(pairs);
+  for (int i = 0; i < rows; ++i) {
+    uint8_t* u = uPlane + 2 * i * dstStride;
+    uint8_t* v = vPlane + 2 * i * dstStride;
+    row(uvPlane + i * srcStride, u, v, pairs);
+    memcpy(u + dstStride, u, rowBytes);
+    memcpy(v + dstStride, v, rowBytes);
   }
 }
 
@@ -262,6 +279,12 @@ void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs) {
   scalar::UpsamplePairs(uv + 2 * k, u + 2 * k, v + 2 * k, pairs - k);
 }
 
+void UpsamplePairRows(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs,
+                      int rows, int64_t srcStride, int64_t dstStride) {
+  yuvpix::UpsampleLoop(uvPlane, uPlane, vPlane, pairs, rows, srcStride, dstStride,
+                       UpsamplePairs);
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace bivista
 HWY_AFTER_NAMESPACE();
@@ -277,6 +300,7 @@ HWY_EXPORT(MergePairRows);
 HWY_EXPORT(Nv21ToYuv444Plane);
 HWY_EXPORT(Nv21RowToYuv444);
 HWY_EXPORT(UpsamplePairs);
+HWY_EXPORT(UpsamplePairRows);
 
 void SplitPairs(const uint8_t* pairs, uint8_t* first, uint8_t* second, int n) {
   HWY_DYNAMIC_DISPATCH(SplitPairs)(pairs, first, second, n);
@@ -305,6 +329,11 @@ void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int widt
 }
 void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs) {
   HWY_DYNAMIC_DISPATCH(UpsamplePairs)(uv, u, v, pairs);
+}
+void UpsamplePairRows(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs,
+                      int rows, int64_t srcStride, int64_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(UpsamplePairRows)(uvPlane, uPlane, vPlane, pairs, rows, srcStride,
+                                         dstStride);
 }
 
 namespace scalar {
@@ -403,6 +432,12 @@ void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs) {
     u[2 * k] = u[2 * k + 1] = uv[2 * k];
     v[2 * k] = v[2 * k + 1] = uv[2 * k + 1];
   }
+}
+
+void UpsamplePairRows(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs,
+                      int rows, int64_t srcStride, int64_t dstStride) {
+  yuvpix::UpsampleLoop(uvPlane, uPlane, vPlane, pairs, rows, srcStride, dstStride,
+                       UpsamplePairs);
 }
 
 }  // namespace scalar

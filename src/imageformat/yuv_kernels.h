@@ -20,6 +20,11 @@ void Nv12ToRgb24Plane(const uint8_t* nv12, uint8_t* rgb, int width, int height, 
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width);
 // Pair k of uv is written twice: u[2k] = u[2k + 1] = uv[2k], v likewise with uv[2k + 1].
 void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs);
+// `rows` chroma rows (srcStride apart) into row pairs of the U and V planes (dstStride apart):
+// row 2i from UpsamplePairs on chroma row i, row 2i + 1 its copy. One dispatch per plane; the
+// caller ensures no two writes meet.
+void UpsamplePairRows(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs,
+                      int rows, int64_t srcStride, int64_t dstStride);
 
 // Whole chroma planes, one dispatch each: rows r of the interleaved plane (stride apart) split
 // into / merged from rows r of two planes cw apart (cw pairs a row).
@@ -47,6 +52,8 @@ void Nv12RowsToRgb24(const uint8_t* y0, const uint8_t* y1, const uint8_t* uv, ui
                      uint8_t* rgb1, int width, bool fixedPoint);
 void Nv21RowToYuv444(const uint8_t* y, const uint8_t* vu, uint8_t* yuv, int width);
 void UpsamplePairs(const uint8_t* uv, uint8_t* u, uint8_t* v, int pairs);
+void UpsamplePairRows(const uint8_t* uvPlane, uint8_t* uPlane, uint8_t* vPlane, int pairs,
+                      int rows, int64_t srcStride, int64_t dstStride);
 // The per-pixel definitions, shared with the tests.
 void PixelToRgbFloat(int y, int u, int v, uint8_t* rgb);
 void PixelToRgbFixed(int y, int u, int v, uint8_t* rgb);

@@ -409,9 +409,22 @@ void ThresholdRows(uint8_t* image, int stride, int y0, int y1, int from, int n, 
 // Columns per block of the separable passes (the vertical results live on the stack).
 constexpr int kFixedBlock = 4096;
 
+// A load from a row that comes from the last-level cache: on AVX-512 as two 32-byte halves, as
+// a 64-byte load straddling two lines is several times slower there.
+template <class D>
+HWY_INLINE hn::Vec<D> LoadFar(D d, const uint8_t* p) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+  const hn::Half<D> dh;
+  return hn::Combine(d, hn::LoadU(dh, p + hn::Lanes(dh)), hn::LoadU(dh, p));
+#else
+  return hn::LoadU(d, p);
+#endif
+}
+
 // One output row of a fixed kernel: the vertical AND/OR of each column (for the cross only the
-// centre row joins the horizontal step) into a block on the stack, then the horizontal one;
-// columns past the last whole vector go through the pixel helper.
+// centre row joins the horizontal step) into a block on the stack, then the horizontal one.
+// The last vector of a block may overlap the one before it (it rewrites the same values: out
+// is none of the rows it reads); rows shorter than a vector go through the pixel helper.
 template <bool kOr, int R, bool kCross>
 static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* out, int n) {
   const hn::ScalableTag<uint8_t> d;
@@ -421,18 +434,24 @@ static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* o
   const uint8_t* r2 = rows[2];
   const uint8_t* r3 = rows[R == 2 ? 3 : 0];
   uint8_t* copy = const_cast<uint8_t*>(rows[2 * R]);  // the scratch row that receives `next`
+  if (n < N) {
+    memcpy(copy - R, next - R, static_cast<size_t>(n + 2 * R));
+    for (int x = 0; x < n; ++x) out[x] = morph_detail::FixedPixel(rows, x, R, kCross, kOr);
+    return;
+  }
   HWY_ALIGN uint8_t v[kFixedBlock + 2 * R + 64];
-  int done = 0;
-  int copied = -R;  // columns [-R, copied) of `next` are in the scratch
-  for (int c0 = 0; c0 + N <= n; c0 += kFixedBlock) {
-    const int m = (n - c0 < kFixedBlock ? n - c0 : kFixedBlock) / N * N;
-    if (m == 0) break;
+  for (int c0 = 0; c0 < n; c0 += kFixedBlock) {
+    int m = n - c0 < kFixedBlock ? n - c0 : kFixedBlock;
+    if (m < N) {  // a short last block starts a vector before the row's end instead
+      c0 = n - N;
+      m = N;
+    }
     // v[j] is column c0 - R + j; m + 2R entries, the last vector overlapping the one before.
     const int span = m + 2 * R;
     for (int j = 0;; j += N) {
       if (j + N > span) j = span - N;
       const int c = c0 - R + j;
-      const auto bottom = hn::LoadU(d, next + c);
+      const auto bottom = LoadFar(d, next + c);
       hn::StoreU(bottom, d, copy + c);
       auto t = hn::LoadU(d, r1 + c);
       if constexpr (!kCross) {
@@ -445,7 +464,8 @@ static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* o
       hn::StoreU(t, d, v + j);
       if (j + N >= span) break;
     }
-    for (int i = 0; i < m; i += N) {
+    for (int i = 0;; i += N) {
+      if (i + N > m) i = m - N;
       const int c = c0 + i;
       auto t = Comb<kOr>(d, hn::LoadU(d, v + i), hn::LoadU(d, v + i + 2 * R));
       t = Comb<kOr>(d, t, hn::LoadU(d, v + i + 1));
@@ -454,14 +474,8 @@ static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* o
         t = Comb<kOr>(d, t, Comb<kOr>(d, hn::LoadU(d, r0 + c), hn::LoadU(d, r2 + c)));
       }
       hn::StoreU(t, d, out + c);
+      if (i + N >= m) break;
     }
-    done = c0 + m;
-    copied = done + R;
-    if (m < kFixedBlock) break;
-  }
-  memcpy(copy + copied, next + copied, static_cast<size_t>(n + R - copied));
-  for (int x = done; x < n; ++x) {
-    out[x] = morph_detail::FixedPixel(rows, x, R, kCross, kOr);
   }
 }
 

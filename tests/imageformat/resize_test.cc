@@ -201,13 +201,12 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(67);
   float t[511];
   getBilateralWeight(t);
-  // Guided rows: row 5 has its window start on source row 0, so the first columns touch (0, 0).
+  // Guided planes: the band's first window starts on source pixel 0.
   const int gw = 23, gh = 9;
   const auto gs = Floats(gw * gh, rng);
-  std::vector<uint8_t> gl(3 * gw * gh), gf(3 * 4 * gw * gh);
+  std::vector<uint8_t> gl(3 * gw * gh), gf(3 * 10 * gw * gh);
   for (auto& g : gl) g = static_cast<uint8_t>(rng() % 40);
   for (size_t k = 0; k < gf.size(); ++k) gf[k] = static_cast<uint8_t>(k % 13 == 0 ? 250 : rng() % 40);
-  const bivista::GuidedArgs g{gs.data(), gl.data(), gf.data(), t, gw, 2 * gw, 2};
   auto same = [](auto vec, auto sca, size_t n, auto... args) {
     std::vector<float> v(n, -1.0f), s(n, -1.0f);
     vec(args..., v.data());
@@ -241,9 +240,16 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
       return [&, fn](float* o) { fn(ps.data(), o, pw, ph, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
     };
     ASSERT_TRUE(same(nearest(bivista::NearestPlaneF32), nearest(bivista::scalar::NearestPlaneF32), qw * qh));
-    for (int y : {5, 7, 12})
-      for (int x1 = 6; x1 <= 2 * gw - 5; x1 += 7)
-        ASSERT_TRUE(same(bivista::GuidedRow, bivista::scalar::GuidedRow, 2 * gw, g, y, 5, x1)) << y << " " << x1;
+    // Whole guided planes: every band width from 8 to 23 source columns, exact and inexact
+    // multiples (the band's first window starts on source pixel 0).
+    for (int q = 2; q <= 3; ++q)
+      for (int sw = 8; sw <= gw; ++sw)
+        for (int extra : {0, 1, 2}) {
+          const bivista::GuidedArgs gp{gs.data(), gl.data(), gf.data(), t, sw, q * sw + extra, q};
+          const int dh = q * gh - extra;
+          ASSERT_TRUE(same(bivista::GuidedPlane, bivista::scalar::GuidedPlane, static_cast<size_t>(gp.dstW) * dh, gp, gh, dh))
+              << q << " " << sw << " " << extra;
+        }
     for (int n : {1, 3, 7, 8, 9, 15, 16, 17, 33, 65, 100}) {
       for (float step : {0.3f, 1.0f, 1.9995f, 2.0f, 2.7f, 9.0f}) {
         const int srcW = static_cast<int>(n * step) + 64;

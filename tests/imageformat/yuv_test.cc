@@ -215,6 +215,8 @@ TEST(YuvKernels, RowsMatchScalarOnEveryTarget) {
         (scalar ? sc::SplitPairRows : bivista::SplitPairRows)(plane.data(), o[0].data(), o[1].data(), n / 2, 3, n + 5);
         (scalar ? sc::MergePairRows : bivista::MergePairRows)(plane.data(), plane.data() + 1, o[2].data(), n / 2, 3, n + 5);
         if (n % 2 == 0) (scalar ? sc::Nv21ToYuv444Plane : bivista::Nv21ToYuv444Plane)(y2.data(), c.data(), o[3].data(), n, 2);
+        // Two chroma rows into four rows n / 2 + 1 apart.
+        (scalar ? sc::UpsamplePairRows : bivista::UpsamplePairRows)(plane.data(), o[4].data(), o[5].data(), n / 4, 2, n + 5, n / 2 + 1);
       });
     }
     for (int u = 0; u < 256; ++u) {
