@@ -9,6 +9,7 @@
 #include "common/log_internal.h"
 #include "depthrefine/fgs/fgs_kernels.h"
 #include "matrix/matrix_kernels.h"
+#include "mthread/handoff.h"
 
 using bivista::kTagAlgo;
 
@@ -260,6 +261,75 @@ void RunAux(const AuxJob& all, void* pool, int threadCount) {
   MThread_Sync(pool, 0, workers);
 }
 
+// The whole filter as one job per participant (the caller is participant 0, pool workers 1 ..
+// count - 1 the others): couplings of its rows, then per iteration its rows and, after a barrier,
+// its columns. Rows and columns are solved exactly as by the separate passes; only the meeting
+// points change, so the workers are woken once per call instead of once per pass.
+struct Team {
+  AuxJob aux;  // the whole plane; rows cut per participant
+  float* data;
+  float* scratch;
+  int iterations;
+  int count;
+  Barrier* barrier;
+};
+struct Member {
+  const Team* team;
+  int index;
+};
+constexpr int kMaxMembers = 8;
+// Column splits on whole cache lines, so that no line is written by two participants.
+constexpr int kColumnAlign = 16;
+
+void* MemberRun(void* argument, int) {
+  const Member& m = *static_cast<const Member*>(argument);
+  const Team& t = *m.team;
+  const int h = t.aux.height;
+  const int w = t.aux.width;
+  AuxJob aux = t.aux;
+  aux.rowFirst = static_cast<int>(static_cast<int64_t>(m.index) * h / t.count);
+  aux.rowEnd = static_cast<int>(static_cast<int64_t>(m.index + 1) * h / t.count);
+  const auto column = [&](int i) {
+    if (i >= t.count) return w;
+    const int x = static_cast<int>(static_cast<int64_t>(i) * w / t.count);
+    return x / kColumnAlign * kColumnAlign;
+  };
+  const int x0 = column(m.index);
+  const int x1 = column(m.index + 1);
+  // The row pass reads only the couplings of its own rows: no meeting needed before it.
+  AuxJobRun(&aux, 0);
+  for (int it = 0; it < t.iterations; ++it) {
+    const uint8_t* decay = it + 1 < t.iterations ? t.aux.mask : nullptr;
+    if (aux.rowEnd > aux.rowFirst) {
+      FgsSolveRowsWork(t.data, t.aux.hW, w, aux.rowFirst, aux.rowEnd,
+                       t.scratch + static_cast<ptrdiff_t>(aux.rowFirst) * w,
+                       aux.rowEnd - aux.rowFirst, decay, kDecay);
+    }
+    t.barrier->Arrive();
+    if (x1 > x0) FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay);
+    if (it + 1 < t.iterations) t.barrier->Arrive();
+  }
+  return nullptr;
+}
+
+// Whether the team can run: every worker 1 .. count - 1 exists in the pool.
+bool TeamRuns(void* pool, int count) {
+  if (pool == nullptr || count < 1 || count > kMaxMembers) return false;
+  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+  return p->workers != nullptr && count <= p->count;
+}
+
+void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, void* pool,
+             int count) {
+  Barrier barrier(count);
+  const Team team = {aux, data, scratch, iterations, count, &barrier};
+  Member members[kMaxMembers];
+  for (int i = 0; i < count; ++i) members[i] = {&team, i};
+  for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &members[i]);
+  MemberRun(&members[0], 0);
+  if (count > 1) MThread_Sync(pool, 1, count - 1);
+}
+
 size_t Bytes(int64_t count, int64_t elementSize) {
   const int64_t bytes = count * elementSize;
   return bytes > 0 ? static_cast<size_t>(bytes) : 0;
@@ -439,6 +509,11 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
       }
       GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
       DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
+    }
+    if (TeamRuns(pool, threadCount)) {
+      RunTeam(aux, data, scratch, iterations, pool, threadCount);
+      for (void* b : buffers) fgs_safeDeleteMem(b, allocator, kTag);
+      return;
     }
     RunAux(aux, pool, threadCount);
     const bool decayInPass = DecayInPass(pool, threadCount);
