@@ -137,13 +137,21 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
       const int rows = 3;
       std::vector<uint8_t> g(static_cast<size_t>(rows + 1) * (n + 1) * 3);
       for (uint8_t& v : g) v = rng() % 5 == 0 ? 255 * (rng() & 1) : static_cast<uint8_t>(rng());
-      const std::vector<float> table = bvtest::RefTable(8.0f, 100.0f);
-      std::vector<float> a(static_cast<size_t>(rows) * n + 1, 9.0f), b = a;
+      // Distinct entries, so that any wrong index shows.
+      std::vector<float> table(256);
+      for (int i = 0; i < 256; ++i) table[i] = -0.37f * static_cast<float>(i + 1);
+      std::vector<uint8_t> mask(static_cast<size_t>(rows) * n);
+      for (uint8_t& v : mask) v = rng() % 4 == 0 ? static_cast<uint8_t>(rng() | 1) : 0;
       const ptrdiff_t stride = 3 * (n + 1);
-      bivista::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(), a.data(), n);
-      bivista::scalar::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(),
-                                   b.data(), n);
-      ExpectSameBits(a, b);
+      const uint8_t* noMask = nullptr;
+      for (const uint8_t* m : {noMask, static_cast<const uint8_t*>(mask.data())}) {
+        std::vector<float> a(static_cast<size_t>(rows) * n + 1, 9.0f), b = a;
+        bivista::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(), a.data(), n,
+                             m, -0.01f);
+        bivista::scalar::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(),
+                                     b.data(), n, m, -0.01f);
+        ExpectSameBits(a, b);
+      }
     }
   });
 }

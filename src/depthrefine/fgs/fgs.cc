@@ -217,17 +217,23 @@ void* AuxJobRun(void* argument, int) {
   const ptrdiff_t o = static_cast<ptrdiff_t>(j.rowFirst) * w;
   const ptrdiff_t stride = 3 * static_cast<ptrdiff_t>(w);
   if (rows < 1) return nullptr;
-  if (j.work & kAuxBuild) {
-    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w);
+  const bool build = (j.work & kAuxBuild) != 0;
+  if (build) {
+    // Masked couplings are set while building.
+    const uint8_t* masked = (j.work & kAuxAdapt) ? j.mask + o : nullptr;
+    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w,
+                masked, kMaskedCoupling);
     if (vRows > 0) {
       FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + stride, stride, vRows, w, j.table, j.vW + o,
-                  w);
+                  w, masked, kMaskedCoupling);
     }
   }
   if (j.work & kAuxAdapt) {
-    FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
-    if (vRows > 0) {
-      FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+    if (!build) {
+      FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
+      if (vRows > 0) {
+        FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+      }
     }
     ZeroColumn(j.hW + o, rows, w, w - 1);
     if (j.rowEnd == j.height) memset(j.vW + (o + static_cast<ptrdiff_t>(rows - 1) * w), 0, sizeof(float) * w);

@@ -123,13 +123,17 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
 #endif
 
 #ifdef BIVISTA_FGS_VECTOR
+// With mx, each row of couplings decays as soon as the forward sweep is past it.
 template <bool kFull>
-HWY_INLINE void ColumnBand(float* fx, const float* wx, float* cx, ptrdiff_t s, int n, int m) {
+HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
+                           const uint8_t* mx, float factor) {
   FirstRow<kFull>(fx, wx, cx, m);
   for (ptrdiff_t i = 1; i < n; ++i) {
     ForwardRow<kFull>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
                       wx + i * s, cx + i * s, m);
+    if (mx != nullptr) MaskedPass<false>(wx + (i - 1) * s, mx + (i - 1) * s, m, factor);
   }
+  if (mx != nullptr) MaskedPass<false>(wx + (n - 1) * s, mx + (n - 1) * s, m, factor);
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
     BackRow<kFull>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
   }
@@ -144,13 +148,11 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first
   // couplings decay.
   for (int x = first; x < end; x += kBand) {
     const int m = end - x < kBand ? end - x : kBand;
+    const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
     if (m == kBand) {
-      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand);
+      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand, mx, factor);
     } else {
-      ColumnBand<false>(f + x, w + x, c + x, s, n, m);
-    }
-    if (decayMask != nullptr) {
-      for (ptrdiff_t i = 0; i < n; ++i) MaskedPass<false>(w + i * s + x, decayMask + i * s + x, m, factor);
+      ColumnBand<false>(f + x, w + x, c + x, s, n, m, mx, factor);
     }
   }
 #else
@@ -212,8 +214,10 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 #ifdef BIVISTA_FGS_VECTOR
 // m lines from fl (rows of n values) through the workspace: values, then coefficients, each n
 // rows of `band` lanes; the couplings go through a stack chunk.
+// With ml (the mask of the m lines), the couplings decay once copied into the chunk.
 template <bool kFull>
-HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, float* work) {
+HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* work,
+                        const uint8_t* ml, float factor) {
   if (kFull) band = kBand;
   float* tf = work;
   float* tc = work + static_cast<ptrdiff_t>(band) * n;
@@ -229,6 +233,12 @@ HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, floa
     }
     TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
     TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+    if (ml != nullptr) {
+      for (int l = 0; l < m; ++l) {
+        const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n + i0;
+        MaskedPass<false>(wl + o, ml + o, kk, factor);
+      }
+    }
     int i = 0;
     if (i0 == 0) {
       FirstRow<kFull>(tf, tw + kBand, tc, m);
@@ -262,20 +272,52 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
   for (int l = first; l < end; l += band) {
     const int m = end - l < band ? end - l : band;
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    const uint8_t* ml = decayMask != nullptr ? decayMask + o : nullptr;
     if (m == kBand) {
-      RowBand<true>(f + o, w + o, n, m, band, work);
+      RowBand<true>(f + o, w + o, n, m, band, work, ml, factor);
     } else {
-      RowBand<false>(f + o, w + o, n, m, band, work);
+      RowBand<false>(f + o, w + o, n, m, band, work, ml, factor);
     }
-    if (decayMask != nullptr) MaskedPass<false>(w + o, decayMask + o, m * static_cast<ptrdiff_t>(n), factor);
   }
 #else
   scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
 #endif
 }
 
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+// The 256 entries in sixteen registers: eight two-register permutes pick by the low five bits of
+// each index, three rounds of blends by bits 5, 6 and 7 (a gather costs several times more).
+struct Table256 {
+  __m512 r[16];
+  explicit Table256(const float* t) {
+    for (int k = 0; k < 16; ++k) r[k] = _mm512_loadu_ps(t + 16 * k);
+  }
+  template <class DF, class VI>
+  HWY_INLINE hn::Vec<DF> Lookup(DF, VI index) const {
+    const __m512i i = index.raw;
+    __m512 v[8];
+    for (int k = 0; k < 8; ++k) v[k] = _mm512_permutex2var_ps(r[2 * k], i, r[2 * k + 1]);
+    for (int bit = 5, half = 4; bit < 8; ++bit, half /= 2) {
+      const __mmask16 up = _mm512_test_epi32_mask(i, _mm512_set1_epi32(1 << bit));
+      for (int k = 0; k < half; ++k) v[k] = _mm512_mask_blend_ps(up, v[2 * k], v[2 * k + 1]);
+    }
+    return hn::Vec<DF>{v[0]};
+  }
+};
+#else
+struct Table256 {
+  const float* t;
+  explicit Table256(const float* table) : t(table) {}
+  template <class DF, class VI>
+  HWY_INLINE hn::Vec<DF> Lookup(DF df, VI index) const {
+    return hn::GatherIndex(df, t, index);
+  }
+};
+#endif
+
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
   float t[256];
   memcpy(t, table, sizeof t);
   int x0 = 0;
@@ -284,13 +326,17 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   const hn::Half<decltype(d8)> dh;
   const hn::Half<decltype(dh)> dq;
   const hn::Rebind<int32_t, decltype(dq)> d32;
+  const hn::Rebind<uint32_t, decltype(dq)> du32;
   const hn::Rebind<float, decltype(dq)> df;
   const int lanes = static_cast<int>(hn::Lanes(d8));
   const int q = lanes / 4;
   const int nv = n / lanes * lanes;
+  const Table256 lookup(t);
+  const auto vvalue = hn::Set(df, value);
   for (int r = 0; r < rows; ++r) {
     const uint8_t* pa = a + r * inStride;
     const uint8_t* pb = b + r * inStride;
+    const uint8_t* pm = mask != nullptr ? mask + r * outStride : nullptr;
     float* o = out + r * outStride;
     for (int x = 0; x < nv; x += lanes) {
       hn::Vec<decltype(d8)> a0, a1, a2, b0, b1, b2;
@@ -300,16 +346,20 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
       const auto d1 = hn::Or(hn::SaturatedSub(a1, b1), hn::SaturatedSub(b1, a1));
       const auto d2 = hn::Or(hn::SaturatedSub(a2, b2), hn::SaturatedSub(b2, a2));
       const auto m = hn::Max(hn::Max(d0, d1), d2);
-      // Table entries by gathers, a quarter of the bytes at a time.
+      // Table entries a quarter of the bytes at a time.
       const auto lo = hn::LowerHalf(dh, m);
       const auto hi = hn::UpperHalf(dh, m);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, lo))), df, o + x);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, lo))), df,
-                 o + x + q);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, hi))), df,
-                 o + x + 2 * q);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, hi))), df,
-                 o + x + 3 * q);
+      const hn::Vec<decltype(dq)> parts[4] = {hn::LowerHalf(dq, lo), hn::UpperHalf(dq, lo),
+                                              hn::LowerHalf(dq, hi), hn::UpperHalf(dq, hi)};
+      for (int k = 0; k < 4; ++k) {
+        auto v = lookup.Lookup(df, hn::PromoteTo(d32, parts[k]));
+        if (pm != nullptr) {
+          const auto set = hn::RebindMask(
+              df, hn::Ne(hn::PromoteTo(du32, hn::LoadU(dq, pm + x + k * q)), hn::Zero(du32)));
+          v = hn::IfThenElse(set, vvalue, v);
+        }
+        hn::StoreU(v, df, o + x + k * q);
+      }
     }
   }
   x0 = nv;
@@ -318,7 +368,9 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
     const uint8_t* pa = a + r * inStride;
     const uint8_t* pb = b + r * inStride;
     float* o = out + r * outStride;
-    for (int x = x0; x < n; ++x) o[x] = t[fgs::MaxDiff(pa + 3 * x, pb + 3 * x, 3)];
+    for (int x = x0; x < n; ++x) {
+      o[x] = fgs::Weight(t, pa + 3 * x, pb + 3 * x, mask != nullptr ? mask + r * outStride + x : nullptr, value);
+    }
   }
 }
 
@@ -356,8 +408,9 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
   HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor);
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
-  HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride);
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
+  HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride, mask, value);
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
   HWY_DYNAMIC_DISPATCH(FgsDecay)(w, mask, n, factor);
@@ -395,11 +448,13 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int 
   }
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
   for (int r = 0; r < rows; ++r) {
     for (int x = 0; x < n; ++x) {
       out[r * outStride + x] =
-          table[fgs::MaxDiff(a + r * inStride + 3 * x, b + r * inStride + 3 * x, 3)];
+          fgs::Weight(table, a + r * inStride + 3 * x, b + r * inStride + 3 * x,
+                      mask != nullptr ? mask + r * outStride + x : nullptr, value);
     }
   }
 }

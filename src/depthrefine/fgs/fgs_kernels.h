@@ -53,6 +53,12 @@ inline int MaxDiff(const uint8_t* a, const uint8_t* b, int bytes) {
 
 inline float Decayed(float w, uint8_t mask, float factor) { return mask == 0 ? w * factor : w; }
 inline float Masked(float w, uint8_t mask, float value) { return mask != 0 ? value : w; }
+// Coupling of two 3-byte pixels from the table, `value` where *mask (when given) is nonzero.
+inline float Weight(const float* table, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+                    float value) {
+  const float w = table[MaxDiff(a, b, 3)];
+  return mask != nullptr ? Masked(w, *mask, value) : w;
+}
 
 }  // namespace fgs
 
@@ -67,10 +73,11 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
 // of n values. decayMask as above.
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
                      const uint8_t* decayMask, float factor);
-// out[r * outStride + x] = table[MaxDiff(a + r * inStride + 3x, b + r * inStride + 3x, 3)] for
-// r < rows, x < n.
+// out[r * outStride + x] = Weight(table, a + r * inStride + 3x, b + r * inStride + 3x, mask + r *
+// outStride + x (or null), value) for r < rows, x < n: the mask, when given, has out's layout.
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride);
+                 const float* table, float* out, ptrdiff_t outStride,
+                 const uint8_t* mask = nullptr, float value = 0.0f);
 // w[i] = Decayed(w[i], mask[i], factor) for i < n.
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
 // w[i] = Masked(w[i], mask[i], value) for i < n.
@@ -83,7 +90,8 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
                      const uint8_t* decayMask, float factor);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride);
+                 const float* table, float* out, ptrdiff_t outStride,
+                 const uint8_t* mask = nullptr, float value = 0.0f);
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 }  // namespace scalar
