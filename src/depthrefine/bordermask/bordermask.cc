@@ -219,7 +219,7 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
   Partner partner;
   if (split) {
     partner.share = shares[1];
-    partner.split = height * 3 / 8;
+    partner.split = height / 2;
     partner.mask = mask;
     partner.scratch = scratch;
     MThread_Boot(pool, 1, PartnerJob, &partner);
