@@ -332,6 +332,7 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   const int q = lanes / 4;
   const int nv = n / lanes * lanes;
   const Table256 lookup(t);
+  HWY_ALIGN uint8_t diff[3 * hn::MaxLanes(d8)];
   const auto vvalue = hn::Set(df, value);
   for (int r = 0; r < rows; ++r) {
     const uint8_t* pa = a + r * inStride;
@@ -339,12 +340,15 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
     const uint8_t* pm = mask != nullptr ? mask + r * outStride : nullptr;
     float* o = out + r * outStride;
     for (int x = 0; x < nv; x += lanes) {
-      hn::Vec<decltype(d8)> a0, a1, a2, b0, b1, b2;
-      hn::LoadInterleaved3(d8, pa + 3 * x, a0, a1, a2);
-      hn::LoadInterleaved3(d8, pb + 3 * x, b0, b1, b2);
-      const auto d0 = hn::Or(hn::SaturatedSub(a0, b0), hn::SaturatedSub(b0, a0));
-      const auto d1 = hn::Or(hn::SaturatedSub(a1, b1), hn::SaturatedSub(b1, a1));
-      const auto d2 = hn::Or(hn::SaturatedSub(a2, b2), hn::SaturatedSub(b2, a2));
+      // Byte differences in pixel order, then one de-interleave of the differences.
+      for (int k = 0; k < 3; ++k) {
+        const auto av = hn::LoadU(d8, pa + 3 * x + k * lanes);
+        const auto bv = hn::LoadU(d8, pb + 3 * x + k * lanes);
+        hn::Store(hn::Or(hn::SaturatedSub(av, bv), hn::SaturatedSub(bv, av)), d8,
+                  diff + k * lanes);
+      }
+      hn::Vec<decltype(d8)> d0, d1, d2;
+      hn::LoadInterleaved3(d8, diff, d0, d1, d2);
       const auto m = hn::Max(hn::Max(d0, d1), d2);
       // Table entries a quarter of the bytes at a time.
       const auto lo = hn::LowerHalf(dh, m);
