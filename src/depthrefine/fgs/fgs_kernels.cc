@@ -212,6 +212,48 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 }
 
 #ifdef BIVISTA_FGS_VECTOR
+// dst[c * step + r] = src[r * srcStride + c], as TransposeBlockF32. On AVX-512 targets blocks of
+// 4 rows x 16 columns go through four registers: in-block 4 x 4 transposes, then each 128-bit
+// block stored to its column (a quarter of the shuffles of 4 x 4 blocks in 128-bit registers).
+HWY_INLINE void TransposeLines(const float* src, ptrdiff_t srcStride, int rows, int cols,
+                               float* dst, ptrdiff_t step) {
+  int r4 = 0;
+  int c16 = 0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  r4 = rows & ~3;
+  c16 = cols & ~15;
+  for (int r = 0; r < r4; r += 4) {
+    const float* s = src + r * srcStride;
+    for (int c = 0; c < c16; c += 16) {
+      const __m512 a = _mm512_loadu_ps(s + c);
+      const __m512 b = _mm512_loadu_ps(s + srcStride + c);
+      const __m512 e = _mm512_loadu_ps(s + 2 * srcStride + c);
+      const __m512 g = _mm512_loadu_ps(s + 3 * srcStride + c);
+      const __m512d t0 = _mm512_castps_pd(_mm512_unpacklo_ps(a, b));
+      const __m512d t1 = _mm512_castps_pd(_mm512_unpacklo_ps(e, g));
+      const __m512d t2 = _mm512_castps_pd(_mm512_unpackhi_ps(a, b));
+      const __m512d t3 = _mm512_castps_pd(_mm512_unpackhi_ps(e, g));
+      // o[k], block j: column c + 4j + k of rows r .. r + 3.
+      const __m512 o[4] = {_mm512_castpd_ps(_mm512_unpacklo_pd(t0, t1)),
+                           _mm512_castpd_ps(_mm512_unpackhi_pd(t0, t1)),
+                           _mm512_castpd_ps(_mm512_unpacklo_pd(t2, t3)),
+                           _mm512_castpd_ps(_mm512_unpackhi_pd(t2, t3))};
+      float* d = dst + c * step + r;
+      for (int k = 0; k < 4; ++k) {
+        _mm_storeu_ps(d + k * step, _mm512_extractf32x4_ps(o[k], 0));
+        _mm_storeu_ps(d + (4 + k) * step, _mm512_extractf32x4_ps(o[k], 1));
+        _mm_storeu_ps(d + (8 + k) * step, _mm512_extractf32x4_ps(o[k], 2));
+        _mm_storeu_ps(d + (12 + k) * step, _mm512_extractf32x4_ps(o[k], 3));
+      }
+    }
+  }
+#endif
+  if (r4 > 0 && c16 < cols) {
+    TransposeBlockF32(src + c16, srcStride, r4, cols - c16, dst + c16 * step, step);
+  }
+  if (r4 < rows) TransposeBlockF32(src + r4 * srcStride, srcStride, rows - r4, cols, dst + r4, step);
+}
+
 // m lines from fl (rows of n values) through the workspace: values, then coefficients, each n
 // rows of `band` lanes; the couplings go through a stack chunk.
 // With ml (the mask of the m lines), the couplings decay once copied into the chunk.
@@ -231,8 +273,8 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
         hwy::Prefetch(wl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
       }
     }
-    TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
-    TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+    TransposeLines(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
+    TransposeLines(wl + i0, n, m, kk, tw + kBand, kBand);
     if (ml != nullptr) {
       for (int l = 0; l < m; ++l) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n + i0;
@@ -254,7 +296,7 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
     BackRow<kFull>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
   }
-  TransposeBlockF32(tf, band, n, m, fl, n);
+  TransposeLines(tf, band, n, m, fl, n);
 }
 #endif
 
