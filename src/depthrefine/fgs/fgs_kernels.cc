@@ -48,6 +48,9 @@ HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) 
 
 // Lanes solved together (a band), and columns per stack chunk of the row solve.
 constexpr int kBand = 64;
+// Columns per band of the column solve: 128 measured fastest (two cache lines of a row per
+// plane and step, many independent divisions in flight); 64 and 256 are slower.
+constexpr int kColumnBand = 128;
 constexpr int kChunk = 16;
 
 template <class D>
@@ -73,10 +76,10 @@ HWY_INLINE hn::Vec<D> FirstKV(D d, hn::Vec<D> w) {
 }
 
 // One step for m lanes held contiguously in each row pointer; the tail lanes go through the
-// scalar element. kFull: m is a whole band, known when compiling, so the loop unrolls.
-template <bool kFull = false>
+// scalar element. kM: m known when compiling (a whole band), so the loop unrolls; 0: m as given.
+template <int kM = 0>
 HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -89,10 +92,10 @@ HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
   for (; j < m; ++j) fgs::First(f + j, w[j], c + j);
 }
 
-template <bool kFull = false>
+template <int kM = 0>
 HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, float* f,
                            const float* w, float* c, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto one = hn::Set(d, 1.0f);
@@ -108,9 +111,9 @@ HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, fl
   for (; j < m; ++j) fgs::Forward(fp[j], wp[j], cp[j], f + j, w[j], c + j);
 }
 
-template <bool kFull = false>
+template <int kM = 0>
 HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -124,18 +127,18 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
 
 #ifdef BIVISTA_FGS_VECTOR
 // With mx, each row of couplings decays as soon as the forward sweep is past it.
-template <bool kFull>
+template <int kM>
 HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
                            const uint8_t* mx, float factor) {
-  FirstRow<kFull>(fx, wx, cx, m);
+  FirstRow<kM>(fx, wx, cx, m);
   for (ptrdiff_t i = 1; i < n; ++i) {
-    ForwardRow<kFull>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
+    ForwardRow<kM>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
                       wx + i * s, cx + i * s, m);
     if (mx != nullptr) MaskedPass<false>(wx + (i - 1) * s, mx + (i - 1) * s, m, factor);
   }
   if (mx != nullptr) MaskedPass<false>(wx + (n - 1) * s, mx + (n - 1) * s, m, factor);
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
+    BackRow<kM>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
   }
 }
 #endif
@@ -146,13 +149,13 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first
   if (n < 1) return;
   // A band of columns goes down and back up while its rows are still in cache, then its
   // couplings decay.
-  for (int x = first; x < end; x += kBand) {
-    const int m = end - x < kBand ? end - x : kBand;
+  for (int x = first; x < end; x += kColumnBand) {
+    const int m = end - x < kColumnBand ? end - x : kColumnBand;
     const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
-    if (m == kBand) {
-      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand, mx, factor);
+    if (m == kColumnBand) {
+      ColumnBand<kColumnBand>(f + x, w + x, c + x, s, n, m, mx, factor);
     } else {
-      ColumnBand<false>(f + x, w + x, c + x, s, n, m, mx, factor);
+      ColumnBand<0>(f + x, w + x, c + x, s, n, m, mx, factor);
     }
   }
 #else
@@ -283,18 +286,18 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
     }
     int i = 0;
     if (i0 == 0) {
-      FirstRow<kFull>(tf, tw + kBand, tc, m);
+      FirstRow<kFull ? kBand : 0>(tf, tw + kBand, tc, m);
       i = 1;
     }
     for (; i < kk; ++i) {
       const ptrdiff_t at = static_cast<ptrdiff_t>(i0 + i) * band;
-      ForwardRow<kFull>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
+      ForwardRow<kFull ? kBand : 0>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
                         tw + (i + 1) * kBand, tc + at, m);
     }
     memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
   }
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
+    BackRow<kFull ? kBand : 0>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
   }
   TransposeLines(tf, band, n, m, fl, n);
 }
