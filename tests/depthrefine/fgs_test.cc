@@ -113,16 +113,29 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
           ExpectSameBits(a, b);
           ExpectSameBits(wa, decayed);
         }
-        // Columns: the plane read as n rows of `lines` columns.
-        a = b = data;
-        std::vector<float> wa = wt, wb = wt;
-        bivista::FgsSolveColumns(a.data(), wa.data(), ca.data(), lines, n, 0, lines, mask.data(),
-                                 0.25f);
-        bivista::scalar::FgsSolveColumns(b.data(), wb.data(), cb.data(), lines, n, 0, lines,
-                                         mask.data(), 0.25f);
-        ExpectSameBits(a, b);
-        ExpectSameBits(ca, cb);
-        ExpectSameBits(wa, wb);
+        // A mask known clear is not read: every coupling decays.
+        {
+          std::vector<float> work(static_cast<size_t>(lines) * n), wa = wt, wb = wt;
+          a = data;
+          bivista::FgsSolveRowsWork(a.data(), wa.data(), n, 1, lines, work.data(), lines,
+                                    mask.data(), 0.25f, true);
+          bivista::scalar::FgsDecay(wb.data() + n, nullptr, static_cast<ptrdiff_t>(size) - n,
+                                    0.25f);
+          ExpectSameBits(a, b);
+          ExpectSameBits(wa, wb);
+        }
+        // Columns: the plane read as n rows of `lines` columns; with the mask, then known clear.
+        for (bool clear : {false, true}) {
+          a = b = data;
+          std::vector<float> wa = wt, wb = wt;
+          bivista::FgsSolveColumns(a.data(), wa.data(), ca.data(), lines, n, 0, lines,
+                                   mask.data(), 0.25f, clear);
+          bivista::scalar::FgsSolveColumns(b.data(), wb.data(), cb.data(), lines, n, 0, lines,
+                                           mask.data(), 0.25f, clear);
+          ExpectSameBits(a, b);
+          ExpectSameBits(ca, cb);
+          ExpectSameBits(wa, wb);
+        }
         a = b = wt;
         bivista::FgsDecay(a.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
         bivista::scalar::FgsDecay(b.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);

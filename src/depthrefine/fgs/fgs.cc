@@ -99,53 +99,28 @@ void RotateGuideInto(uint8_t* dst, int64_t bytes, const uint8_t* src, int rows, 
   if (bytes > full) memset(dst + full, 0, static_cast<size_t>(bytes - full));
 }
 
-// A worker's lines of an internal pass and the decay of their couplings that follows (null: the
-// decay is left to a pass of its own).
-struct PassJob {
-  DREF_FGSThreadParam lines;
-  const uint8_t* decayMask;
-};
-// Most workers whose records live on the stack; more go through the caller's records.
-constexpr int kMaxFusedWorkers = 8;
-
-DREF_FGSThreadParam& LinesOf(DREF_FGSThreadParam& r, const uint8_t*) { return r; }
-DREF_FGSThreadParam& LinesOf(PassJob& r, const uint8_t* decayMask) {
-  r.decayMask = decayMask;
-  return r.lines;
-}
-const DREF_FGSThreadParam& LinesOf(const DREF_FGSThreadParam& r) { return r; }
-const DREF_FGSThreadParam& LinesOf(const PassJob& r) { return r.lines; }
-const uint8_t* DecayOf(const DREF_FGSThreadParam&) { return nullptr; }
-const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
-
-// Internal passes: rows with the record's part of the scratch plane as workspace; columns of a
-// plane lineCount values wide.
-template <typename R>
+// Internal passes when the pool lacks workers (see FGSFilter): rows with the record's part of the
+// scratch plane as workspace; columns of a plane lineCount values wide. No decay inside.
 void* SolveRowsJob(void* param, int) {
-  const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(r);
+  const DREF_FGSThreadParam& p = *static_cast<const DREF_FGSThreadParam*>(param);
   FgsSolveRowsWork(p.data, p.weight, p.lineLength, p.startLine, p.endLine,
                    p.scratch + static_cast<ptrdiff_t>(p.startLine) * p.lineLength,
-                   p.endLine - p.startLine, DecayOf(r), kDecay);
+                   p.endLine - p.startLine, nullptr, kDecay);
   return nullptr;
 }
 
-template <typename R>
 void* SolveColumnsJob(void* param, int) {
-  const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(r);
+  const DREF_FGSThreadParam& p = *static_cast<const DREF_FGSThreadParam*>(param);
   FgsSolveColumns(p.data, p.weight, p.scratch, p.lineCount, p.lineLength, p.startLine, p.endLine,
-                  DecayOf(r), kDecay);
+                  nullptr, kDecay);
   return nullptr;
 }
 
 // Worker i of T takes lines (i x N) / T .. ((i + 1) x N) / T, the last up to N; then one sync.
-template <typename R>
 void SplitAndRun(float* data, const float* weights, float* scratch, int lineCount, int lineLength,
-                 R* records, void* pool, int threadCount, MThread_Func job,
-                 const uint8_t* decayMask = nullptr) {
+                 DREF_FGSThreadParam* records, void* pool, int threadCount, MThread_Func job) {
   for (int i = 0; i < threadCount; ++i) {
-    DREF_FGSThreadParam& r = LinesOf(records[i], decayMask);
+    DREF_FGSThreadParam& r = records[i];
     r.data = data;
     r.weight = const_cast<float*>(weights);
     r.scratch = scratch;
@@ -158,36 +133,6 @@ void SplitAndRun(float* data, const float* weights, float* scratch, int lineCoun
     MThread_Boot(pool, i, job, &records[i]);
   }
   MThread_Sync(pool, 0, threadCount);
-}
-
-enum class Lines { kRows, kColumns };
-
-// Whether every worker of a pass surely runs and has a record on the stack: the couplings can
-// then decay within the pass.
-bool DecayInPass(void* pool, int threadCount) {
-  if (pool == nullptr) return true;
-  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
-  return threadCount >= 1 && threadCount <= kMaxFusedWorkers && p->workers != nullptr &&
-         threadCount <= p->count;
-}
-
-// One internal line pass: on the caller without a pool, else split over the workers. decayMask
-// only where DecayInPass.
-void LinePass(Lines kind, float* data, float* weights, float* scratch, int lineCount,
-              int lineLength, DREF_FGSThreadParam* records, void* pool, int threadCount,
-              const uint8_t* decayMask) {
-  const bool rows = kind == Lines::kRows;
-  if (pool == nullptr) {
-    PassJob all = {{data, weights, scratch, lineCount, lineLength, 0, lineCount}, decayMask};
-    (rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>)(&all, 0);
-  } else if (DecayInPass(pool, threadCount)) {
-    PassJob jobs[kMaxFusedWorkers];
-    SplitAndRun(data, weights, scratch, lineCount, lineLength, jobs, pool, threadCount,
-                rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>, decayMask);
-  } else {
-    SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount,
-                rows ? SolveRowsJob<DREF_FGSThreadParam> : SolveColumnsJob<DREF_FGSThreadParam>);
-  }
 }
 
 // Per-pixel work of the filter outside the solves, split by rows over the pool's workers (at
@@ -207,6 +152,7 @@ struct AuxJob {
   int rowFirst;
   int rowEnd;
   int work;
+  bool maskClear;  // the mask is all 0: nothing is masked, every coupling decays
 };
 
 void* AuxJobRun(void* argument, int) {
@@ -220,7 +166,7 @@ void* AuxJobRun(void* argument, int) {
   const bool build = (j.work & kAuxBuild) != 0;
   if (build) {
     // Masked couplings are set while building.
-    const uint8_t* masked = (j.work & kAuxAdapt) ? j.mask + o : nullptr;
+    const uint8_t* masked = (j.work & kAuxAdapt) && !j.maskClear ? j.mask + o : nullptr;
     FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w,
                 masked, kMaskedCoupling);
     if (vRows > 0) {
@@ -229,7 +175,7 @@ void* AuxJobRun(void* argument, int) {
     }
   }
   if (j.work & kAuxAdapt) {
-    if (!build) {
+    if (!build && !j.maskClear) {
       FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
       if (vRows > 0) {
         FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
@@ -239,8 +185,9 @@ void* AuxJobRun(void* argument, int) {
     if (j.rowEnd == j.height) memset(j.vW + (o + static_cast<ptrdiff_t>(rows - 1) * w), 0, sizeof(float) * w);
   }
   if (j.work & kAuxDecay) {
-    FgsDecay(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
-    FgsDecay(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    const uint8_t* m = j.maskClear ? nullptr : j.mask + o;
+    FgsDecay(j.hW + o, m, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    FgsDecay(j.vW + o, m, static_cast<ptrdiff_t>(rows) * w, kDecay);
   }
   return nullptr;
 }
@@ -309,18 +256,22 @@ void* MemberRun(void* argument, int) {
     if (aux.rowEnd > aux.rowFirst) {
       FgsSolveRowsWork(t.data, t.aux.hW, w, aux.rowFirst, aux.rowEnd,
                        t.scratch + static_cast<ptrdiff_t>(aux.rowFirst) * w,
-                       aux.rowEnd - aux.rowFirst, decay, kDecay);
+                       aux.rowEnd - aux.rowFirst, decay, kDecay, t.aux.maskClear);
     }
     t.barrier->Arrive();
-    if (x1 > x0) FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay);
+    if (x1 > x0) {
+      FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay, t.aux.maskClear);
+    }
     if (it + 1 < t.iterations) t.barrier->Arrive();
   }
   return nullptr;
 }
 
-// Whether the team can run: every worker 1 .. count - 1 exists in the pool.
+// Whether the team can run: every worker 1 .. count - 1 exists in the pool (no pool: the caller
+// alone).
 bool TeamRuns(void* pool, int count) {
-  if (pool == nullptr || count < 1 || count > kMaxMembers) return false;
+  if (pool == nullptr) return true;
+  if (count < 1 || count > kMaxMembers) return false;
   const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
   return p->workers != nullptr && count <= p->count;
 }
@@ -334,6 +285,18 @@ void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, voi
   for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &members[i]);
   MemberRun(&members[0], 0);
   if (count > 1) MThread_Sync(pool, 1, count - 1);
+}
+
+// Whether no byte of the mask is set (blocks, so that a set byte ends the scan early).
+bool AllClear(const uint8_t* mask, int64_t n) {
+  constexpr int64_t kBlock = 4096;
+  for (int64_t i = 0; i < n; i += kBlock) {
+    const int64_t end = n - i < kBlock ? n : i + kBlock;
+    uint8_t any = 0;
+    for (int64_t k = i; k < end; ++k) any |= mask[k];
+    if (any != 0) return false;
+  }
+  return true;
 }
 
 size_t Bytes(int64_t count, int64_t elementSize) {
@@ -499,7 +462,7 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
   if (height > 0 && width > 0) {
     float table[256];
     BuildTable(sigma, lambda1, table);
-    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt};
+    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt, false};
     if (guideFormat == 0 && channels == 3) {
       aux.work |= kAuxBuild;
     } else if (guideFormat == 0) {
@@ -516,23 +479,21 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
       GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
       DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
     }
+    aux.maskClear = AllClear(mask, area);
     if (TeamRuns(pool, threadCount)) {
-      RunTeam(aux, data, scratch, iterations, pool, threadCount);
-      for (void* b : buffers) fgs_safeDeleteMem(b, allocator, kTag);
-      return;
-    }
-    RunAux(aux, pool, threadCount);
-    const bool decayInPass = DecayInPass(pool, threadCount);
-    for (int it = 0; it < iterations; ++it) {
-      // The couplings decay for the next iteration as soon as their line is solved.
-      const bool decay = it + 1 < iterations;
-      const uint8_t* inPass = decay && decayInPass ? mask : nullptr;
-      LinePass(Lines::kRows, data, hW, scratch, height, width, records, pool, threadCount, inPass);
-      LinePass(Lines::kColumns, data, vW, scratch, width, height, records, pool, threadCount,
-               inPass);
-      if (decay && !decayInPass) {
-        aux.work = kAuxDecay;
-        RunAux(aux, pool, threadCount);
+      RunTeam(aux, data, scratch, iterations, pool, pool != nullptr ? threadCount : 1);
+    } else {
+      // A pool short of workers: a boot-and-sync round per pass, the refused workers' lines
+      // unsolved, as the split rule gives.
+      RunAux(aux, pool, threadCount);
+      for (int it = 0; it < iterations; ++it) {
+        SplitAndRun(data, hW, scratch, height, width, records, pool, threadCount, SolveRowsJob);
+        SplitAndRun(data, vW, scratch, width, height, records, pool, threadCount,
+                    SolveColumnsJob);
+        if (it + 1 < iterations) {
+          aux.work = kAuxDecay;
+          RunAux(aux, pool, threadCount);
+        }
       }
     }
   }

@@ -20,17 +20,30 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
+// kSet: w = value where mask is nonzero; else w *= x where mask is 0. A null mask reads as all 0.
 template <bool kSet>
 HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
   ptrdiff_t i = 0;
+  if (mask == nullptr) {
+    if (kSet) return;
+#if HWY_TARGET != HWY_SCALAR
+    const hn::ScalableTag<float> d;
+    const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
+    const auto vx = hn::Set(d, x);
+    for (const ptrdiff_t nv = n - n % lanes; i < nv; i += lanes) {
+      hn::StoreU(hn::Mul(hn::LoadU(d, w + i), vx), d, w + i);
+    }
+#endif
+    for (; i < n; ++i) w[i] = fgs::Decayed(w[i], 0, x);
+    return;
+  }
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<float> d;
   const hn::RebindToUnsigned<decltype(d)> du;
   const hn::Rebind<uint8_t, decltype(d)> d8;
   const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
   const auto vx = hn::Set(d, x);
-  for (; i + lanes <= n; i += lanes) {
+  for (const ptrdiff_t nv = n - n % lanes; i < nv; i += lanes) {
     const auto set =
         hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
     const auto v = hn::LoadU(d, w + i);
@@ -129,14 +142,17 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
 // With mx, each row of couplings decays as soon as the forward sweep is past it.
 template <int kM>
 HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
-                           const uint8_t* mx, float factor) {
+                           const uint8_t* mx, bool maskClear, float factor) {
+  const auto decay = [&](ptrdiff_t i) {
+    if (mx != nullptr) MaskedPass<false>(wx + i * s, maskClear ? nullptr : mx + i * s, m, factor);
+  };
   FirstRow<kM>(fx, wx, cx, m);
   for (ptrdiff_t i = 1; i < n; ++i) {
     ForwardRow<kM>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
-                      wx + i * s, cx + i * s, m);
-    if (mx != nullptr) MaskedPass<false>(wx + (i - 1) * s, mx + (i - 1) * s, m, factor);
+                   wx + i * s, cx + i * s, m);
+    decay(i - 1);
   }
-  if (mx != nullptr) MaskedPass<false>(wx + (n - 1) * s, mx + (n - 1) * s, m, factor);
+  decay(n - 1);
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
     BackRow<kM>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
   }
@@ -144,7 +160,7 @@ HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, 
 #endif
 
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
+                     const uint8_t* decayMask, float factor, bool maskClear) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1) return;
   // A band of columns goes down and back up while its rows are still in cache, then its
@@ -153,13 +169,13 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first
     const int m = end - x < kColumnBand ? end - x : kColumnBand;
     const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
     if (m == kColumnBand) {
-      ColumnBand<kColumnBand>(f + x, w + x, c + x, s, n, m, mx, factor);
+      ColumnBand<kColumnBand>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
     } else {
-      ColumnBand<0>(f + x, w + x, c + x, s, n, m, mx, factor);
+      ColumnBand<0>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
     }
   }
 #else
-  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor);
+  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor, maskClear);
 #endif
 }
 
@@ -262,7 +278,7 @@ HWY_INLINE void TransposeLines(const float* src, ptrdiff_t srcStride, int rows, 
 // With ml (the mask of the m lines), the couplings decay once copied into the chunk.
 template <bool kFull>
 HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* work,
-                        const uint8_t* ml, float factor) {
+                        const uint8_t* ml, bool maskClear, float factor) {
   if (kFull) band = kBand;
   float* tf = work;
   float* tc = work + static_cast<ptrdiff_t>(band) * n;
@@ -281,7 +297,7 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
     if (ml != nullptr) {
       for (int l = 0; l < m; ++l) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n + i0;
-        MaskedPass<false>(wl + o, ml + o, kk, factor);
+        MaskedPass<false>(wl + o, maskClear ? nullptr : ml + o, kk, factor);
       }
     }
     int i = 0;
@@ -304,14 +320,14 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
 #endif
 
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor) {
+                      const uint8_t* decayMask, float factor, bool maskClear) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1 || end <= first) return;
   // A band of lines lives in the workspace in column layout (values, then coefficients), so each
   // value is transposed in once and out once; the couplings go through a stack chunk.
   const int band = workLines / 2 < kBand ? workLines / 2 : kBand;
   if (band < 1) {
-    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor, maskClear);
     return;
   }
   for (int l = first; l < end; l += band) {
@@ -319,13 +335,13 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     const uint8_t* ml = decayMask != nullptr ? decayMask + o : nullptr;
     if (m == kBand) {
-      RowBand<true>(f + o, w + o, n, m, band, work, ml, factor);
+      RowBand<true>(f + o, w + o, n, m, band, work, ml, maskClear, factor);
     } else {
-      RowBand<false>(f + o, w + o, n, m, band, work, ml, factor);
+      RowBand<false>(f + o, w + o, n, m, band, work, ml, maskClear, factor);
     }
   }
 #else
-  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor, maskClear);
 #endif
 }
 
@@ -449,12 +465,14 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
   HWY_DYNAMIC_DISPATCH(FgsSolveRows)(f, w, c, n, first, end);
 }
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor);
+                     const uint8_t* decayMask, float factor, bool maskClear) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor,
+                                        maskClear);
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor);
+                      const uint8_t* decayMask, float factor, bool maskClear) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor,
+                                         maskClear);
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
@@ -477,22 +495,23 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
   }
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int,
-                      const uint8_t* decayMask, float factor) {
+                      const uint8_t* decayMask, float factor, bool maskClear) {
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, work, n, 1);
   }
-  if (decayMask != nullptr && end > first && n > 0) {
-    const ptrdiff_t o = static_cast<ptrdiff_t>(first) * n;
-    FgsDecay(w + o, decayMask + o, static_cast<ptrdiff_t>(end - first) * n, factor);
+  for (ptrdiff_t i = static_cast<ptrdiff_t>(first) * n;
+       decayMask != nullptr && n > 0 && i < static_cast<ptrdiff_t>(end) * n; ++i) {
+    w[i] = fgs::Decayed(w[i], maskClear ? 0 : decayMask[i], factor);
   }
 }
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
+                     const uint8_t* decayMask, float factor, bool maskClear) {
   for (int x = first; x < end; ++x) fgs::SolveLine(f + x, w + x, c + x, n, stride);
   for (ptrdiff_t i = 0; decayMask != nullptr && i < n; ++i) {
     for (int x = first; x < end; ++x) {
-      w[i * stride + x] = fgs::Decayed(w[i * stride + x], decayMask[i * stride + x], factor);
+      const ptrdiff_t k = i * stride + x;
+      w[k] = fgs::Decayed(w[k], maskClear ? 0 : decayMask[k], factor);
     }
   }
 }
@@ -508,7 +527,7 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   }
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
-  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask[i], factor);
+  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask != nullptr ? mask[i] : 0, factor);
 }
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
   for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Masked(w[i], mask[i], value);
