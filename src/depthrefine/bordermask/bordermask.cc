@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 
 #include "bivista/mthread.h"
@@ -107,23 +108,50 @@ bool WillRun(void* pool, int i) {
 // Worker 1's job when it also closes the lower rows of the mask: its gradient rows, then, once
 // the caller has the threshold, marking and closing rows [split, height).
 constexpr int kMaxSplitWidth = 4096;
+// The rows of workers 0 and 1 are taken in chunks by whichever of the caller and worker 1 is free,
+// so a late wake-up or a descheduled thread costs no idle time on the other.
+constexpr int kMaxChunks = 64;
 struct Partner {
-  GradientShare share;
-  Signal gradientDone;
+  GradientShare rows;  // rows of workers 0 and 1 together
+  int chunkRows;
+  int chunks;
+  std::atomic<int> next{0};
+  std::atomic<bool> done[kMaxChunks];
+  Waiter chunkDone;
   Signal thresholdReady;
   float threshold;
   int split;
   uint8_t* mask;
   uint8_t* scratch;
+
+  int ChunkEnd(int c) const {
+    return std::min(rows.p.startRow + (c + 1) * chunkRows, rows.p.endRow);
+  }
+  // Computes one more chunk; false when none is left.
+  bool RunOne() {
+    const int c = next.fetch_add(1, std::memory_order_relaxed);
+    if (c >= chunks) return false;
+    GradientShare part = rows;
+    part.p.startRow = rows.p.startRow + c * chunkRows;
+    part.p.endRow = ChunkEnd(c);
+    GradientJob(&part, 0);
+    chunkDone.Wake([&] { done[c].store(true, std::memory_order_release); });
+    return true;
+  }
+  bool Done(int c, bool wait) {
+    const auto isDone = [&] { return done[c].load(std::memory_order_acquire); };
+    if (wait) chunkDone.WaitFor(isDone);
+    return isDone();
+  }
 };
 
 void* PartnerJob(void* param, int) {
   Partner& p = *static_cast<Partner*>(param);
-  GradientJob(&p.share, 0);
-  p.gradientDone.Set();
+  while (p.RunOne()) {
+  }
   p.thresholdReady.Wait();
   uint8_t halo[6 * kMaxSplitWidth];
-  const DataGradientThreadParam& r = p.share.p;
+  const DataGradientThreadParam& r = p.rows.p;
   BorderMarkClose(r.gradient, nullptr, false, r.width, r.height, p.threshold, p.mask, p.scratch,
                   p.split, r.height, halo);
   return nullptr;
@@ -218,14 +246,28 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
                      height >= 8 && AllRun(pool, workers);
   Partner partner;
   if (split) {
-    partner.share = shares[1];
+    partner.rows = shares[0];
+    partner.rows.p.endRow = shares[1].p.endRow;
+    const int rows = partner.rows.p.endRow - partner.rows.p.startRow;
+    partner.chunkRows = std::max(8, (rows + kMaxChunks - 1) / kMaxChunks);
+    partner.chunks = rows > 0 ? (rows + partner.chunkRows - 1) / partner.chunkRows : 0;
+    for (auto& d : partner.done) d.store(false, std::memory_order_relaxed);
     partner.split = height / 2;
     partner.mask = mask;
     partner.scratch = scratch;
     MThread_Boot(pool, 1, PartnerJob, &partner);
     for (int i = 2; i < workers; ++i) MThread_Boot(pool, i, GradientJob, &shares[i]);
-    ownShare();
-    partner.gradientDone.Wait();
+    // Sum the samples of each finished chunk in order while there is work; then wait for the
+    // chunks still running.
+    int prefix = 0;
+    const auto sumDone = [&](bool wait) {
+      for (; prefix < partner.chunks && partner.Done(prefix, wait); ++prefix) {
+        const int64_t end = border::FirstSample(partner.ChunkEnd(prefix), width);
+        for (; k < end; ++k) sum += border::GetSample(samples, k);
+      }
+    };
+    while (partner.RunOne()) sumDone(false);
+    sumDone(true);
     if (workers > 2) MThread_Sync(pool, 2, workers - 2);
   } else if (workers > 0) {
     const bool callerRuns = WillRun(pool, 0);
