@@ -1,5 +1,5 @@
 // Meeting points for a caller and the pool workers sharing one job with it: a waiter spins
-// briefly (the others are usually about to arrive) and then sleeps on a condition variable, so a
+// briefly (the others are usually about to finish) and then sleeps on a condition variable, so a
 // descheduled partner costs no CPU. Internal to the library.
 #ifndef BIVISTA_SRC_MTHREAD_HANDOFF_H
 #define BIVISTA_SRC_MTHREAD_HANDOFF_H
@@ -64,28 +64,6 @@ class Signal {
 
  private:
   std::atomic<bool> set_{false};
-  Waiter waiter_;
-};
-
-// Reusable barrier of `count` threads: everything written before a thread's Arrive() is visible to
-// all of them after it.
-class Barrier {
- public:
-  explicit Barrier(int count) : count_(count) {}
-  void Arrive() {
-    const unsigned round = round_.load(std::memory_order_acquire);
-    if (arrived_.fetch_add(1, std::memory_order_acq_rel) + 1 == count_) {
-      arrived_.store(0, std::memory_order_relaxed);
-      waiter_.Wake([this] { round_.fetch_add(1, std::memory_order_acq_rel); });
-      return;
-    }
-    waiter_.WaitFor([&] { return round_.load(std::memory_order_acquire) != round; });
-  }
-
- private:
-  const int count_;
-  std::atomic<int> arrived_{0};
-  std::atomic<unsigned> round_{0};
   Waiter waiter_;
 };
 

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "bivista/mthread.h"
 #include "common/log_internal.h"
 #include "depthrefine/fgs/fgs_kernels.h"
@@ -214,55 +216,69 @@ void RunAux(const AuxJob& all, void* pool, int threadCount) {
   MThread_Sync(pool, 0, workers);
 }
 
-// The whole filter as one job per participant (the caller is participant 0, pool workers 1 ..
-// count - 1 the others): couplings of its rows, then per iteration its rows and, after a barrier,
-// its columns. Rows and columns are solved exactly as by the separate passes; only the meeting
-// points change, so the workers are woken once per call instead of once per pass.
+// The whole filter as one job per participant (the caller, and pool workers 1 .. count - 1):
+// the couplings, then per iteration the row solves and the column solves, each pass cut into
+// chunks that the participants take from one atomic counter, whoever is free; a participant that
+// finds the pass exhausted waits until every chunk of it is done. Every line is solved exactly as
+// by the separate passes, so the results do not depend on who takes what. Workers are woken once
+// per call, and a late or descheduled one leaves no idle time on the others.
+// Chunks: couplings of 32 rows; row solves of 128 rows (their own rows of the scratch plane are
+// the workspace: two bands of 64); column solves of 128 columns (whole cache lines).
+constexpr int kAuxRows = 32;
+constexpr int kRowChunk = 128;
+constexpr int kColumnChunk = 128;
+constexpr int kMaxMembers = 8;
+
 struct Team {
-  AuxJob aux;  // the whole plane; rows cut per participant
+  AuxJob aux;  // the whole plane; rows cut per chunk
   float* data;
   float* scratch;
   int iterations;
-  int count;
-  Barrier* barrier;
+  std::atomic<int64_t> next{0};       // chunks handed out, over all passes
+  std::atomic<int64_t> completed{0};  // chunks finished, over all passes
+  Waiter waiter;
 };
-struct Member {
-  const Team* team;
-  int index;
-};
-constexpr int kMaxMembers = 8;
-// Column splits on whole cache lines, so that no line is written by two participants.
-constexpr int kColumnAlign = 16;
+
+int64_t ChunkCount(int n, int size) { return n > 0 ? (static_cast<int64_t>(n) + size - 1) / size : 0; }
 
 void* MemberRun(void* argument, int) {
-  const Member& m = *static_cast<const Member*>(argument);
-  const Team& t = *m.team;
+  Team& t = *static_cast<Team*>(argument);
   const int h = t.aux.height;
   const int w = t.aux.width;
-  AuxJob aux = t.aux;
-  aux.rowFirst = static_cast<int>(static_cast<int64_t>(m.index) * h / t.count);
-  aux.rowEnd = static_cast<int>(static_cast<int64_t>(m.index + 1) * h / t.count);
-  const auto column = [&](int i) {
-    if (i >= t.count) return w;
-    const int x = static_cast<int>(static_cast<int64_t>(i) * w / t.count);
-    return x / kColumnAlign * kColumnAlign;
-  };
-  const int x0 = column(m.index);
-  const int x1 = column(m.index + 1);
-  // The row pass reads only the couplings of its own rows: no meeting needed before it.
-  AuxJobRun(&aux, 0);
-  for (int it = 0; it < t.iterations; ++it) {
-    const uint8_t* decay = it + 1 < t.iterations ? t.aux.mask : nullptr;
-    if (aux.rowEnd > aux.rowFirst) {
-      FgsSolveRowsWork(t.data, t.aux.hW, w, aux.rowFirst, aux.rowEnd,
-                       t.scratch + static_cast<ptrdiff_t>(aux.rowFirst) * w,
-                       aux.rowEnd - aux.rowFirst, decay, kDecay, t.aux.maskClear);
+  const int64_t counts[3] = {ChunkCount(h, kAuxRows), ChunkCount(h, kRowChunk),
+                             ChunkCount(w, kColumnChunk)};
+  const int64_t passes = 1 + 2 * static_cast<int64_t>(t.iterations > 0 ? t.iterations : 0);
+  int64_t g = t.next.fetch_add(1, std::memory_order_relaxed);
+  int64_t base = 0;
+  for (int64_t pass = 0; pass < passes; ++pass) {
+    // 0: couplings; then rows and columns of iteration (pass - 1) / 2.
+    const int kind = pass == 0 ? 0 : pass % 2 == 1 ? 1 : 2;
+    const uint8_t* decay = (pass - 1) / 2 + 1 < t.iterations ? t.aux.mask : nullptr;
+    const int64_t end = base + counts[kind];
+    for (; g < end; g = t.next.fetch_add(1, std::memory_order_relaxed)) {
+      const int c = static_cast<int>(g - base);
+      if (kind == 0) {
+        AuxJob aux = t.aux;
+        aux.rowFirst = c * kAuxRows;
+        aux.rowEnd = h - aux.rowFirst < kAuxRows ? h : aux.rowFirst + kAuxRows;
+        AuxJobRun(&aux, 0);
+      } else if (kind == 1) {
+        const int r0 = c * kRowChunk;
+        const int r1 = h - r0 < kRowChunk ? h : r0 + kRowChunk;
+        FgsSolveRowsWork(t.data, t.aux.hW, w, r0, r1, t.scratch + static_cast<ptrdiff_t>(r0) * w,
+                         r1 - r0, decay, kDecay, t.aux.maskClear);
+      } else {
+        const int x0 = c * kColumnChunk;
+        const int x1 = w - x0 < kColumnChunk ? w : x0 + kColumnChunk;
+        FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay,
+                        t.aux.maskClear);
+      }
+      t.waiter.Wake([&] { t.completed.fetch_add(1, std::memory_order_release); });
     }
-    t.barrier->Arrive();
-    if (x1 > x0) {
-      FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay, t.aux.maskClear);
+    if (pass + 1 < passes) {
+      t.waiter.WaitFor([&] { return t.completed.load(std::memory_order_acquire) >= end; });
     }
-    if (it + 1 < t.iterations) t.barrier->Arrive();
+    base = end;
   }
   return nullptr;
 }
@@ -278,12 +294,13 @@ bool TeamRuns(void* pool, int count) {
 
 void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, void* pool,
              int count) {
-  Barrier barrier(count);
-  const Team team = {aux, data, scratch, iterations, count, &barrier};
-  Member members[kMaxMembers];
-  for (int i = 0; i < count; ++i) members[i] = {&team, i};
-  for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &members[i]);
-  MemberRun(&members[0], 0);
+  Team team;
+  team.aux = aux;
+  team.data = data;
+  team.scratch = scratch;
+  team.iterations = iterations;
+  for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &team);
+  MemberRun(&team, 0);
   if (count > 1) MThread_Sync(pool, 1, count - 1);
 }
 
