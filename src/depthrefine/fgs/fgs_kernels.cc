@@ -414,17 +414,20 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
       // Table entries a quarter of the bytes at a time.
       const auto lo = hn::LowerHalf(dh, m);
       const auto hi = hn::UpperHalf(dh, m);
-      const hn::Vec<decltype(dq)> parts[4] = {hn::LowerHalf(dq, lo), hn::UpperHalf(dq, lo),
-                                              hn::LowerHalf(dq, hi), hn::UpperHalf(dq, hi)};
-      for (int k = 0; k < 4; ++k) {
-        auto v = lookup.Lookup(df, hn::PromoteTo(d32, parts[k]));
+      // (No arrays of vectors: scalable vectors cannot be array elements.)
+      const auto put = [&](int k, hn::Vec<decltype(dq)> part) {
+        auto v = lookup.Lookup(df, hn::PromoteTo(d32, part));
         if (pm != nullptr) {
           const auto set = hn::RebindMask(
               df, hn::Ne(hn::PromoteTo(du32, hn::LoadU(dq, pm + x + k * q)), hn::Zero(du32)));
           v = hn::IfThenElse(set, vvalue, v);
         }
         hn::StoreU(v, df, o + x + k * q);
-      }
+      };
+      put(0, hn::LowerHalf(dq, lo));
+      put(1, hn::UpperHalf(dq, lo));
+      put(2, hn::LowerHalf(dq, hi));
+      put(3, hn::UpperHalf(dq, hi));
     }
   }
   x0 = nv;
