@@ -195,6 +195,15 @@ TEST(FgsFilter, EqualsDirectFormulationForAnyThreadsAndTarget) {
                     usePool ? pool : nullptr, threads, table.table(), 8.0f, 100.0f);
           ExpectSameBits(got, expected);
         }
+        // More threads than the pool has: worker 3's lines stay unsolved in every pass.
+        {
+          std::vector<float> got = s.data, partial = s.data;
+          bvtest::RefFGS(s.mask.data(), partial.data(), s.guide.data(), false, c.h, c.w,
+                         iterations, 8.0f, 100.0f, 3 * c.h / 4, 3 * c.w / 4);
+          FGSFilter(s.mask.data(), got.data(), s.guide.data(), 0, c.h, c.w, iterations, 3, pool,
+                    4, table.table(), 8.0f, 100.0f);
+          ExpectSameBits(got, partial);
+        }
         // Planar guide (nonzero format): the same couplings as the interleaved one.
         std::vector<float> planar = s.data;
         const std::vector<uint8_t> p = Planar(s.guide);
