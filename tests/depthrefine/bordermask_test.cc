@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bivista/morphology.h"
 #include "bivista/mthread.h"
 #include "depthrefine/bordermask/bordermask_kernels.h"
 #include "support/hwy_targets.h"
@@ -89,9 +90,11 @@ TEST(BorderKernels, VectorEqualsScalarOnEveryTarget) {
       const int h = 6;
       const std::vector<float> d = Depth(w, h, static_cast<unsigned>(w), true);
       std::vector<float> a(d.size(), 5.0f), b = a;
-      bivista::BorderGradientRows(d.data(), a.data(), w, 2, h - 1, 2, w - 1);
-      bivista::scalar::BorderGradientRows(d.data(), b.data(), w, 2, h - 1, 2, w - 1);
+      std::vector<uint8_t> sa(d.size() * 4, 1), sb = sa;
+      bivista::BorderGradientRows(d.data(), a.data(), w, 2, h - 1, 2, w - 1, sa.data());
+      bivista::scalar::BorderGradientRows(d.data(), b.data(), w, 2, h - 1, 2, w - 1, sb.data());
       EXPECT_TRUE(SameBits(a, b));
+      EXPECT_EQ(sa, sb);
       std::vector<uint8_t> prior(d.size());
       for (size_t i = 0; i < prior.size(); ++i) prior[i] = i % 5 == 0 ? static_cast<uint8_t>(i) : 0;
       for (int mode = 0; mode < 3; ++mode) {
@@ -107,9 +110,51 @@ TEST(BorderKernels, VectorEqualsScalarOnEveryTarget) {
   });
 }
 
+// Marking and closing in one sweep: the scalar definition against the marking followed by the
+// library's closing, the vector kernel (whole, and in two bands with halos) against the scalar.
+TEST(BorderKernels, MarkCloseEqualsMarkThenLibraryClosing) {
+  bvtest::ForEachHwyTarget([&](const char*) {
+    for (auto [w, h] : {std::pair{1, 4}, {2, 6}, {5, 2}, {3, 9}, {17, 7}, {66, 5}, {67, 12},
+                        {130, 9}, {131, 16}}) {
+      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+      const std::vector<float> d = Depth(w, h, static_cast<unsigned>(w + h), true);
+      std::vector<float> g(d.size());
+      for (size_t i = 0; i < g.size(); ++i) g[i] = d[i] * static_cast<float>(i % 7) * 0.02f;
+      std::vector<uint8_t> prior(d.size());
+      for (size_t i = 0; i < prior.size(); ++i) prior[i] = i % 3 == 0 ? static_cast<uint8_t>(i) : 0;
+      for (int mode = 0; mode < 3; ++mode) {
+        const uint8_t* p = mode == 0 ? nullptr : prior.data();
+        std::vector<float> gr = g, gs = g;
+        std::vector<uint8_t> mr(d.size(), 7), sr(d.size(), 3), ms = mr, ss = sr;
+        bivista::scalar::BorderMarkPixels(gr.data(), p, mode == 2, gr.size(), 0.03f, mr.data());
+        DilateWith3x3Rect(mr.data(), sr.data(), w, h, w, 1);
+        ErodeWith3x3Rect(mr.data(), sr.data(), w, h, w, 1);
+        bivista::scalar::BorderMarkClose(gs.data(), p, mode == 2, w, h, 0.03f, ms.data(), ss.data());
+        EXPECT_TRUE(SameBits(gr, gs));
+        EXPECT_EQ(mr, ms);
+        EXPECT_EQ(sr, ss);
+        // Bands share gradient rows only without a prior.
+        for (int split : mode == 0 ? std::vector<int>{0, 1, h / 2, h - 1} : std::vector<int>{0}) {
+          std::vector<float> gv = g;
+          std::vector<uint8_t> mv(d.size(), 7), sv(d.size(), 3), halo(6 * w, 1);
+          bivista::BorderMarkClose(gv.data(), p, mode == 2, w, h, 0.03f, mv.data(), sv.data(), 0,
+                                   split, halo.data());
+          bivista::BorderMarkClose(gv.data(), p, mode == 2, w, h, 0.03f, mv.data(), sv.data(),
+                                   split, h, halo.data());
+          EXPECT_TRUE(SameBits(gv, gs));
+          EXPECT_EQ(mv, ms);
+          EXPECT_EQ(sv, ss);
+        }
+      }
+    }
+  });
+}
+
 TEST(BorderMask, EqualsDirectFormulationForAnyThreadsAndPriors) {
   void* pool = MThread_Create(2, nullptr, nullptr);
+  void* pool4 = MThread_Create(4, nullptr, nullptr);
   ASSERT_NE(pool, nullptr);
+  ASSERT_NE(pool4, nullptr);
   bvtest::ForEachHwyTarget([&](const char*) {
     for (auto [w, h] : {std::pair{37, 23}, {64, 40}, {9, 30}}) {
       const std::vector<float> d = Depth(w, h, static_cast<unsigned>(w * h));
@@ -117,18 +162,22 @@ TEST(BorderMask, EqualsDirectFormulationForAnyThreadsAndPriors) {
       for (size_t i = 0; i < prior.size(); i += 11) prior[i] = 1;
       for (int mode = 0; mode < 3; ++mode) {
         const uint8_t* p = mode == 0 ? nullptr : prior.data();
-        // Null pool; pools with 1, 2 and more threads than workers (5 is cut to 4, and workers
-        // 2 and 3 are refused by a pool of 2).
+        // Null pool (0); a pool of 2 (1) with 1, 2 and more threads than workers (5 is cut to 4,
+        // and workers 2 and 3 are refused); a pool of 4 (2) with 3 threads.
         for (auto [usePool, threads] :
-             {std::pair{false, 3}, {true, 1}, {true, 2}, {true, 5}, {false, 0}}) {
+             {std::pair{0, 3}, {1, 1}, {1, 2}, {1, 5}, {0, 0}, {2, 3}}) {
           SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + " mode " +
                        std::to_string(mode) + " threads " + std::to_string(threads));
           std::vector<uint8_t> mask(d.size(), 9), scratch(d.size()), refMask(d.size(), 9);
           std::vector<float> g(d.size(), 4.0f), refG;
-          RefBorderMask(d.data(), p, w, h, mode == 2, threads, usePool ? 2 : 4, &refMask, &refG);
+          RefBorderMask(d.data(), p, w, h, mode == 2, threads, usePool == 1 ? 2 : 4, &refMask,
+                        &refG);
           EXPECT_EQ(getDataGradientAndBorderMask(d.data(), p, w, h, mode == 2, mask.data(),
                                                  g.data(), scratch.data(),
-                                                 usePool ? pool : nullptr, threads),
+                                                 usePool == 0   ? nullptr
+                                                 : usePool == 1 ? pool
+                                                                : pool4,
+                                                 threads),
                     0);
           EXPECT_TRUE(SameBits(g, refG));
           EXPECT_EQ(mask, refMask);
@@ -137,6 +186,7 @@ TEST(BorderMask, EqualsDirectFormulationForAnyThreadsAndPriors) {
     }
   });
   MThread_Destroy(pool);
+  MThread_Destroy(pool4);
 }
 
 TEST(BorderMask, ThresholdDividesByNOver16) {

@@ -69,8 +69,11 @@ inline std::vector<float> RefWeights(const uint8_t* g, int rows, int cols, int c
 }
 
 // data (height x width) smoothed in place; guide of 3-byte pixels (interleaved) or 3 planes.
+// Rows from rowsSolved on and columns from columnsSolved on are left unsolved (workers a pool
+// refused).
 inline void RefFGS(const uint8_t* mask, float* data, const uint8_t* guide, bool planar,
-                   int height, int width, int iterations, float sigma, float lambda) {
+                   int height, int width, int iterations, float sigma, float lambda,
+                   int rowsSolved = 1 << 30, int columnsSolved = 1 << 30) {
   const float lambda1 = static_cast<float>(static_cast<double>(lambda) * 1.5 *
                                            pow(4.0, iterations - 1) / (pow(4.0, iterations) - 1));
   const std::vector<float> table = RefTable(sigma, lambda1);
@@ -95,10 +98,10 @@ inline void RefFGS(const uint8_t* mask, float* data, const uint8_t* guide, bool 
       if (tMask[x * height + y]) v[x * height + y] = -0.01f;
   std::vector<float> c(area);
   for (int it = 0; it < iterations; ++it) {
-    for (int y = 0; y < height; ++y)
+    for (int y = 0; y < height && y < rowsSolved; ++y)
       RefSolveLine(data + y * width, h.data() + y * width, c.data() + y * width, width);
     std::vector<float> t = RefTranspose(data, height, width);
-    for (int x = 0; x < width; ++x)
+    for (int x = 0; x < width && x < columnsSolved; ++x)
       RefSolveLine(t.data() + x * height, v.data() + x * height, c.data() + x * height, height);
     const std::vector<float> back = RefTranspose(t.data(), width, height);
     std::copy(back.begin(), back.end(), data);

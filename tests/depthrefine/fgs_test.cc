@@ -113,16 +113,29 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
           ExpectSameBits(a, b);
           ExpectSameBits(wa, decayed);
         }
-        // Columns: the plane read as n rows of `lines` columns.
-        a = b = data;
-        std::vector<float> wa = wt, wb = wt;
-        bivista::FgsSolveColumns(a.data(), wa.data(), ca.data(), lines, n, 0, lines, mask.data(),
-                                 0.25f);
-        bivista::scalar::FgsSolveColumns(b.data(), wb.data(), cb.data(), lines, n, 0, lines,
-                                         mask.data(), 0.25f);
-        ExpectSameBits(a, b);
-        ExpectSameBits(ca, cb);
-        ExpectSameBits(wa, wb);
+        // A mask known clear is not read: every coupling decays.
+        {
+          std::vector<float> work(static_cast<size_t>(lines) * n), wa = wt, wb = wt;
+          a = data;
+          bivista::FgsSolveRowsWork(a.data(), wa.data(), n, 1, lines, work.data(), lines,
+                                    mask.data(), 0.25f, true);
+          bivista::scalar::FgsDecay(wb.data() + n, nullptr, static_cast<ptrdiff_t>(size) - n,
+                                    0.25f);
+          ExpectSameBits(a, b);
+          ExpectSameBits(wa, wb);
+        }
+        // Columns: the plane read as n rows of `lines` columns; with the mask, then known clear.
+        for (bool clear : {false, true}) {
+          a = b = data;
+          std::vector<float> wa = wt, wb = wt;
+          bivista::FgsSolveColumns(a.data(), wa.data(), ca.data(), lines, n, 0, lines,
+                                   mask.data(), 0.25f, clear);
+          bivista::scalar::FgsSolveColumns(b.data(), wb.data(), cb.data(), lines, n, 0, lines,
+                                           mask.data(), 0.25f, clear);
+          ExpectSameBits(a, b);
+          ExpectSameBits(ca, cb);
+          ExpectSameBits(wa, wb);
+        }
         a = b = wt;
         bivista::FgsDecay(a.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
         bivista::scalar::FgsDecay(b.data(), mask.data(), static_cast<ptrdiff_t>(size), 0.25f);
@@ -137,13 +150,21 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
       const int rows = 3;
       std::vector<uint8_t> g(static_cast<size_t>(rows + 1) * (n + 1) * 3);
       for (uint8_t& v : g) v = rng() % 5 == 0 ? 255 * (rng() & 1) : static_cast<uint8_t>(rng());
-      const std::vector<float> table = bvtest::RefTable(8.0f, 100.0f);
-      std::vector<float> a(static_cast<size_t>(rows) * n + 1, 9.0f), b = a;
+      // Distinct entries, so that any wrong index shows.
+      std::vector<float> table(256);
+      for (int i = 0; i < 256; ++i) table[i] = -0.37f * static_cast<float>(i + 1);
+      std::vector<uint8_t> mask(static_cast<size_t>(rows) * n);
+      for (uint8_t& v : mask) v = rng() % 4 == 0 ? static_cast<uint8_t>(rng() | 1) : 0;
       const ptrdiff_t stride = 3 * (n + 1);
-      bivista::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(), a.data(), n);
-      bivista::scalar::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(),
-                                   b.data(), n);
-      ExpectSameBits(a, b);
+      const uint8_t* noMask = nullptr;
+      for (const uint8_t* m : {noMask, static_cast<const uint8_t*>(mask.data())}) {
+        std::vector<float> a(static_cast<size_t>(rows) * n + 1, 9.0f), b = a;
+        bivista::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(), a.data(), n,
+                             m, -0.01f);
+        bivista::scalar::FgsWeights3(g.data(), g.data() + 3, stride, rows, n, table.data(),
+                                     b.data(), n, m, -0.01f);
+        ExpectSameBits(a, b);
+      }
     }
   });
 }
@@ -173,6 +194,15 @@ TEST(FgsFilter, EqualsDirectFormulationForAnyThreadsAndTarget) {
           FGSFilter(s.mask.data(), got.data(), s.guide.data(), 0, c.h, c.w, iterations, 3,
                     usePool ? pool : nullptr, threads, table.table(), 8.0f, 100.0f);
           ExpectSameBits(got, expected);
+        }
+        // More threads than the pool has: worker 3's lines stay unsolved in every pass.
+        {
+          std::vector<float> got = s.data, partial = s.data;
+          bvtest::RefFGS(s.mask.data(), partial.data(), s.guide.data(), false, c.h, c.w,
+                         iterations, 8.0f, 100.0f, 3 * c.h / 4, 3 * c.w / 4);
+          FGSFilter(s.mask.data(), got.data(), s.guide.data(), 0, c.h, c.w, iterations, 3, pool,
+                    4, table.table(), 8.0f, 100.0f);
+          ExpectSameBits(got, partial);
         }
         // Planar guide (nonzero format): the same couplings as the interleaved one.
         std::vector<float> planar = s.data;

@@ -6,6 +6,7 @@
 #include <math.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 namespace bivista {
 namespace border {
@@ -24,18 +25,60 @@ inline void Mark(float* g, float th, uint8_t prior, bool merge, uint8_t* mask) {
   if (prior != 0) *g = 0.0f;
 }
 
+// 3x3 OR (dilation) or AND (erosion) around column x of three rows.
+inline uint8_t Rect3(const uint8_t* up, const uint8_t* mid, const uint8_t* down, int x, bool isOr) {
+  uint8_t v = isOr ? 0 : 0xFF;
+  for (int dx = -1; dx <= 1; ++dx) {
+    v = isOr ? (v | up[x + dx] | mid[x + dx] | down[x + dx])
+             : (v & up[x + dx] & mid[x + dx] & down[x + dx]);
+  }
+  return v;
+}
+
+// Every 16th value of the plane: sample k is value 16 k. Samples live in byte storage.
+constexpr int kSampleStep = 16;
+inline void PutSample(uint8_t* samples, int64_t k, float v) { memcpy(samples + 4 * k, &v, 4); }
+inline float GetSample(const uint8_t* samples, int64_t k) {
+  float v;
+  memcpy(&v, samples + 4 * k, 4);
+  return v;
+}
+// The first sample at or after row `row` of a plane w values wide: rows [a, b) hold the samples
+// FirstSample(a, w) .. FirstSample(b, w) - 1.
+inline int64_t FirstSample(int64_t row, int w) {
+  return (row * w + kSampleStep - 1) / kSampleStep;
+}
+// The samples of row y, read from its gradient row.
+inline void CopySamples(const float* gradRow, int64_t y, int w, uint8_t* samples) {
+  const int64_t o = y * w;
+  for (int64_t k = FirstSample(y, w); k * kSampleStep < o + w; ++k) {
+    PutSample(samples, k, gradRow[k * kSampleStep - o]);
+  }
+}
+
 }  // namespace border
 
 // grad[y * w + x] = Gradient(depth + y * w + x, w) for rows [row0, row1), columns [col0, col1).
+// With samples, each row's samples are then copied out of grad (PutSample), frame included.
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
-                        int col1);
+                        int col1, uint8_t* samples = nullptr);
 // Mark() over n pixels; prior may be null (then merge is ignored).
 void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
                       uint8_t* mask);
+// BorderMarkPixels over a w x h plane, then the 3x3 closing of the fixed-kernel morphology
+// (dilation into scratch, erosion back; the one-pixel frame never changes), in one sweep.
+// scratch ends holding the dilated mask, as after DilateWith3x3Rect / ErodeWith3x3Rect.
+// The vector entry does rows [y0, y1) of the result only, reading and writing no other rows of
+// mask and scratch (bands may run at once; with a prior, the bands' gradient rows must not be
+// shared); halo: 6 x w bytes, unused for the whole plane.
+void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
+                     uint8_t* mask, uint8_t* scratch, int y0, int y1, uint8_t* halo);
 
 namespace scalar {
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
-                        int col1);
+                        int col1, uint8_t* samples = nullptr);
+void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
+                     uint8_t* mask, uint8_t* scratch);
 void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
                       uint8_t* mask);
 }  // namespace scalar

@@ -5,10 +5,13 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "bivista/mthread.h"
 #include "common/log_internal.h"
 #include "depthrefine/fgs/fgs_kernels.h"
 #include "matrix/matrix_kernels.h"
+#include "mthread/handoff.h"
 
 using bivista::kTagAlgo;
 
@@ -102,53 +105,28 @@ void RotateGuideInto(uint8_t* dst, int64_t bytes, const uint8_t* src, int rows, 
   if (bytes > full) memset(dst + full, 0, static_cast<size_t>(bytes - full));
 }
 
-// A worker's lines of an internal pass and the decay of their couplings that follows (null: the
-// decay is left to a pass of its own).
-struct PassJob {
-  DREF_FGSThreadParam lines;
-  const uint8_t* decayMask;
-};
-// Most workers whose records live on the stack; more go through the caller's records.
-constexpr int kMaxFusedWorkers = 8;
-
-DREF_FGSThreadParam& LinesOf(DREF_FGSThreadParam& r, const uint8_t*) { return r; }
-DREF_FGSThreadParam& LinesOf(PassJob& r, const uint8_t* decayMask) {
-  r.decayMask = decayMask;
-  return r.lines;
-}
-const DREF_FGSThreadParam& LinesOf(const DREF_FGSThreadParam& r) { return r; }
-const DREF_FGSThreadParam& LinesOf(const PassJob& r) { return r.lines; }
-const uint8_t* DecayOf(const DREF_FGSThreadParam&) { return nullptr; }
-const uint8_t* DecayOf(const PassJob& r) { return r.decayMask; }
-
-// Internal passes: rows with the record's part of the scratch plane as workspace; columns of a
-// plane lineCount values wide.
-template <typename R>
+// Internal passes when the pool lacks workers (see FGSFilter): rows with the record's part of the
+// scratch plane as workspace; columns of a plane lineCount values wide. No decay inside.
 void* SolveRowsJob(void* param, int) {
-  const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(r);
+  const DREF_FGSThreadParam& p = *static_cast<const DREF_FGSThreadParam*>(param);
   FgsSolveRowsWork(p.data, p.weight, p.lineLength, p.startLine, p.endLine,
                    p.scratch + static_cast<ptrdiff_t>(p.startLine) * p.lineLength,
-                   p.endLine - p.startLine, DecayOf(r), kDecay);
+                   p.endLine - p.startLine, nullptr, kDecay);
   return nullptr;
 }
 
-template <typename R>
 void* SolveColumnsJob(void* param, int) {
-  const R& r = *static_cast<const R*>(param);
-  const DREF_FGSThreadParam& p = LinesOf(r);
+  const DREF_FGSThreadParam& p = *static_cast<const DREF_FGSThreadParam*>(param);
   FgsSolveColumns(p.data, p.weight, p.scratch, p.lineCount, p.lineLength, p.startLine, p.endLine,
-                  DecayOf(r), kDecay);
+                  nullptr, kDecay);
   return nullptr;
 }
 
 // Worker i of T takes lines (i x N) / T .. ((i + 1) x N) / T, the last up to N; then one sync.
-template <typename R>
 void SplitAndRun(float* data, const float* weights, float* scratch, int lineCount, int lineLength,
-                 R* records, void* pool, int threadCount, MThread_Func job,
-                 const uint8_t* decayMask = nullptr) {
+                 DREF_FGSThreadParam* records, void* pool, int threadCount, MThread_Func job) {
   for (int i = 0; i < threadCount; ++i) {
-    DREF_FGSThreadParam& r = LinesOf(records[i], decayMask);
+    DREF_FGSThreadParam& r = records[i];
     r.data = data;
     r.weight = const_cast<float*>(weights);
     r.scratch = scratch;
@@ -161,36 +139,6 @@ void SplitAndRun(float* data, const float* weights, float* scratch, int lineCoun
     MThread_Boot(pool, i, job, &records[i]);
   }
   MThread_Sync(pool, 0, threadCount);
-}
-
-enum class Lines { kRows, kColumns };
-
-// Whether every worker of a pass surely runs and has a record on the stack: the couplings can
-// then decay within the pass.
-bool DecayInPass(void* pool, int threadCount) {
-  if (pool == nullptr) return true;
-  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
-  return threadCount >= 1 && threadCount <= kMaxFusedWorkers && p->workers != nullptr &&
-         threadCount <= p->count;
-}
-
-// One internal line pass: on the caller without a pool, else split over the workers. decayMask
-// only where DecayInPass.
-void LinePass(Lines kind, float* data, float* weights, float* scratch, int lineCount,
-              int lineLength, DREF_FGSThreadParam* records, void* pool, int threadCount,
-              const uint8_t* decayMask) {
-  const bool rows = kind == Lines::kRows;
-  if (pool == nullptr) {
-    PassJob all = {{data, weights, scratch, lineCount, lineLength, 0, lineCount}, decayMask};
-    (rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>)(&all, 0);
-  } else if (DecayInPass(pool, threadCount)) {
-    PassJob jobs[kMaxFusedWorkers];
-    SplitAndRun(data, weights, scratch, lineCount, lineLength, jobs, pool, threadCount,
-                rows ? SolveRowsJob<PassJob> : SolveColumnsJob<PassJob>, decayMask);
-  } else {
-    SplitAndRun(data, weights, scratch, lineCount, lineLength, records, pool, threadCount,
-                rows ? SolveRowsJob<DREF_FGSThreadParam> : SolveColumnsJob<DREF_FGSThreadParam>);
-  }
 }
 
 // Per-pixel work of the filter outside the solves, split by rows over the pool's workers (at
@@ -210,6 +158,7 @@ struct AuxJob {
   int rowFirst;
   int rowEnd;
   int work;
+  bool maskClear;  // the mask is all 0: nothing is masked, every coupling decays
 };
 
 void* AuxJobRun(void* argument, int) {
@@ -220,24 +169,31 @@ void* AuxJobRun(void* argument, int) {
   const ptrdiff_t o = static_cast<ptrdiff_t>(j.rowFirst) * w;
   const ptrdiff_t stride = 3 * static_cast<ptrdiff_t>(w);
   if (rows < 1) return nullptr;
-  if (j.work & kAuxBuild) {
-    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w);
+  const bool build = (j.work & kAuxBuild) != 0;
+  if (build) {
+    // Masked couplings are set while building.
+    const uint8_t* masked = (j.work & kAuxAdapt) && !j.maskClear ? j.mask + o : nullptr;
+    FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + 3, stride, rows, w - 1, j.table, j.hW + o, w,
+                masked, kMaskedCoupling);
     if (vRows > 0) {
       FgsWeights3(j.guide + 3 * o, j.guide + 3 * o + stride, stride, vRows, w, j.table, j.vW + o,
-                  w);
+                  w, masked, kMaskedCoupling);
     }
   }
   if (j.work & kAuxAdapt) {
-    FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
-    if (vRows > 0) {
-      FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+    if (!build && !j.maskClear) {
+      FgsSetMasked(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kMaskedCoupling);
+      if (vRows > 0) {
+        FgsSetMasked(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(vRows) * w, kMaskedCoupling);
+      }
     }
     ZeroColumn(j.hW + o, rows, w, w - 1);
     if (j.rowEnd == j.height) memset(j.vW + (o + static_cast<ptrdiff_t>(rows - 1) * w), 0, sizeof(float) * w);
   }
   if (j.work & kAuxDecay) {
-    FgsDecay(j.hW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
-    FgsDecay(j.vW + o, j.mask + o, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    const uint8_t* m = j.maskClear ? nullptr : j.mask + o;
+    FgsDecay(j.hW + o, m, static_cast<ptrdiff_t>(rows) * w, kDecay);
+    FgsDecay(j.vW + o, m, static_cast<ptrdiff_t>(rows) * w, kDecay);
   }
   return nullptr;
 }
@@ -262,6 +218,106 @@ void RunAux(const AuxJob& all, void* pool, int threadCount) {
     MThread_Boot(pool, i, AuxJobRun, &jobs[i]);
   }
   MThread_Sync(pool, 0, workers);
+}
+
+// The whole filter as one job per participant (the caller, and pool workers 1 .. count - 1):
+// the couplings, then per iteration the row solves and the column solves, each pass cut into
+// chunks that the participants take from one atomic counter, whoever is free; a participant that
+// finds the pass exhausted waits until every chunk of it is done. Every line is solved exactly as
+// by the separate passes, so the results do not depend on who takes what. Workers are woken once
+// per call, and a late or descheduled one leaves no idle time on the others.
+// Chunks: couplings of 32 rows; row solves of 128 rows (their own rows of the scratch plane are
+// the workspace: two bands of 64); column solves of 128 columns (whole cache lines).
+constexpr int kAuxRows = 32;
+constexpr int kRowChunk = 128;
+constexpr int kColumnChunk = 128;
+constexpr int kMaxMembers = 8;
+
+struct Team {
+  AuxJob aux;  // the whole plane; rows cut per chunk
+  float* data;
+  float* scratch;
+  int iterations;
+  std::atomic<int64_t> next{0};       // chunks handed out, over all passes
+  std::atomic<int64_t> completed{0};  // chunks finished, over all passes
+  Waiter waiter;
+};
+
+int64_t ChunkCount(int n, int size) { return n > 0 ? (static_cast<int64_t>(n) + size - 1) / size : 0; }
+
+void* MemberRun(void* argument, int) {
+  Team& t = *static_cast<Team*>(argument);
+  const int h = t.aux.height;
+  const int w = t.aux.width;
+  const int64_t counts[3] = {ChunkCount(h, kAuxRows), ChunkCount(h, kRowChunk),
+                             ChunkCount(w, kColumnChunk)};
+  const int64_t passes = 1 + 2 * static_cast<int64_t>(t.iterations > 0 ? t.iterations : 0);
+  int64_t g = t.next.fetch_add(1, std::memory_order_relaxed);
+  int64_t base = 0;
+  for (int64_t pass = 0; pass < passes; ++pass) {
+    // 0: couplings; then rows and columns of iteration (pass - 1) / 2.
+    const int kind = pass == 0 ? 0 : pass % 2 == 1 ? 1 : 2;
+    const uint8_t* decay = (pass - 1) / 2 + 1 < t.iterations ? t.aux.mask : nullptr;
+    const int64_t end = base + counts[kind];
+    for (; g < end; g = t.next.fetch_add(1, std::memory_order_relaxed)) {
+      const int c = static_cast<int>(g - base);
+      if (kind == 0) {
+        AuxJob aux = t.aux;
+        aux.rowFirst = c * kAuxRows;
+        aux.rowEnd = h - aux.rowFirst < kAuxRows ? h : aux.rowFirst + kAuxRows;
+        AuxJobRun(&aux, 0);
+      } else if (kind == 1) {
+        const int r0 = c * kRowChunk;
+        const int r1 = h - r0 < kRowChunk ? h : r0 + kRowChunk;
+        FgsSolveRowsWork(t.data, t.aux.hW, w, r0, r1, t.scratch + static_cast<ptrdiff_t>(r0) * w,
+                         r1 - r0, decay, kDecay, t.aux.maskClear);
+      } else {
+        const int x0 = c * kColumnChunk;
+        const int x1 = w - x0 < kColumnChunk ? w : x0 + kColumnChunk;
+        FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay,
+                        t.aux.maskClear);
+      }
+      t.waiter.Wake([&] { t.completed.fetch_add(1, std::memory_order_release); });
+    }
+    if (pass + 1 < passes) {
+      t.waiter.WaitFor([&] { return t.completed.load(std::memory_order_acquire) >= end; });
+    }
+    base = end;
+  }
+  return nullptr;
+}
+
+// Whether the team can run: every worker 1 .. count - 1 exists in the pool (no pool: the caller
+// alone).
+bool TeamRuns(void* pool, int count) {
+  if (pool == nullptr) return true;
+  if (count < 1 || count > kMaxMembers) return false;
+  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+  return p->workers != nullptr && count <= p->count;
+}
+
+void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, void* pool,
+             int count) {
+  Team team;
+  team.aux = aux;
+  team.data = data;
+  team.scratch = scratch;
+  team.iterations = iterations;
+  for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &team);
+  MemberRun(&team, 0);
+  if (count > 1) MThread_Sync(pool, 1, count - 1);
+}
+
+// Whether no byte of the mask is set (blocks, so that a set byte ends the scan early).
+bool AllClear(const uint8_t* mask, int64_t n) {
+  constexpr int64_t kBlock = 4096;
+  for (int64_t i = 0; i < n; i += kBlock) {
+    const int64_t end = n - i < kBlock ? n : i + kBlock;
+    uint8_t any = 0;
+    for (int64_t k = i; k < end; ++k) any |= mask[k];
+    if (any != 0) return false;
+  }
+  return true;
 }
 
 size_t Bytes(int64_t count, int64_t elementSize) {
@@ -427,7 +483,7 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
   if (height > 0 && width > 0) {
     float table[256];
     BuildTable(sigma, lambda1, table);
-    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt};
+    AuxJob aux = {guide, mask, hW, vW, table, width, height, 0, height, kAuxAdapt, false};
     if (guideFormat == 0 && channels == 3) {
       aux.work |= kAuxBuild;
     } else if (guideFormat == 0) {
@@ -444,18 +500,21 @@ void FGSFilter(const uint8_t* mask, float* data, const uint8_t* guide, uint32_t 
       GuideWeightsPlanar(scratch, tGuide, width, height, channels, table);
       DREF_Rotate_1D_FLOAT(vW, scratch, width, height);
     }
-    RunAux(aux, pool, threadCount);
-    const bool decayInPass = DecayInPass(pool, threadCount);
-    for (int it = 0; it < iterations; ++it) {
-      // The couplings decay for the next iteration as soon as their line is solved.
-      const bool decay = it + 1 < iterations;
-      const uint8_t* inPass = decay && decayInPass ? mask : nullptr;
-      LinePass(Lines::kRows, data, hW, scratch, height, width, records, pool, threadCount, inPass);
-      LinePass(Lines::kColumns, data, vW, scratch, width, height, records, pool, threadCount,
-               inPass);
-      if (decay && !decayInPass) {
-        aux.work = kAuxDecay;
-        RunAux(aux, pool, threadCount);
+    aux.maskClear = AllClear(mask, area);
+    if (TeamRuns(pool, threadCount)) {
+      RunTeam(aux, data, scratch, iterations, pool, pool != nullptr ? threadCount : 1);
+    } else {
+      // A pool short of workers: a boot-and-sync round per pass, the refused workers' lines
+      // unsolved, as the split rule gives.
+      RunAux(aux, pool, threadCount);
+      for (int it = 0; it < iterations; ++it) {
+        SplitAndRun(data, hW, scratch, height, width, records, pool, threadCount, SolveRowsJob);
+        SplitAndRun(data, vW, scratch, width, height, records, pool, threadCount,
+                    SolveColumnsJob);
+        if (it + 1 < iterations) {
+          aux.work = kAuxDecay;
+          RunAux(aux, pool, threadCount);
+        }
       }
     }
   }

@@ -20,17 +20,30 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// kSet: w = value where mask is nonzero; else w *= x where mask is 0.
+// kSet: w = value where mask is nonzero; else w *= x where mask is 0. A null mask reads as all 0.
 template <bool kSet>
 HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) {
   ptrdiff_t i = 0;
+  if (mask == nullptr) {
+    if (kSet) return;
+#if HWY_TARGET != HWY_SCALAR
+    const hn::ScalableTag<float> d;
+    const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
+    const auto vx = hn::Set(d, x);
+    for (const ptrdiff_t nv = n - n % lanes; i < nv; i += lanes) {
+      hn::StoreU(hn::Mul(hn::LoadU(d, w + i), vx), d, w + i);
+    }
+#endif
+    for (; i < n; ++i) w[i] = fgs::Decayed(w[i], 0, x);
+    return;
+  }
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<float> d;
   const hn::RebindToUnsigned<decltype(d)> du;
   const hn::Rebind<uint8_t, decltype(d)> d8;
   const ptrdiff_t lanes = static_cast<ptrdiff_t>(hn::Lanes(d));
   const auto vx = hn::Set(d, x);
-  for (; i + lanes <= n; i += lanes) {
+  for (const ptrdiff_t nv = n - n % lanes; i < nv; i += lanes) {
     const auto set =
         hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, hn::LoadU(d8, mask + i)), hn::Zero(du)));
     const auto v = hn::LoadU(d, w + i);
@@ -48,6 +61,9 @@ HWY_INLINE void MaskedPass(float* w, const uint8_t* mask, ptrdiff_t n, float x) 
 
 // Lanes solved together (a band), and columns per stack chunk of the row solve.
 constexpr int kBand = 64;
+// Columns per band of the column solve: 128 measured fastest (two cache lines of a row per
+// plane and step, many independent divisions in flight); 64 and 256 are slower.
+constexpr int kColumnBand = 128;
 constexpr int kChunk = 16;
 
 template <class D>
@@ -73,10 +89,10 @@ HWY_INLINE hn::Vec<D> FirstKV(D d, hn::Vec<D> w) {
 }
 
 // One step for m lanes held contiguously in each row pointer; the tail lanes go through the
-// scalar element. kFull: m is a whole band, known when compiling, so the loop unrolls.
-template <bool kFull = false>
+// scalar element. kM: m known when compiling (a whole band), so the loop unrolls; 0: m as given.
+template <int kM = 0>
 HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -89,10 +105,10 @@ HWY_INLINE void FirstRow(float* f, const float* w, float* c, int m) {
   for (; j < m; ++j) fgs::First(f + j, w[j], c + j);
 }
 
-template <bool kFull = false>
+template <int kM = 0>
 HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, float* f,
                            const float* w, float* c, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto one = hn::Set(d, 1.0f);
@@ -108,9 +124,9 @@ HWY_INLINE void ForwardRow(const float* fp, const float* wp, const float* cp, fl
   for (; j < m; ++j) fgs::Forward(fp[j], wp[j], cp[j], f + j, w[j], c + j);
 }
 
-template <bool kFull = false>
+template <int kM = 0>
 HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
-  if (kFull) m = kBand;
+  if (kM != 0) m = kM;
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   int j = 0;
@@ -123,38 +139,43 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
 #endif
 
 #ifdef BIVISTA_FGS_VECTOR
-template <bool kFull>
-HWY_INLINE void ColumnBand(float* fx, const float* wx, float* cx, ptrdiff_t s, int n, int m) {
-  FirstRow<kFull>(fx, wx, cx, m);
+// With mx, each row of couplings decays as soon as the forward sweep is past it.
+template <int kM>
+HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
+                           const uint8_t* mx, bool maskClear, float factor) {
+  const auto decay = [&](ptrdiff_t i) {
+    if (mx != nullptr) MaskedPass<false>(wx + i * s, maskClear ? nullptr : mx + i * s, m, factor);
+  };
+  FirstRow<kM>(fx, wx, cx, m);
   for (ptrdiff_t i = 1; i < n; ++i) {
-    ForwardRow<kFull>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
-                      wx + i * s, cx + i * s, m);
+    ForwardRow<kM>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
+                   wx + i * s, cx + i * s, m);
+    decay(i - 1);
   }
+  decay(n - 1);
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
+    BackRow<kM>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
   }
 }
 #endif
 
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
+                     const uint8_t* decayMask, float factor, bool maskClear) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1) return;
   // A band of columns goes down and back up while its rows are still in cache, then its
   // couplings decay.
-  for (int x = first; x < end; x += kBand) {
-    const int m = end - x < kBand ? end - x : kBand;
-    if (m == kBand) {
-      ColumnBand<true>(f + x, w + x, c + x, s, n, kBand);
+  for (int x = first; x < end; x += kColumnBand) {
+    const int m = end - x < kColumnBand ? end - x : kColumnBand;
+    const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
+    if (m == kColumnBand) {
+      ColumnBand<kColumnBand>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
     } else {
-      ColumnBand<false>(f + x, w + x, c + x, s, n, m);
-    }
-    if (decayMask != nullptr) {
-      for (ptrdiff_t i = 0; i < n; ++i) MaskedPass<false>(w + i * s + x, decayMask + i * s + x, m, factor);
+      ColumnBand<0>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
     }
   }
 #else
-  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor);
+  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor, maskClear);
 #endif
 }
 
@@ -210,10 +231,54 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 }
 
 #ifdef BIVISTA_FGS_VECTOR
+// dst[c * step + r] = src[r * srcStride + c], as TransposeBlockF32. On AVX-512 targets blocks of
+// 4 rows x 16 columns go through four registers: in-block 4 x 4 transposes, then each 128-bit
+// block stored to its column (a quarter of the shuffles of 4 x 4 blocks in 128-bit registers).
+HWY_INLINE void TransposeLines(const float* src, ptrdiff_t srcStride, int rows, int cols,
+                               float* dst, ptrdiff_t step) {
+  int r4 = 0;
+  int c16 = 0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  r4 = rows & ~3;
+  c16 = cols & ~15;
+  for (int r = 0; r < r4; r += 4) {
+    const float* s = src + r * srcStride;
+    for (int c = 0; c < c16; c += 16) {
+      const __m512 a = _mm512_loadu_ps(s + c);
+      const __m512 b = _mm512_loadu_ps(s + srcStride + c);
+      const __m512 e = _mm512_loadu_ps(s + 2 * srcStride + c);
+      const __m512 g = _mm512_loadu_ps(s + 3 * srcStride + c);
+      const __m512d t0 = _mm512_castps_pd(_mm512_unpacklo_ps(a, b));
+      const __m512d t1 = _mm512_castps_pd(_mm512_unpacklo_ps(e, g));
+      const __m512d t2 = _mm512_castps_pd(_mm512_unpackhi_ps(a, b));
+      const __m512d t3 = _mm512_castps_pd(_mm512_unpackhi_ps(e, g));
+      // o[k], block j: column c + 4j + k of rows r .. r + 3.
+      const __m512 o[4] = {_mm512_castpd_ps(_mm512_unpacklo_pd(t0, t1)),
+                           _mm512_castpd_ps(_mm512_unpackhi_pd(t0, t1)),
+                           _mm512_castpd_ps(_mm512_unpacklo_pd(t2, t3)),
+                           _mm512_castpd_ps(_mm512_unpackhi_pd(t2, t3))};
+      float* d = dst + c * step + r;
+      for (int k = 0; k < 4; ++k) {
+        _mm_storeu_ps(d + k * step, _mm512_extractf32x4_ps(o[k], 0));
+        _mm_storeu_ps(d + (4 + k) * step, _mm512_extractf32x4_ps(o[k], 1));
+        _mm_storeu_ps(d + (8 + k) * step, _mm512_extractf32x4_ps(o[k], 2));
+        _mm_storeu_ps(d + (12 + k) * step, _mm512_extractf32x4_ps(o[k], 3));
+      }
+    }
+  }
+#endif
+  if (r4 > 0 && c16 < cols) {
+    TransposeBlockF32(src + c16, srcStride, r4, cols - c16, dst + c16 * step, step);
+  }
+  if (r4 < rows) TransposeBlockF32(src + r4 * srcStride, srcStride, rows - r4, cols, dst + r4, step);
+}
+
 // m lines from fl (rows of n values) through the workspace: values, then coefficients, each n
 // rows of `band` lanes; the couplings go through a stack chunk.
+// With ml (the mask of the m lines), the couplings decay once copied into the chunk.
 template <bool kFull>
-HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, float* work) {
+HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* work,
+                        const uint8_t* ml, bool maskClear, float factor) {
   if (kFull) band = kBand;
   float* tf = work;
   float* tc = work + static_cast<ptrdiff_t>(band) * n;
@@ -227,55 +292,93 @@ HWY_INLINE void RowBand(float* fl, const float* wl, int n, int m, int band, floa
         hwy::Prefetch(wl + static_cast<ptrdiff_t>(l) * n + i0 + kChunk);
       }
     }
-    TransposeBlockF32(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
-    TransposeBlockF32(wl + i0, n, m, kk, tw + kBand, kBand);
+    TransposeLines(fl + i0, n, m, kk, tf + static_cast<ptrdiff_t>(i0) * band, band);
+    TransposeLines(wl + i0, n, m, kk, tw + kBand, kBand);
+    if (ml != nullptr) {
+      for (int l = 0; l < m; ++l) {
+        const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n + i0;
+        MaskedPass<false>(wl + o, maskClear ? nullptr : ml + o, kk, factor);
+      }
+    }
     int i = 0;
     if (i0 == 0) {
-      FirstRow<kFull>(tf, tw + kBand, tc, m);
+      FirstRow<kFull ? kBand : 0>(tf, tw + kBand, tc, m);
       i = 1;
     }
     for (; i < kk; ++i) {
       const ptrdiff_t at = static_cast<ptrdiff_t>(i0 + i) * band;
-      ForwardRow<kFull>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
+      ForwardRow<kFull ? kBand : 0>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
                         tw + (i + 1) * kBand, tc + at, m);
     }
     memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
   }
   for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
+    BackRow<kFull ? kBand : 0>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
   }
-  TransposeBlockF32(tf, band, n, m, fl, n);
+  TransposeLines(tf, band, n, m, fl, n);
 }
 #endif
 
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor) {
+                      const uint8_t* decayMask, float factor, bool maskClear) {
 #ifdef BIVISTA_FGS_VECTOR
   if (n < 1 || end <= first) return;
   // A band of lines lives in the workspace in column layout (values, then coefficients), so each
   // value is transposed in once and out once; the couplings go through a stack chunk.
   const int band = workLines / 2 < kBand ? workLines / 2 : kBand;
   if (band < 1) {
-    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+    scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor, maskClear);
     return;
   }
   for (int l = first; l < end; l += band) {
     const int m = end - l < band ? end - l : band;
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
+    const uint8_t* ml = decayMask != nullptr ? decayMask + o : nullptr;
     if (m == kBand) {
-      RowBand<true>(f + o, w + o, n, m, band, work);
+      RowBand<true>(f + o, w + o, n, m, band, work, ml, maskClear, factor);
     } else {
-      RowBand<false>(f + o, w + o, n, m, band, work);
+      RowBand<false>(f + o, w + o, n, m, band, work, ml, maskClear, factor);
     }
-    if (decayMask != nullptr) MaskedPass<false>(w + o, decayMask + o, m * static_cast<ptrdiff_t>(n), factor);
   }
 #else
-  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor);
+  scalar::FgsSolveRowsWork(f, w, n, first, end, work, workLines, decayMask, factor, maskClear);
 #endif
 }
 
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+// The 256 entries in sixteen registers: eight two-register permutes pick by the low five bits of
+// each index, three rounds of blends by bits 5, 6 and 7 (a gather costs several times more).
+struct Table256 {
+  __m512 r[16];
+  explicit Table256(const float* t) {
+    for (int k = 0; k < 16; ++k) r[k] = _mm512_loadu_ps(t + 16 * k);
+  }
+  template <class DF, class VI>
+  HWY_INLINE hn::Vec<DF> Lookup(DF, VI index) const {
+    const __m512i i = index.raw;
+    __m512 v[8];
+    for (int k = 0; k < 8; ++k) v[k] = _mm512_permutex2var_ps(r[2 * k], i, r[2 * k + 1]);
+    for (int bit = 5, half = 4; bit < 8; ++bit, half /= 2) {
+      const __mmask16 up = _mm512_test_epi32_mask(i, _mm512_set1_epi32(1 << bit));
+      for (int k = 0; k < half; ++k) v[k] = _mm512_mask_blend_ps(up, v[2 * k], v[2 * k + 1]);
+    }
+    return hn::Vec<DF>{v[0]};
+  }
+};
+#else
+struct Table256 {
+  const float* t;
+  explicit Table256(const float* table) : t(table) {}
+  template <class DF, class VI>
+  HWY_INLINE hn::Vec<DF> Lookup(DF df, VI index) const {
+    return hn::GatherIndex(df, t, index);
+  }
+};
+#endif
+
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
   float t[256];
   memcpy(t, table, sizeof t);
   int x0 = 0;
@@ -284,32 +387,47 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
   const hn::Half<decltype(d8)> dh;
   const hn::Half<decltype(dh)> dq;
   const hn::Rebind<int32_t, decltype(dq)> d32;
+  const hn::Rebind<uint32_t, decltype(dq)> du32;
   const hn::Rebind<float, decltype(dq)> df;
   const int lanes = static_cast<int>(hn::Lanes(d8));
   const int q = lanes / 4;
   const int nv = n / lanes * lanes;
+  const Table256 lookup(t);
+  HWY_ALIGN uint8_t diff[3 * hn::MaxLanes(d8)];
+  const auto vvalue = hn::Set(df, value);
   for (int r = 0; r < rows; ++r) {
     const uint8_t* pa = a + r * inStride;
     const uint8_t* pb = b + r * inStride;
+    const uint8_t* pm = mask != nullptr ? mask + r * outStride : nullptr;
     float* o = out + r * outStride;
     for (int x = 0; x < nv; x += lanes) {
-      hn::Vec<decltype(d8)> a0, a1, a2, b0, b1, b2;
-      hn::LoadInterleaved3(d8, pa + 3 * x, a0, a1, a2);
-      hn::LoadInterleaved3(d8, pb + 3 * x, b0, b1, b2);
-      const auto d0 = hn::Or(hn::SaturatedSub(a0, b0), hn::SaturatedSub(b0, a0));
-      const auto d1 = hn::Or(hn::SaturatedSub(a1, b1), hn::SaturatedSub(b1, a1));
-      const auto d2 = hn::Or(hn::SaturatedSub(a2, b2), hn::SaturatedSub(b2, a2));
+      // Byte differences in pixel order, then one de-interleave of the differences.
+      for (int k = 0; k < 3; ++k) {
+        const auto av = hn::LoadU(d8, pa + 3 * x + k * lanes);
+        const auto bv = hn::LoadU(d8, pb + 3 * x + k * lanes);
+        hn::Store(hn::Or(hn::SaturatedSub(av, bv), hn::SaturatedSub(bv, av)), d8,
+                  diff + k * lanes);
+      }
+      hn::Vec<decltype(d8)> d0, d1, d2;
+      hn::LoadInterleaved3(d8, diff, d0, d1, d2);
       const auto m = hn::Max(hn::Max(d0, d1), d2);
-      // Table entries by gathers, a quarter of the bytes at a time.
+      // Table entries a quarter of the bytes at a time.
       const auto lo = hn::LowerHalf(dh, m);
       const auto hi = hn::UpperHalf(dh, m);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, lo))), df, o + x);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, lo))), df,
-                 o + x + q);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::LowerHalf(dq, hi))), df,
-                 o + x + 2 * q);
-      hn::StoreU(hn::GatherIndex(df, t, hn::PromoteTo(d32, hn::UpperHalf(dq, hi))), df,
-                 o + x + 3 * q);
+      // (No arrays of vectors: scalable vectors cannot be array elements.)
+      const auto put = [&](int k, hn::Vec<decltype(dq)> part) {
+        auto v = lookup.Lookup(df, hn::PromoteTo(d32, part));
+        if (pm != nullptr) {
+          const auto set = hn::RebindMask(
+              df, hn::Ne(hn::PromoteTo(du32, hn::LoadU(dq, pm + x + k * q)), hn::Zero(du32)));
+          v = hn::IfThenElse(set, vvalue, v);
+        }
+        hn::StoreU(v, df, o + x + k * q);
+      };
+      put(0, hn::LowerHalf(dq, lo));
+      put(1, hn::UpperHalf(dq, lo));
+      put(2, hn::LowerHalf(dq, hi));
+      put(3, hn::UpperHalf(dq, hi));
     }
   }
   x0 = nv;
@@ -318,7 +436,9 @@ void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int row
     const uint8_t* pa = a + r * inStride;
     const uint8_t* pb = b + r * inStride;
     float* o = out + r * outStride;
-    for (int x = x0; x < n; ++x) o[x] = t[fgs::MaxDiff(pa + 3 * x, pb + 3 * x, 3)];
+    for (int x = x0; x < n; ++x) {
+      o[x] = fgs::Weight(t, pa + 3 * x, pb + 3 * x, mask != nullptr ? mask + r * outStride + x : nullptr, value);
+    }
   }
 }
 
@@ -348,16 +468,19 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
   HWY_DYNAMIC_DISPATCH(FgsSolveRows)(f, w, c, n, first, end);
 }
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor);
+                     const uint8_t* decayMask, float factor, bool maskClear) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor,
+                                        maskClear);
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor) {
-  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor);
+                      const uint8_t* decayMask, float factor, bool maskClear) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveRowsWork)(f, w, n, first, end, work, workLines, decayMask, factor,
+                                         maskClear);
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
-  HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride);
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
+  HWY_DYNAMIC_DISPATCH(FgsWeights3)(a, b, inStride, rows, n, table, out, outStride, mask, value);
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
   HWY_DYNAMIC_DISPATCH(FgsDecay)(w, mask, n, factor);
@@ -377,37 +500,40 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
   }
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int,
-                      const uint8_t* decayMask, float factor) {
+                      const uint8_t* decayMask, float factor, bool maskClear) {
   if (n < 1) return;
   for (int l = first; l < end; ++l) {
     const ptrdiff_t o = static_cast<ptrdiff_t>(l) * n;
     fgs::SolveLine(f + o, w + o, work, n, 1);
   }
-  if (decayMask != nullptr && end > first && n > 0) {
-    const ptrdiff_t o = static_cast<ptrdiff_t>(first) * n;
-    FgsDecay(w + o, decayMask + o, static_cast<ptrdiff_t>(end - first) * n, factor);
+  for (ptrdiff_t i = static_cast<ptrdiff_t>(first) * n;
+       decayMask != nullptr && n > 0 && i < static_cast<ptrdiff_t>(end) * n; ++i) {
+    w[i] = fgs::Decayed(w[i], maskClear ? 0 : decayMask[i], factor);
   }
 }
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor) {
+                     const uint8_t* decayMask, float factor, bool maskClear) {
   for (int x = first; x < end; ++x) fgs::SolveLine(f + x, w + x, c + x, n, stride);
   for (ptrdiff_t i = 0; decayMask != nullptr && i < n; ++i) {
     for (int x = first; x < end; ++x) {
-      w[i * stride + x] = fgs::Decayed(w[i * stride + x], decayMask[i * stride + x], factor);
+      const ptrdiff_t k = i * stride + x;
+      w[k] = fgs::Decayed(w[k], maskClear ? 0 : decayMask[k], factor);
     }
   }
 }
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride) {
+                 const float* table, float* out, ptrdiff_t outStride, const uint8_t* mask,
+                 float value) {
   for (int r = 0; r < rows; ++r) {
     for (int x = 0; x < n; ++x) {
       out[r * outStride + x] =
-          table[fgs::MaxDiff(a + r * inStride + 3 * x, b + r * inStride + 3 * x, 3)];
+          fgs::Weight(table, a + r * inStride + 3 * x, b + r * inStride + 3 * x,
+                      mask != nullptr ? mask + r * outStride + x : nullptr, value);
     }
   }
 }
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor) {
-  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask[i], factor);
+  for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Decayed(w[i], mask != nullptr ? mask[i] : 0, factor);
 }
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value) {
   for (ptrdiff_t i = 0; i < n; ++i) w[i] = fgs::Masked(w[i], mask[i], value);

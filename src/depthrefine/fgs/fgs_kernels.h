@@ -53,6 +53,12 @@ inline int MaxDiff(const uint8_t* a, const uint8_t* b, int bytes) {
 
 inline float Decayed(float w, uint8_t mask, float factor) { return mask == 0 ? w * factor : w; }
 inline float Masked(float w, uint8_t mask, float value) { return mask != 0 ? value : w; }
+// Coupling of two 3-byte pixels from the table, `value` where *mask (when given) is nonzero.
+inline float Weight(const float* table, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+                    float value) {
+  const float w = table[MaxDiff(a, b, 3)];
+  return mask != nullptr ? Masked(w, *mask, value) : w;
+}
 
 }  // namespace fgs
 
@@ -60,18 +66,20 @@ inline float Masked(float w, uint8_t mask, float value) { return mask != 0 ? val
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
 // The values of FgsSolveRows without its coefficients: workspace of workLines x n floats
 // (workLines >= 1), its contents left undefined. With decayMask (same layout as w), the lines'
-// couplings then decay: w = Decayed(w, mask, factor).
+// couplings then decay: w = Decayed(w, mask, factor); maskClear: the caller knows the mask is all
+// 0, so it is not read.
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor);
+                      const uint8_t* decayMask, float factor, bool maskClear = false);
 // Columns first .. end - 1 of three planes with rows `stride` floats apart; each column is a line
-// of n values. decayMask as above.
+// of n values. decayMask and maskClear as above.
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor);
-// out[r * outStride + x] = table[MaxDiff(a + r * inStride + 3x, b + r * inStride + 3x, 3)] for
-// r < rows, x < n.
+                     const uint8_t* decayMask, float factor, bool maskClear = false);
+// out[r * outStride + x] = Weight(table, a + r * inStride + 3x, b + r * inStride + 3x, mask + r *
+// outStride + x (or null), value) for r < rows, x < n: the mask, when given, has out's layout.
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride);
-// w[i] = Decayed(w[i], mask[i], factor) for i < n.
+                 const float* table, float* out, ptrdiff_t outStride,
+                 const uint8_t* mask = nullptr, float value = 0.0f);
+// w[i] = Decayed(w[i], mask[i], factor) for i < n; a null mask reads as all 0.
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
 // w[i] = Masked(w[i], mask[i], value) for i < n.
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
@@ -79,11 +87,12 @@ void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 namespace scalar {
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
-                      const uint8_t* decayMask, float factor);
+                      const uint8_t* decayMask, float factor, bool maskClear = false);
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
-                     const uint8_t* decayMask, float factor);
+                     const uint8_t* decayMask, float factor, bool maskClear = false);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
-                 const float* table, float* out, ptrdiff_t outStride);
+                 const float* table, float* out, ptrdiff_t outStride,
+                 const uint8_t* mask = nullptr, float value = 0.0f);
 void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 }  // namespace scalar
