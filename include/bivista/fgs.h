@@ -70,7 +70,8 @@ BIVISTA_API void DREF_FGSGuideToWeight_plane(float* weights, const uint8_t* guid
                                              int cols, int planes, float sigma, float lambda);
 /* guideFormat 0: horizontal couplings, the guide transposed (3 bytes per pixel) into
  * transposedGuide (height x width x 3 bytes), vertical couplings from it (width rows of
- * height). Any other guideFormat: nothing. */
+ * height; at most its 3 channels are compared). The guide holds height x width x
+ * max(channels, 3) bytes. Any other guideFormat: nothing. */
 BIVISTA_API void DREF_GetFGS_Weight(const uint8_t* guide, int height, int width, int channels,
                                     uint32_t guideFormat, float* hWeights, float* vWeights,
                                     uint8_t* transposedGuide, float sigma, float lambda);

@@ -230,6 +230,10 @@ TEST(FgsFilter, OnePassAndLinesEqualDirectFormulation) {
   ExpectSameBits(hw, bvtest::RefWeights(s.guide.data(), h, w, 3, false, table));
   EXPECT_EQ(tGuide, bvtest::RefTranspose(s.guide.data(), h, w, 3));
   ExpectSameBits(vw, bvtest::RefWeights(tGuide.data(), w, h, 3, false, table));
+  // Four channels: the vertical couplings stay within the 3-byte transposed guide (fuzz finding).
+  const std::vector<uint8_t> guide4(area * 4, 9);
+  DREF_GetFGS_Weight(guide4.data(), h, w, 4, 0, hw.data(), vw.data(), tGuide.data(), 8.0f, 50.0f);
+  ExpectSameBits(vw, bvtest::RefWeights(tGuide.data(), w, h, 3, false, table));
   // One iteration: rows, transposed columns; the scratch ends holding the transposed result.
   std::vector<float> expected = s.data, c(area);
   for (int y = 0; y < h; ++y) bvtest::RefSolveLine(&expected[y * w], &hw[y * w], &c[y * w], w);

@@ -387,7 +387,9 @@ void DREF_GetFGS_Weight(const uint8_t* guide, int height, int width, int channel
   if (guideFormat != 0) return;
   DREF_FGSGuideToWeight_yuv(hWeights, guide, height, width, channels, sigma, lambda);
   DREF_Rotate_yuv(transposedGuide, guide, height, width);
-  DREF_FGSGuideToWeight_yuv(vWeights, transposedGuide, width, height, channels, sigma, lambda);
+  // The transposed guide has 3 bytes a pixel: more channels would read past it.
+  DREF_FGSGuideToWeight_yuv(vWeights, transposedGuide, width, height, channels < 3 ? channels : 3,
+                            sigma, lambda);
 }
 
 void DREF_Rotate_1D_UCHAR(uint8_t* dst, const uint8_t* src, int srcRows, int srcCols) {
