@@ -76,10 +76,24 @@ int ImgFeatures(const uint8_t* guide, T* features, float*** weightMap, int32_t* 
 
 // The median over columns [first, end) of T planes (output written only where the mask, when
 // given, is nonzero). Logs and leaves the columns alone when its arrays cannot be allocated.
-template <typename T>
-void FilterColumns(int first, int end, const T* levels, const T* features, float** weights,
-                   int height, int width, int classes, int levelCount, int radius,
-                   const uint8_t* mask, T* output);
+// Dispatched once per call to the best vector target.
+#define BIVISTA_JWMF_COLUMNS_PARAMS(T)                                                         \
+  int first, int end, const T *levels, const T *features, float **weights, int height,        \
+      int width, int classes, int levelCount, int radius, const uint8_t *mask, T *output
+#define BIVISTA_JWMF_DECLARE_COLUMNS                                   \
+  template <typename T>                                                 \
+  void FilterColumns(BIVISTA_JWMF_COLUMNS_PARAMS(T));                   \
+  template <>                                                           \
+  void FilterColumns<int32_t>(BIVISTA_JWMF_COLUMNS_PARAMS(int32_t));    \
+  template <>                                                           \
+  void FilterColumns<uint8_t>(BIVISTA_JWMF_COLUMNS_PARAMS(uint8_t));
+BIVISTA_JWMF_DECLARE_COLUMNS
+
+namespace scalar {
+// The same walk with the weighted sums and level crossings on plain loops: the definition the
+// vector targets must match exactly.
+BIVISTA_JWMF_DECLARE_COLUMNS
+}  // namespace scalar
 
 // Worker split and boots over a caller-provided output copy (already holding the levels).
 template <typename T>
