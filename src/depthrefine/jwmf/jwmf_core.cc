@@ -49,14 +49,16 @@ void* RunColumnJob(void* argument, int /*threadIndex*/) {
   return nullptr;
 }
 
-int32_t* CopyLevels(const int32_t* levels, int width, int height, const char* fn, int line) {
+// The output copy block (width x height int32 from safeNew) holding the levels of T planes.
+template <typename T>
+T* CopyLevels(const T* levels, int width, int height, const char* fn, int line) {
   const int64_t bytes = PixelCount(width, height) * 4;
-  auto* copy = static_cast<int32_t*>(safeNew(bytes > INT32_MAX ? -1 : static_cast<int>(bytes)));
+  auto* copy = static_cast<T*>(safeNew(bytes > INT32_MAX ? -1 : static_cast<int>(bytes)));
   if (copy == nullptr) {
     BV_LOGE(kTagAlgo, fn, line, "filterCore failed!!\n");
     return nullptr;
   }
-  memcpy(copy, levels, static_cast<size_t>(bytes));
+  memcpy(copy, levels, static_cast<size_t>(PixelCount(width, height)) * sizeof(T));
   return copy;
 }
 
@@ -77,6 +79,18 @@ void RunWorkers(const T* levels, const T* features, float** weights, const uint8
                radius, mask, output};
     MThread_Boot(pool, i, RunColumnJob<T>, &jobs[i]);
   });
+}
+
+uint8_t* MedianBytes(const uint8_t* levels, const uint8_t* features, float** weights,
+                     uint8_t* mask, int keepMask, int height, int width, int classes,
+                     int levelCount, int radius, void* pool, int threadCount) {
+  uint8_t* copy = CopyLevels(levels, width, height, mask != nullptr ? "filterCoreWithMask" : "filterCore",
+                             mask != nullptr ? kLineFilterMaskCopy : kLineFilterCoreCopy);
+  if (copy == nullptr) return nullptr;
+  if (mask != nullptr && keepMask == 0) RemoveObstacles(mask, width, height);
+  RunWorkers(levels, features, weights, mask, height, width, classes, levelCount, radius, pool,
+             threadCount, copy);
+  return copy;
 }
 
 template void RunWorkers<uint8_t>(const uint8_t*, const uint8_t*, float**, const uint8_t*, int,

@@ -101,6 +101,14 @@ void RunWorkers(const T* levels, const T* features, float** weights, const uint8
                 int height, int width, int classes, int levelCount, int radius, void* pool,
                 int threadCount, T* output);
 
+// filterCore (no mask) or filterCoreWithMask on byte planes: the same output copy block from
+// safeNew (width x height int32; only its first width x height bytes are used), messages and
+// mask cleaning. Returns the filtered levels inside that block (release with safeDelete), or
+// null (logged) when the block cannot be obtained.
+uint8_t* MedianBytes(const uint8_t* levels, const uint8_t* features, float** weights,
+                     uint8_t* mask, int keepMask, int height, int width, int classes,
+                     int levelCount, int radius, void* pool, int threadCount);
+
 // Obstacle removal on the mask, in place, and its log line.
 void RemoveObstacles(uint8_t* mask, int width, int height);
 
