@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
 #include <climits>
@@ -217,6 +218,36 @@ TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
     EXPECT_EQ(got, DirectMedian(p, wt, levels, r));
     float2D_release(w);
   }
+}
+
+// The quantiser's passes on every vector target equal the scan: zeros of either sign (the scan
+// keeps the first), NaN, infinities; every length and start offset up to a few vectors.
+TEST_F(Jwmf, QuantiserPassesOnEveryTargetEqualTheScan) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(5);
+    const float kSpecial[] = {0.f, -0.f, NAN, INFINITY, -INFINITY, 1e9f, -3.f};
+    std::vector<float> buf(80);
+    for (int n = 0; n <= 67; ++n) {
+      const int offset = n % 5;
+      for (float& v : buf) v = rng() % 3 ? float(rng() % 1000) * 0.37f : kSpecial[rng() % 7];
+      if (n % 3 == 0) std::fill(buf.begin(), buf.end(), n % 2 ? 0.f : -0.f);  // zero planes
+      if (n % 3 == 0 && n > 1) buf[offset + n / 2] = -buf[offset + n / 2];
+      const float* d = buf.data() + offset;
+      float lo[2], hi[2];
+      jw::QuantMinMax(d, n, &lo[0], &hi[0]);
+      jw::scalar::QuantMinMax(d, n, &lo[1], &hi[1]);
+      EXPECT_EQ(0, memcmp(&lo[0], &lo[1], 4)) << n;
+      EXPECT_EQ(0, memcmp(&hi[0], &hi[1], 4)) << n;
+      std::vector<int32_t> l32[2] = {std::vector<int32_t>(n), std::vector<int32_t>(n)};
+      std::vector<uint8_t> l8[2] = {std::vector<uint8_t>(n), std::vector<uint8_t>(n)};
+      jw::QuantLevels(d, n, -100.f, 0.37f, 128, l32[0].data());
+      jw::scalar::QuantLevels(d, n, -100.f, 0.37f, 128, l32[1].data());
+      jw::QuantLevels(d, n, -100.f, 0.37f, 128, l8[0].data());
+      jw::scalar::QuantLevels(d, n, -100.f, 0.37f, 128, l8[1].data());
+      EXPECT_EQ(l32[0], l32[1]) << n;
+      EXPECT_EQ(l8[0], l8[1]) << n;
+    }
+  });
 }
 
 // The walk on every vector target equals its plain definition exactly, with weights whose sums

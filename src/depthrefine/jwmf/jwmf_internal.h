@@ -65,6 +65,20 @@ constexpr int kValidLen = 3;
 constexpr int kMaxWorkers = 4;
 constexpr float kWeightConstant = 0.000768935f;  // 1 / (2 x 25.5^2)
 
+// The quantiser's passes over n depth values (dispatched to the best vector target): min and
+// max as a scan keeps them (start values 1e8 and -1e8, NaN ignored, the first of equal values),
+// and the levels (truncation of (depth - min) x inv clamped to 0..levelCount-1; NaN gives 0).
+void QuantMinMax(const float* depth, int64_t n, float* minV, float* maxV);
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 int32_t* levels);
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 uint8_t* levels);
+namespace scalar {
+void QuantMinMax(const float* depth, int64_t n, float* minV, float* maxV);
+template <typename T>
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount, T* levels);
+}  // namespace scalar
+
 // Quantiser into levels of type T; false when the plane is refused as flat (or levelCount < 1).
 template <typename T>
 bool Quantise(const float* depth, T* levels, float* table, int levelCount, int width, int height);

@@ -1,4 +1,5 @@
-// The weighted median walk: a joint histogram (level x class) and a balance count per class slide
+// The quantiser's two passes (min/max ignoring NaN, levels) and the weighted median walk: a joint
+// histogram (level x class) and a balance count per class slide
 // down each column; the cut moves from the previous row's level. Compiled once per vector target
 // (the class lists of a level and the balance list are read off the counts with vector compares,
 // and a level crossing updates all balances at once) and dispatched once per worker.
@@ -143,6 +144,23 @@ struct PlainOps {
 };
 
 }  // namespace walk
+
+// One level of the quantiser: truncation clamped to the range; NaN lands on level 0.
+inline int LevelOf(float depth, float minV, float inv, float top, int levelCount) {
+  const float v = (depth - minV) * inv;
+  return v >= 1.0f ? (v < top ? static_cast<int>(v) : levelCount - 1) : 0;
+}
+
+// Min and max of a plane in scan order are its order-free min and max, except for the sign of
+// a zero: the scan keeps the first zero it meets. Vector passes call this when a result is zero.
+inline float FirstZero(const float* depth, int64_t n, float value) {
+  if (value != 0.0f) return value;
+  for (int64_t i = 0; i < n; ++i) {
+    if (depth[i] == 0.0f) return depth[i];
+  }
+  return value;
+}
+
 }  // namespace jwmf
 }  // namespace bivista
 
@@ -490,6 +508,59 @@ void Columns(int first, int end, const T* levels, const T* features, float** wei
   }
 }
 
+// Quantiser passes. NaN is replaced by the start values so that it never wins.
+void QuantMinMax(const float* HWY_RESTRICT depth, int64_t n, float* minOut, float* maxOut) {
+  const hn::ScalableTag<float> d;
+  const int64_t lanes = static_cast<int64_t>(hn::Lanes(d));
+  auto lo = hn::Set(d, 1e8f), hi = hn::Set(d, -1e8f);
+  int64_t i = 0;
+  for (; i + lanes <= n; i += lanes) {
+    const auto v = hn::LoadU(d, depth + i);
+    const auto nan = hn::IsNaN(v);
+    lo = hn::Min(lo, hn::IfThenElse(nan, hn::Set(d, 1e8f), v));
+    hi = hn::Max(hi, hn::IfThenElse(nan, hn::Set(d, -1e8f), v));
+  }
+  float minV = hn::GetLane(hn::MinOfLanes(d, lo)), maxV = hn::GetLane(hn::MaxOfLanes(d, hi));
+  for (; i < n; ++i) {
+    if (depth[i] > maxV) maxV = depth[i];
+    if (depth[i] < minV) minV = depth[i];
+  }
+  *minOut = FirstZero(depth, n, minV);
+  *maxOut = FirstZero(depth, n, maxV);
+}
+
+template <typename T>
+void QuantLevels(const float* HWY_RESTRICT depth, int64_t n, float minV, float inv,
+                 int levelCount, T* HWY_RESTRICT levels) {
+  const float top = static_cast<float>(levelCount - 1);
+  const hn::ScalableTag<int32_t> di;
+  const hn::Rebind<float, decltype(di)> d;
+  const int64_t lanes = static_cast<int64_t>(hn::Lanes(d));
+  int64_t i = 0;
+  for (; i + lanes <= n; i += lanes) {
+    const auto v = hn::Mul(hn::Sub(hn::LoadU(d, depth + i), hn::Set(d, minV)), hn::Set(d, inv));
+    const auto inside = hn::IfThenElse(hn::RebindMask(di, v < hn::Set(d, top)),
+                                       hn::ConvertTo(di, v), hn::Set(di, levelCount - 1));
+    const auto level = hn::IfThenElseZero(hn::RebindMask(di, v >= hn::Set(d, 1.0f)), inside);
+    if constexpr (sizeof(T) == 1) {
+      hn::StoreU(hn::DemoteTo(hn::Rebind<uint8_t, decltype(di)>(), level),
+                 hn::Rebind<uint8_t, decltype(di)>(), levels + i);
+    } else {
+      hn::StoreU(level, di, levels + i);
+    }
+  }
+  for (; i < n; ++i) levels[i] = static_cast<T>(LevelOf(depth[i], minV, inv, top, levelCount));
+}
+
+void QuantLevelsI32(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                    int32_t* levels) {
+  QuantLevels(depth, n, minV, inv, levelCount, levels);
+}
+void QuantLevelsU8(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                   uint8_t* levels) {
+  QuantLevels(depth, n, minV, inv, levelCount, levels);
+}
+
 void ColumnsI32(BIVISTA_JWMF_COLUMNS_PARAMS(int32_t)) {
   Columns<VecOps>(BIVISTA_JWMF_COLUMNS_ARGS);
 }
@@ -506,6 +577,21 @@ namespace jwmf {
 
 HWY_EXPORT(ColumnsI32);
 HWY_EXPORT(ColumnsU8);
+HWY_EXPORT(QuantMinMax);
+HWY_EXPORT(QuantLevelsI32);
+HWY_EXPORT(QuantLevelsU8);
+
+void QuantMinMax(const float* depth, int64_t n, float* minV, float* maxV) {
+  HWY_DYNAMIC_DISPATCH(QuantMinMax)(depth, n, minV, maxV);
+}
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 int32_t* levels) {
+  HWY_DYNAMIC_DISPATCH(QuantLevelsI32)(depth, n, minV, inv, levelCount, levels);
+}
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 uint8_t* levels) {
+  HWY_DYNAMIC_DISPATCH(QuantLevelsU8)(depth, n, minV, inv, levelCount, levels);
+}
 
 template <>
 void FilterColumns<int32_t>(BIVISTA_JWMF_COLUMNS_PARAMS(int32_t)) {
@@ -517,6 +603,27 @@ void FilterColumns<uint8_t>(BIVISTA_JWMF_COLUMNS_PARAMS(uint8_t)) {
 }
 
 namespace scalar {
+// Min and max in scan order; start values -1e8 and 1e8; NaN never compares.
+void QuantMinMax(const float* depth, int64_t n, float* minOut, float* maxOut) {
+  float maxV = -1e8f, minV = 1e8f;
+  for (int64_t i = 0; i < n; ++i) {
+    if (depth[i] > maxV) maxV = depth[i];
+    if (depth[i] < minV) minV = depth[i];
+  }
+  *minOut = minV;
+  *maxOut = maxV;
+}
+template <typename T>
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 T* levels) {
+  const float top = static_cast<float>(levelCount - 1);
+  for (int64_t i = 0; i < n; ++i) {
+    levels[i] = static_cast<T>(LevelOf(depth[i], minV, inv, top, levelCount));
+  }
+}
+template void QuantLevels<int32_t>(const float*, int64_t, float, float, int, int32_t*);
+template void QuantLevels<uint8_t>(const float*, int64_t, float, float, int, uint8_t*);
+
 // The baseline target's walk with the plain list operations.
 template <>
 void FilterColumns<int32_t>(BIVISTA_JWMF_COLUMNS_PARAMS(int32_t)) {
