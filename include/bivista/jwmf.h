@@ -80,7 +80,11 @@ typedef struct JWMFCoreMaskArgs {
 
 /* Weighted median of the level image in place (levels and classes as the records above; level and
  * class values outside their ranges are clamped into them). 0, or -1 (all bits set) when the
- * output copy cannot be allocated. min(threadCount, 4) workers (0 gives 1; negative: nothing). */
+ * output copy cannot be allocated. min(threadCount, 4) workers (0 gives 1; negative: nothing).
+ * The weighted sums (of the balances, and of a level the cut crosses) add the terms of classes
+ * f = 0, 1, 2, ... into 16 partial sums (f mod 16, in ascending order), then add the partial
+ * sums pairwise: j and j + 8, then j and j + 4, j and j + 2, 0 and 1; the same on every
+ * processor. Only classes with a nonzero balance or count, and class 0, contribute. */
 BIVISTA_API int filterCore(int32_t* levels, const int32_t* features, float** weights, int height,
                            int width, int classes, int levelCount, int radius, void* pool,
                            int threadCount);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
 #include <climits>
@@ -17,6 +18,7 @@
 #include "bivista/mthread.h"
 #include "depthrefine/jwmf/jwmf_internal.h"
 #include "support/alloc_table.h"
+#include "support/hwy_targets.h"
 #include "support/platform_capture.h"
 
 namespace {
@@ -216,6 +218,85 @@ TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
     EXPECT_EQ(got, DirectMedian(p, wt, levels, r));
     float2D_release(w);
   }
+}
+
+// The quantiser's passes on every vector target equal the scan: zeros of either sign (the scan
+// keeps the first), NaN, infinities; every length and start offset up to a few vectors.
+TEST_F(Jwmf, QuantiserPassesOnEveryTargetEqualTheScan) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(5);
+    const float kSpecial[] = {0.f, -0.f, NAN, INFINITY, -INFINITY, 1e9f, -3.f};
+    std::vector<float> buf(80);
+    for (int n = 0; n <= 67; ++n) {
+      const int offset = n % 5;
+      for (float& v : buf) v = rng() % 3 ? float(rng() % 1000) * 0.37f : kSpecial[rng() % 7];
+      if (n % 3 == 0) std::fill(buf.begin(), buf.end(), n % 2 ? 0.f : -0.f);  // zero planes
+      if (n % 3 == 0 && n > 1) buf[offset + n / 2] = -buf[offset + n / 2];
+      const float* d = buf.data() + offset;
+      float lo[2], hi[2];
+      jw::QuantMinMax(d, n, &lo[0], &hi[0]);
+      jw::scalar::QuantMinMax(d, n, &lo[1], &hi[1]);
+      EXPECT_EQ(0, memcmp(&lo[0], &lo[1], 4)) << n;
+      EXPECT_EQ(0, memcmp(&hi[0], &hi[1], 4)) << n;
+      std::vector<int32_t> l32[2] = {std::vector<int32_t>(n), std::vector<int32_t>(n)};
+      std::vector<uint8_t> l8[2] = {std::vector<uint8_t>(n), std::vector<uint8_t>(n)};
+      jw::QuantLevels(d, n, -100.f, 0.37f, 128, l32[0].data());
+      jw::scalar::QuantLevels(d, n, -100.f, 0.37f, 128, l32[1].data());
+      jw::QuantLevels(d, n, -100.f, 0.37f, 128, l8[0].data());
+      jw::scalar::QuantLevels(d, n, -100.f, 0.37f, 128, l8[1].data());
+      EXPECT_EQ(l32[0], l32[1]) << n;
+      EXPECT_EQ(l8[0], l8[1]) << n;
+    }
+  });
+}
+
+// The walk on every vector target equals its plain definition exactly, with weights whose sums
+// round (so the order of the weighted sums matters) and every storage kind.
+TEST_F(Jwmf, WalkOnEveryTargetEqualsThePlainDefinition) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(23);
+    // Weights whose sums round and cancel, so that a balance is zero in one order only.
+    const float kWeights[] = {1.f, 0.1f, 0.2f, 0.3f, 0.6f, 0.7f, 1e-8f};
+    LogCapture log;
+    for (int iter = 0; iter < 60; ++iter) {
+      const int w = 1 + static_cast<int>(rng() % 40), h = 1 + static_cast<int>(rng() % 30);
+      // 8/16-bit counts with up to 64 and up to 256 classes, and the wide kind (many levels).
+      const int kind = iter % 6;
+      const int classes = kind == 2 ? 64 + int(rng() % 193) : kind == 3 ? 64 : 1 + int(rng() % 63);
+      const int levels = kind == 4 ? 1025 + int(rng() % 50) : 2 + int(rng() % 130);
+      const int r = kind == 5 ? 8 + int(rng() % 3) : int(rng() % 6);
+      SCOPED_TRACE(Fmt("iter %d %dx%d L %d C %d r %d", iter, w, h, levels, classes, r));
+      const size_t n = static_cast<size_t>(w) * h;
+      std::vector<int32_t> lv(n), ft(n);
+      std::vector<uint8_t> mask(n);
+      for (size_t i = 0; i < n; ++i) {
+        lv[i] = i && rng() % 3 == 0 ? lv[i - 1] : int(rng() % levels);
+        ft[i] = i && rng() % 2 ? ft[i - 1] : int(rng() % classes);
+        mask[i] = rng() % 4 ? 1 : 0;
+      }
+      std::vector<std::vector<float>> wt(classes, std::vector<float>(classes, 1.f));
+      for (int a = 0; a < classes; ++a) {
+        for (int b = a + 1; b < classes; ++b) wt[a][b] = wt[b][a] = kWeights[rng() % 7];
+      }
+      float** wm = ToFloat2D(wt);
+      const uint8_t* m = iter % 2 ? mask.data() : nullptr;
+      std::vector<int32_t> vec = lv, ref = lv;
+      jw::FilterColumns(0, w, lv.data(), ft.data(), wm, h, w, classes, levels, r, m, vec.data());
+      jw::scalar::FilterColumns(0, w, lv.data(), ft.data(), wm, h, w, classes, levels, r, m,
+                                ref.data());
+      EXPECT_EQ(vec, ref);
+      if (levels <= 256 && classes <= 256) {  // the byte planes of the 8-bit driver
+        std::vector<uint8_t> lv8(lv.begin(), lv.end()), ft8(ft.begin(), ft.end());
+        std::vector<uint8_t> vec8 = lv8, ref8 = lv8;
+        jw::FilterColumns(0, w, lv8.data(), ft8.data(), wm, h, w, classes, levels, r, m,
+                          vec8.data());
+        jw::scalar::FilterColumns(0, w, lv8.data(), ft8.data(), wm, h, w, classes, levels, r, m,
+                                  ref8.data());
+        EXPECT_EQ(vec8, ref8);
+      }
+      float2D_release(wm);
+    }
+  });
 }
 
 TEST_F(Jwmf, CoreEdgeCases) {

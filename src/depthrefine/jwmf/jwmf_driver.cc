@@ -92,11 +92,12 @@ int Drive(const Texts& tx, float* depth, int dim, int width, int height, const u
             height, radius, keepMask);
   }
   const int64_t pixels = PixelCount(width, height);
-  memset(wk.levels, 0, static_cast<size_t>(pixels) * sizeof(T));
   memset(wk.table, 0, sizeof(float) * levelCount);
   wk.table[0] = NAN;  // the quantiser writes a number here unless it refuses the plane
   bootJobs(wk);
   MThread_Sync(pool, 0, 2);
+  // The level image as if zeroed before: an accepted plane overwrites every level.
+  if (isnan(wk.table[0])) memset(wk.levels, 0, static_cast<size_t>(pixels) * sizeof(T));
   if (wk.status != 0) {
     if (tx.imgFeatures) {
       BV_LOGE(kTagAlgo, tx.fn, tx.lineFeature, "getFeatureByImg failed!!iRet %d\n", wk.status);
@@ -122,12 +123,15 @@ int Drive(const Texts& tx, float* depth, int dim, int width, int height, const u
   return 0;
 }
 
-// Buffers of the 32-bit drivers; false (logged, nothing held) when one is missing.
+// The image buffers (width x height x 4 bytes each, of which T planes use the first
+// width x height x sizeof(T)) and the level table; false (logged, nothing held) when one is
+// missing.
+template <typename T>
 bool Acquire(const Texts& tx, const Source& src, int width, int height, int levelCount,
-             Work<int32_t>& wk) {
+             Work<T>& wk) {
   const int64_t bytes = PixelCount(width, height) * 4;
-  wk.levels = static_cast<int32_t*>(src.Get(bytes));
-  wk.features = static_cast<int32_t*>(src.Get(bytes));
+  wk.levels = static_cast<T*>(src.Get(bytes));
+  wk.features = static_cast<T*>(src.Get(bytes));
   wk.table = static_cast<float*>(src.Get(static_cast<int64_t>(levelCount) * 4));
   if (wk.levels != nullptr && wk.features != nullptr && wk.table != nullptr) return true;
   BV_LOGE(kTagAlgo, tx.fn, tx.lineAlloc, "%s", tx.allocText);
@@ -268,22 +272,28 @@ void JWMFilterWithImg(float* depth, const uint8_t* guide, int dim, int width, in
                       const vta_algo_mem_allocator_t* allocator) {
   const Texts& tx = kImgTexts;
   const Source src{allocator, false};
-  Work<int32_t> wk;
+  // 128 levels and at most 64 classes fit a byte: the stages work on byte planes in the first
+  // quarter of each buffer (a quarter of the memory touched, no copy back).
+  Work<uint8_t> wk;
   if (!Acquire(tx, src, width, height, kImgLevels, wk)) return;
-  JWMFQuantArgs quant;
-  JWMFImgFeatureArgs feat;
+  QuantJob<uint8_t> quant;
+  ImgFeatureJob<uint8_t> feat;
+  uint8_t* out = nullptr;
   wk.classes = kImgClassesIn;
   Drive(
       tx, depth, dim, width, height, mask, radius, keepMask, kImgLevels, pool, wk,
-      [&](Work<int32_t>& w) {
+      [&](Work<uint8_t>& w) {
         quant = {depth, w.levels, w.table, kImgLevels, width, height};
-        MThread_Boot(pool, 0, from32FTo32SSimple_MulThread, &quant);
-        feat = {guide, w.features, &w.wmap, dim, &w.classes, width, height, keepMask, &w.status};
-        MThread_Boot(pool, 1, getFeatureByImg_MulThread, &feat);
+        MThread_Boot(pool, 0, RunQuantJob8, &quant);
+        feat = {guide, w.features, &w.wmap, &w.classes, width, height, keepMask, &w.status};
+        MThread_Boot(pool, 1, RunImgFeatureJob8, &feat);
       },
-      [&](Work<int32_t>& w) {
-        return Median32(w, mask, keepMask, width, height, kImgLevels, radius, pool, threadCount);
+      [&](Work<uint8_t>& w) -> const uint8_t* {
+        out = MedianBytes(w.levels, w.features, w.wmap, mask, keepMask, height, width, w.classes,
+                          kImgLevels, radius, pool, threadCount);
+        return out;
       });
+  safeDelete(out);
   src.Put(wk.levels);
   src.Put(wk.features);
   src.Put(wk.table);

@@ -121,12 +121,8 @@ bool Quantise(const float* depth, T* levels, float* table, int levelCount, int w
               int height) {
   if (levelCount < 1) return false;
   const int64_t pixels = PixelCount(width, height);
-  float maxV = -1e8f, minV = 1e8f;
-  for (int64_t i = 0; i < pixels; ++i) {
-    const float d = depth[i];
-    if (d > maxV) maxV = d;
-    if (d < minV) minV = d;
-  }
+  float maxV, minV;
+  QuantMinMax(depth, pixels, &minV, &maxV);
   const float step = (maxV - minV) / static_cast<float>(levelCount - 1);
   if (step < kMinStep) {
     BV_LOGW(kTagAlgo, "from32FTo32SSimple", kLineQuantFlat,
@@ -136,13 +132,7 @@ bool Quantise(const float* depth, T* levels, float* table, int levelCount, int w
   }
   table[0] = minV;
   for (int k = 1; k < levelCount; ++k) table[k] = table[k - 1] + step;
-  const float inv = 1.0f / step;
-  const float top = static_cast<float>(levelCount - 1);
-  for (int64_t i = 0; i < pixels; ++i) {
-    const float v = (depth[i] - minV) * inv;
-    // Truncation clamped to the range; NaN lands on level 0.
-    levels[i] = static_cast<T>(v >= 1.0f ? (v < top ? static_cast<int>(v) : levelCount - 1) : 0);
-  }
+  QuantLevels(depth, pixels, minV, 1.0f / step, levelCount, levels);
   BV_LOGD(kTagAlgo, "from32FTo32SSimple", kLineQuantDone,
           "input depthData max %3.2f min %3.2f range %3.2f step %3.5f\n", maxV, minV,
           maxV - minV, step);

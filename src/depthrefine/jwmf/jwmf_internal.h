@@ -65,6 +65,20 @@ constexpr int kValidLen = 3;
 constexpr int kMaxWorkers = 4;
 constexpr float kWeightConstant = 0.000768935f;  // 1 / (2 x 25.5^2)
 
+// The quantiser's passes over n depth values (dispatched to the best vector target): min and
+// max as a scan keeps them (start values 1e8 and -1e8, NaN ignored, the first of equal values),
+// and the levels (truncation of (depth - min) x inv clamped to 0..levelCount-1; NaN gives 0).
+void QuantMinMax(const float* depth, int64_t n, float* minV, float* maxV);
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 int32_t* levels);
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount,
+                 uint8_t* levels);
+namespace scalar {
+void QuantMinMax(const float* depth, int64_t n, float* minV, float* maxV);
+template <typename T>
+void QuantLevels(const float* depth, int64_t n, float minV, float inv, int levelCount, T* levels);
+}  // namespace scalar
+
 // Quantiser into levels of type T; false when the plane is refused as flat (or levelCount < 1).
 template <typename T>
 bool Quantise(const float* depth, T* levels, float* table, int levelCount, int width, int height);
@@ -76,16 +90,38 @@ int ImgFeatures(const uint8_t* guide, T* features, float*** weightMap, int32_t* 
 
 // The median over columns [first, end) of T planes (output written only where the mask, when
 // given, is nonzero). Logs and leaves the columns alone when its arrays cannot be allocated.
-template <typename T>
-void FilterColumns(int first, int end, const T* levels, const T* features, float** weights,
-                   int height, int width, int classes, int levelCount, int radius,
-                   const uint8_t* mask, T* output);
+// Dispatched once per call to the best vector target.
+#define BIVISTA_JWMF_COLUMNS_PARAMS(T)                                                         \
+  int first, int end, const T *levels, const T *features, float **weights, int height,        \
+      int width, int classes, int levelCount, int radius, const uint8_t *mask, T *output
+#define BIVISTA_JWMF_DECLARE_COLUMNS                                   \
+  template <typename T>                                                 \
+  void FilterColumns(BIVISTA_JWMF_COLUMNS_PARAMS(T));                   \
+  template <>                                                           \
+  void FilterColumns<int32_t>(BIVISTA_JWMF_COLUMNS_PARAMS(int32_t));    \
+  template <>                                                           \
+  void FilterColumns<uint8_t>(BIVISTA_JWMF_COLUMNS_PARAMS(uint8_t));
+BIVISTA_JWMF_DECLARE_COLUMNS
+
+namespace scalar {
+// The same walk with the weighted sums and level crossings on plain loops: the definition the
+// vector targets must match exactly.
+BIVISTA_JWMF_DECLARE_COLUMNS
+}  // namespace scalar
 
 // Worker split and boots over a caller-provided output copy (already holding the levels).
 template <typename T>
 void RunWorkers(const T* levels, const T* features, float** weights, const uint8_t* mask,
                 int height, int width, int classes, int levelCount, int radius, void* pool,
                 int threadCount, T* output);
+
+// filterCore (no mask) or filterCoreWithMask on byte planes: the same output copy block from
+// safeNew (width x height int32; only its first width x height bytes are used), messages and
+// mask cleaning. Returns the filtered levels inside that block (release with safeDelete), or
+// null (logged) when the block cannot be obtained.
+uint8_t* MedianBytes(const uint8_t* levels, const uint8_t* features, float** weights,
+                     uint8_t* mask, int keepMask, int height, int width, int classes,
+                     int levelCount, int radius, void* pool, int threadCount);
 
 // Obstacle removal on the mask, in place, and its log line.
 void RemoveObstacles(uint8_t* mask, int width, int height);
