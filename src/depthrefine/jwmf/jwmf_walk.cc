@@ -200,7 +200,7 @@ struct VecOps {
         auto x = hn::PromoteTo(di, sum);
         if (scale == 2) x = hn::Add(x, x);
         const auto prod = hn::Mul(hn::LoadU(df, w + at), hn::ConvertTo(df, x));
-        auto keep = hn::RebindMask(df, x != hn::Zero(di));
+        auto keep = hn::RebindMask(df, hn::Ne(x, hn::Zero(di)));
         if (head) keep = hn::Or(keep, first);
         return hn::IfThenElseZero(keep, prod);
       };
@@ -535,21 +535,33 @@ void QuantLevels(const float* HWY_RESTRICT depth, int64_t n, float minV, float i
   const float top = static_cast<float>(levelCount - 1);
   const hn::ScalableTag<int32_t> di;
   const hn::Rebind<float, decltype(di)> d;
+  const hn::Rebind<T, decltype(di)> dt;
   const int64_t lanes = static_cast<int64_t>(hn::Lanes(d));
-  int64_t i = 0;
-  for (; i + lanes <= n; i += lanes) {
-    const auto v = hn::Mul(hn::Sub(hn::LoadU(d, depth + i), hn::Set(d, minV)), hn::Set(d, inv));
-    const auto inside = hn::IfThenElse(hn::RebindMask(di, v < hn::Set(d, top)),
+  // One vector of levels: the body and, through padded copies, the tail. (A scalar tail loop,
+  // vectorised by the compiler for the SVE2 target, gave 0 for levels above the top under qemu.)
+  const auto store = [&](const float* in, T* out) {
+    const auto v = hn::Mul(hn::Sub(hn::LoadU(d, in), hn::Set(d, minV)), hn::Set(d, inv));
+    const auto inside = hn::IfThenElse(hn::RebindMask(di, hn::Lt(v, hn::Set(d, top))),
                                        hn::ConvertTo(di, v), hn::Set(di, levelCount - 1));
-    const auto level = hn::IfThenElseZero(hn::RebindMask(di, v >= hn::Set(d, 1.0f)), inside);
+    const auto level = hn::IfThenElseZero(hn::RebindMask(di, hn::Ge(v, hn::Set(d, 1.0f))), inside);
     if constexpr (sizeof(T) == 1) {
-      hn::StoreU(hn::DemoteTo(hn::Rebind<uint8_t, decltype(di)>(), level),
-                 hn::Rebind<uint8_t, decltype(di)>(), levels + i);
+      // Levels are 0 .. 127: the low byte of each lane.
+      const hn::RebindToUnsigned<decltype(di)> du;
+      hn::StoreU(hn::U8FromU32(hn::BitCast(du, level)), dt, out);
     } else {
-      hn::StoreU(level, di, levels + i);
+      hn::StoreU(level, dt, out);
     }
+  };
+  int64_t i = 0;
+  for (; i + lanes <= n; i += lanes) store(depth + i, levels + i);
+  if (i < n) {
+    HWY_ALIGN float in[hn::MaxLanes(d)] = {};
+    HWY_ALIGN T out[hn::MaxLanes(d)];
+    const size_t rest = static_cast<size_t>(n - i);
+    memcpy(in, depth + i, rest * sizeof(float));
+    store(in, out);
+    memcpy(levels + i, out, rest * sizeof(T));
   }
-  for (; i < n; ++i) levels[i] = static_cast<T>(LevelOf(depth[i], minV, inv, top, levelCount));
 }
 
 void QuantLevelsI32(const float* depth, int64_t n, float minV, float inv, int levelCount,
