@@ -3,7 +3,7 @@
 # on a working copy of its checked-in seeds (tests/fuzz/corpus/<family>/).
 #   scripts/fuzz.sh                    every target, 60 s each
 #   scripts/fuzz.sh -t 600 matrix      one target for ten minutes
-#   scripts/fuzz.sh -b 300             every target, 300 s shared between them (CI)
+#   scripts/fuzz.sh -b 270             every target, 270 s shared between them (CI)
 # A crash leaves its input in build/fuzz/artifacts/ and ends the script with status 1; replay it
 # with build/fuzz/tests/fuzz/fuzz_<family> build/fuzz/artifacts/<file>.
 set -euo pipefail
