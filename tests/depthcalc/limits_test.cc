@@ -59,13 +59,6 @@ TEST(CalcShiftLimits, FarOffCornersAreEmptyAndTheirPlanesRefused) {
   }
 }
 
-// The dump's frame of such an area: its width, formed without wrapping, is negative.
-TEST(CalcShiftLimits, DumpFrameOfAFarOffInvertedSideIsEmpty) {
-  uint8_t plane[8 * 8] = {0};
-  bivista::PaintDumpFrame(plane, 8, BIVISTA_Rect{5, 0, INT32_MIN, 3});
-  for (uint8_t v : plane) ASSERT_EQ(v, 0);
-}
-
 // A plane whose rows lie 2^26 + 3 samples apart, reserved but backed only where written: the
 // area (rows 35..52) starts past 2^31 samples and gives what the same samples give in a packed
 // plane.

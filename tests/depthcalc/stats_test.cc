@@ -1,5 +1,5 @@
-// Depth, confidence and multi-depth: hand-derived end-to-end results, the statistics' corners, and
-// the correction and mode 1 against direct statements.
+// Depth and multi-depth: hand-derived end-to-end results, the statistics' corners, the correction
+// against a direct statement, and allocation failures.
 #include <gtest/gtest.h>
 #include <math.h>
 
@@ -62,18 +62,6 @@ TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
       ASSERT_EQ(Calc(f, a, 16, &o), 0);
       EXPECT_EQ(o.multi, 128);
     }
-}
-
-TEST(Confidence, IntegerAverageOfTheArea) {
-  Frame f(64, 48, 70, false, 2);
-  std::mt19937 rng(7);
-  for (uint8_t& c : f.conf) c = rng() & 255;
-  Outputs o;
-  ASSERT_EQ(Calc(f, ImageRect(f, 5, 6, 33, 20), 2, &o), 0);
-  long sum = 0;
-  for (int y = 6; y <= 20; ++y)
-    for (int x = 5; x <= 33; ++x) sum += f.conf[y * 70 + x];
-  EXPECT_EQ(o.conf, sum / (29 * 15));
 }
 
 TEST(ResizeFactor, AspectRules) {
@@ -139,13 +127,8 @@ TEST(AverageDisparity, GuardsOutsideTheBins) {
   EXPECT_EQ(flat.score, 14);
 }
 
-// The running minima start at the area width (average) and at the stride (multi-depth), not at
-// a large value, so a small start lets the scans begin below the smallest kept disparity.
-TEST(RunningMinimum, StartsAtWidthAndStride) {
-  EXPECT_EQ(Avg(std::vector<int>(10, 20)).r[1], 18.0f);  // w = 10: smoothed bins 18..22 tie
-  Avg wide(std::vector<int>(30, 20));                    // w = 30: scan from 20
-  EXPECT_EQ(wide.r[1], 20.0f);
-  EXPECT_FLOAT_EQ(wide.r[0], 20.0f);
+// The multi-depth's running minimum starts at the stride, not at a large value.
+TEST(RunningMinimum, StartsAtTheStride) {
   // Disparities 20 and 23 span less than 5, which alone gives 0; a stride of 12 starts the
   // minimum at 12, the span passes, and the window around 20 holds half the samples.
   for (int stride : {12, 400}) {
@@ -158,29 +141,6 @@ TEST(RunningMinimum, StartsAtWidthAndStride) {
     // One row holds one depth.
     if (stride == 12) { EXPECT_EQ(bivista::D2AnalysisAFMultiDepth(rec, 12, 10, 1, 0), 0); }
   }
-}
-
-TEST(WindowGrowth, StopsAtTheFirstConfidentWindow) {
-  // Confident samples only on a ring outside the 50.6% window: the growth must reach 75.9%.
-  Frame f(160, 120, 160, false, 1);
-  f.Fill(30 * 4);
-  const int w = 100, h = 80, left = 30, top = 20;
-  for (int y = 0; y < 120; ++y)
-    for (int x = 0; x < 160; ++x) {
-      const int i = x - left, j = y - top;
-      const bool ring =
-          i >= 0 && i < w && j >= 0 && j < h && !(i >= 20 && i < 80 && j >= 16 && j < 64);
-      f.conf[y * 160 + x] = ring ? 255 : 0;
-    }
-  float r[4];
-  bivista::analysisAFDepth(f.rec, 160, w, h, left + top * 160, r, 0.0f, f.conf.data());
-  EXPECT_FLOAT_EQ(r[0], 30.0f);
-  EXPECT_GE(r[3], 64.0f);
-  // A confident centre at another disparity stops the growth at 10%.
-  for (int y = 36; y < 64; ++y)
-    for (int x = 70; x < 90; ++x) f.Set(x, y, 12 * 4), f.conf[y * 160 + x] = 255;
-  bivista::analysisAFDepth(f.rec, 160, w, h, left + top * 160, r, 0.0f, f.conf.data());
-  EXPECT_FLOAT_EQ(r[0], 12.0f);
 }
 
 TEST(MultiDepth, DegreeAndCutoffs) {
@@ -271,29 +231,16 @@ TEST(CorrectFocusArea, MatchesPlainStatementOnRandomMaps) {
 // Every allocation fails in turn: the message of that step, -1, and nothing leaked; the three
 // shift planes (mode 0) and the corrected copies (mode 1, after the confidence is written).
 TEST(AllocationFailures, AreReportedAndFreed) {
+  const char *kT = "TransDispariyArea", *kC = "Bivista_CalcShift", *kFail = "malloc failed",
+             *kConf = "Malloc CorrectedConfidence memory error!";
   const struct {
     int mode;
     bool wide;
     int flags;
     std::vector<std::pair<const char*, const char*>> msgs;  // (function, text) per failing run
-  } cases[] = {
-      {0,
-       false,
-       4,
-       {{"TransDispariyArea", "malloc failed"},
-        {"TransDispariyArea", "malloc failed"},
-        {"TransDispariyArea", "malloc failed"}}},
-      {1,
-       false,
-       2 | 16,
-       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
-        {"Bivista_CalcShift", "Malloc CorrectedDisp_uchar memory error!"}}},
-      {1,
-       true,
-       2 | 16,
-       {{"Bivista_CalcShift", "Malloc CorrectedConfidence memory error!"},
-        {"Bivista_CalcShift", "Malloc CorrectedDisp_ushort memory error!"}}},
-  };
+  } cases[] = {{0, false, 4, {{kT, kFail}, {kT, kFail}, {kT, kFail}}},
+               {1, false, 2 | 16, {{kC, kConf}, {kC, "Malloc CorrectedDisp_uchar memory error!"}}},
+               {1, true, 2 | 16, {{kC, kConf}, {kC, "Malloc CorrectedDisp_ushort memory error!"}}}};
   for (const auto& c : cases) {
     Frame f(64, 48, 67, c.wide, 2);
     f.rec.mode = c.mode;
@@ -318,41 +265,6 @@ TEST(AllocationFailures, AreReportedAndFreed) {
       EXPECT_TRUE(o.depth == 0xBEEF && o.sx == -99.0f && o.conf == (c.mode ? 200 : 0xAB));
     });
     EXPECT_EQ(runs, int(n) + 1);
-  }
-}
-
-// Mode 1 corrects the area packed into its planes; the results must be those of the exported
-// stages on map-sized planes corrected in place and read with the map's stride.
-TEST(DepthMode1, PackedAreaGivesTheMapSizedResult) {
-  std::mt19937 rng(21);
-  for (int t = 0; t < 40; ++t) {
-    const bool wide = t % 2;
-    const int w = 40 + rng() % 40, h = 30, stride = w + rng() % 5;  // small strides matter
-    Frame f(w, h, stride, wide, 1);
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) f.Set(x, y, (x < w / 2 ? 40 : 70) + rng() % (t % 3 ? 9 : 60));
-    for (uint8_t& c : f.conf) c = 20 + rng() % 200;
-    f.rec.mode = 1;
-    f.rec.dispOffset = static_cast<int>(rng() % 9) - 4;
-    const BIVISTA_Rect a{static_cast<int>(rng() % 10), static_cast<int>(rng() % 8),
-                         w - 1 - static_cast<int>(rng() % 10), h - 1 - static_cast<int>(rng() % 8)};
-    Outputs o;
-    ASSERT_EQ(Calc(f, a, 16, &o), 0);
-    std::vector<uint16_t> disp(size_t(stride) * h, 0);  // wide enough for either format
-    std::vector<uint8_t> conf(disp.size(), 0);
-    bivista::CorrectFocusArea(f.rec, f.conf.data(), &a, disp.data(), conf.data());
-    DisparityType corrected = f.rec;
-    corrected.data = disp.data();
-    const int aw = a.right - a.left + 1, ah = a.bottom - a.top + 1,
-              offset = a.left + a.top * stride;
-    float r[4];
-    bivista::analysisAFDepth(corrected, stride, aw, ah, offset, r, 0.0f, conf.data());
-    const float D = r[0] > 63.0f || r[0] < 0.2f ? 0.2f : r[0];
-    // Not 4:3: factor 1, camera 2's smaller focal length, baseline 13.
-    const float K =
-        static_cast<float>(static_cast<double>(bivista::getResizeFac(w, h)) * 1490.0 * 13.0);
-    EXPECT_EQ(o.depth, static_cast<uint16_t>(bivista::ToInt32Sat(K / D))) << t;
-    EXPECT_EQ(o.multi, bivista::D2AnalysisAFMultiDepth(corrected, stride, aw, ah, offset)) << t;
   }
 }
 
