@@ -96,29 +96,12 @@ struct Avg {
   }
 };
 
-TEST(AverageDisparity, PeakNeighboursTiesAndEarlyReturn) {
-  // Peak 20 (5 samples), neighbours 19 (1) and 21 (2); 30 is outside the three bins.
-  Avg a({20, 20, 20, 20, 20, 19, 21, 21, 30, 22});
-  EXPECT_FLOAT_EQ(a.r[0], (19.0f * 1 + 20 * 5 + 21 * 2) / 8.0f);
-  EXPECT_EQ(a.r[1], 20.0f);
-  EXPECT_EQ(a.r[2], -5.0f);  // not written on this path
-  // Smoothed count at 20: every sample from 18 to 22 adds one.
-  EXPECT_EQ(a.score, std::min(static_cast<int>(9 * 457.14285f / 10 + 13.714287f + 0.5f), 255));
-  EXPECT_EQ(a.r[3], static_cast<float>(a.score));
+// The weighting, ties and early return show in the golden digests; a low peak and samples
+// outside the bins do not.
+TEST(AverageDisparity, LowPeakAndGuardsOutsideTheBins) {
   // A low peak trusts half of its left neighbour.
   EXPECT_FLOAT_EQ(Avg({3, 3, 3, 2, 2, 4}).r[0],
                   static_cast<float>((0.5 * 2 * 2 + 4 + 3 * 3) / (0.5 * 2 + 1 + 3)));
-  // Raw 30 and 31 tie: 30 wins, so the mean is over 29..31, not 30..32.
-  Avg tie({30, 30, 31, 31, 32});
-  EXPECT_EQ(tie.r[1], 30.0f);
-  EXPECT_FLOAT_EQ(tie.r[0], 30.5f);
-  // Raw peak 10 (three samples) but smoothed peak in the dense run 40..44: early return.
-  Avg split({10, 10, 10, 40, 41, 42, 43, 44});
-  EXPECT_TRUE(split.r[0] == 10 && split.r[1] == 42 && split.r[2] == 44 && split.r[3] == 0);
-  EXPECT_EQ(split.score, 42 - 10 + 2);
-}
-
-TEST(AverageDisparity, GuardsOutsideTheBins) {
   // 16-bit samples above bin 159 count only in the (clipped) maximum.
   EXPECT_FLOAT_EQ(Avg({40, 40, 40, 900, 900, 900, 900}, 1, 0, true).r[0], 40.0f);
   // Nothing kept and a minimum that starts at w = 400: no read outside the histogram.
