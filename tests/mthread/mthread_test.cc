@@ -135,7 +135,7 @@ TEST(MThread, NullPoolRunsEveryJobInlineInOrder) {
 
 // Default pools swap clusters for workers 4-7; the big-cluster option pins workers 0-3 to the
 // big cluster, 4-7 to the little one, and raises the priority. Binds and priorities the platform
-// refuses are reported.
+// refuses are reported. A changed bind flag reaches every worker.
 TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
   AffinityGuard guard;
   const bool big = HaveBigCluster();
@@ -172,6 +172,10 @@ TEST(MThread, CreateBindsNamesAndPrioritisesWorkers) {
     }
     ExpectLog(log, want);
     log.Clear();
+    MThread_ChangeBindCoreFlag(pool, 2);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(p->workers[i].bindMode, 2);
+    ExpectLog(log, {L(kBindEnter), L(kBindLeave)});
+    log.Clear();
     MThread_Destroy(pool);
     ExpectLog(log, {L(kDestroyEnter), L(kDestroyed, 8, pool), L(kDestroyLeave)});
   }
@@ -201,7 +205,9 @@ TEST(MThread, BootAndDestroyWaitForTheBusyJob) {
   }
 }
 
-TEST(MThread, IndicesOutsideThePoolAreReportedNotRun) {
+// Indices outside a pool are reported and not run; null and empty pools are reported and the
+// empty pool's handle freed.
+TEST(MThread, BadIndicesAndNullOrEmptyPoolsAreReported) {
   void* pool = MThread_Create(2, nullptr, nullptr);
   ASSERT_NE(pool, nullptr);
   LogCapture log;
@@ -212,10 +218,7 @@ TEST(MThread, IndicesOutsideThePoolAreReportedNotRun) {
   EXPECT_EQ(seen.Indices(), std::vector<int>{1});
   ExpectLog(log, {L(kBootRange, 2, 2), L(kBootRange, 2, 2), L(kBootRange, -1, 2), L(kSyncRange, 2, 2)});
   MThread_Destroy(pool);
-}
-
-TEST(MThread, NullAndEmptyPoolsAreReportedAndTheHandleFreed) {
-  LogCapture log;
+  log.Clear();
   MThread_Destroy(nullptr);
   MThread_ChangeBindCoreFlag(nullptr, 1);
   bvtest::MallocWatch watch;
@@ -258,15 +261,8 @@ TEST(MThread, CreateRefusalsAndAllocationFailures) {
   }
 }
 
-TEST(MThread, ChangeBindCoreFlagBindAndName) {
+TEST(MThread, BindAndName) {
   AffinityGuard guard;
-  void* pool = MThread_Create(3, nullptr, nullptr);
-  ASSERT_NE(pool, nullptr);
-  LogCapture log;
-  MThread_ChangeBindCoreFlag(pool, 2);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(static_cast<MThread_Pool*>(pool)->workers[i].bindMode, 2);
-  ExpectLog(log, {L(kBindEnter), L(kBindLeave)});
-  MThread_Destroy(pool);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_ALL), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_LITTLE), 0);
   EXPECT_EQ(MThread_Bind(MTHREAD_BIND_BIG) == 0, HaveBigCluster());
