@@ -21,7 +21,8 @@ using dctest::Outputs;
 
 int DepthOf(float K, float D) { return static_cast<uint16_t>(static_cast<int>(K / D)); }
 
-TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
+// Truncation, offsets and the result line show in the golden digests; these corners do not.
+TEST(DepthEndToEnd, FlatPlanesClampAndMixedDepths) {
   for (bool wide : {false, true})
     for (int mode : {0, 1, 2}) {
       Frame f(160, 120, 176, wide);
@@ -31,8 +32,6 @@ TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
       const struct {
         int fill, offset, conf, depth, multi;  // depth -1: not checked
       } cases[] = {
-          {20 * 4 + 2, 0, 200, DepthOf(K, 20), 0},            // 20.5 truncates to 20 whole pixels
-          {100, -20, 200, DepthOf(K, 20), 0},                 // (100 - 20) >> 2
           {64 * 4, 0, 200, wide ? DepthOf(K, 0.2f) : -1, 0},  // above 63 counts as 0.2
           {3, 0, 200, 0, 0},   // nothing kept: not-a-number average gives 0
           {80, 0, 32, 0, -1},  // no confident sample: likewise
@@ -41,18 +40,12 @@ TEST(DepthEndToEnd, FlatPlanesOffsetsClampAndMixedDepths) {
         f.Fill(c.fill);
         f.rec.dispOffset = c.offset;
         for (uint8_t& v : f.conf) v = static_cast<uint8_t>(c.conf);
-        bvtest::LogCapture log;
         Outputs o;
         ASSERT_EQ(Calc(f, a, 2 | 16, &o), 0);
         SCOPED_TRACE(testing::Message() << wide << " mode " << mode << " fill " << c.fill);
         EXPECT_EQ(o.conf, c.conf);
         if (c.depth >= 0) { EXPECT_EQ(o.depth, c.depth); }
         if (c.multi >= 0) { EXPECT_EQ(o.multi, c.multi); }
-        const std::string text =
-            "myDispTrans depthresult=" + std::to_string(o.depth) + ",isMultiDepth=0";
-        if (c.multi == 0) {
-          EXPECT_EQ(bvtest::CountMsg(log, 3, "ZR481_ALGO", "Bivista_CalcShift", text), 1);
-        }
       }
       // Two planes ten apart are half mixed (the correction of mode 1 moves them).
       if (mode == 1) continue;
