@@ -119,6 +119,36 @@ TEST(RunningMinimum, StartsAtTheStride) {
   }
 }
 
+// Window growth against a direct statement, on maps whose scores straddle the threshold.
+TEST(WindowGrowth, StopsOnceTheScoreReaches64) {
+  std::mt19937 rng(11);
+  int straddled = 0;
+  for (int trial = 0; trial < 200; ++trial) {
+    // A share of the samples on one disparity, the rest spread wide; windows of many samples.
+    const int w = 200 + trial % 23, h = 150 + trial % 17, share = 20 + trial % 120;
+    std::vector<uint8_t> d(size_t(w) * h), c(d.size());
+    for (size_t i = 0; i < d.size(); ++i) {
+      d[i] = uint8_t(4 * (rng() % 1000 < unsigned(share) ? 20 : 12 + rng() % 48));
+      c[i] = uint8_t(rng() % 256);
+    }
+    DisparityType rec{};
+    rec.data = d.data();
+    float want[4] = {}, got[4] = {};
+    float r = 0.1f;
+    int ret = 0;
+    for (int step = 0; step <= 6; ++step) {
+      if (step > 0) r = std::min(r * 1.5f, 1.0f);
+      ret = bivista::D2DataAnalysisAFDisparity_New(rec, w, w, h, 0, want, int(w * r + 0.5f),
+                                                   int(h * r + 0.5f), c.data());
+      if (want[3] >= 64.0f) break;
+      straddled += want[3] >= 60.0f;
+    }
+    ASSERT_EQ(bivista::analysisAFDepth(rec, w, w, h, 0, got, 0.0f, c.data()), ret);
+    ASSERT_EQ(memcmp(got, want, sizeof got), 0) << trial;
+  }
+  EXPECT_GT(straddled, 0);  // some window scored just below the threshold
+}
+
 TEST(MultiDepth, DegreeAndCutoffs) {
   const struct {
     std::vector<std::pair<int, int>> runs;  // (disparity, count)
