@@ -200,6 +200,30 @@ HWY_INLINE void ForwardSteps(float* f, float* c, ptrdiff_t fs, const float* w, p
     after(count, j, m - j);
   }
 }
+
+// Elements last down to first of m lanes (f and c at i x fs) from the element after each,
+// strips carrying it in registers as in ForwardSteps.
+HWY_INLINE void BackSteps(float* f, const float* c, ptrdiff_t fs, int last, int first, int m) {
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  int j = 0;
+#if !HWY_HAVE_SCALABLE
+  for (; j + kStrip * lanes <= m; j += kStrip * lanes) {
+    hn::Vec<decltype(d)> fn[kStrip];
+    for (int v = 0; v < kStrip; ++v) fn[v] = hn::LoadU(d, f + (last + 1) * fs + j + v * lanes);
+    for (ptrdiff_t i = last; i >= first; --i) {
+      for (int v = 0; v < kStrip; ++v) {
+        const ptrdiff_t o = i * fs + j + v * lanes;
+        fn[v] = hn::NegMulAdd(fn[v], hn::LoadU(d, c + o), hn::LoadU(d, f + o));
+        hn::StoreU(fn[v], d, f + o);
+      }
+    }
+  }
+#endif
+  for (ptrdiff_t i = last; j < m && i >= first; --i) {
+    BackRow(f + (i + 1) * fs + j, c + i * fs + j, f + i * fs + j, m - j);
+  }
+}
 #endif
 
 #ifdef BIVISTA_FGS_VECTOR
@@ -213,9 +237,7 @@ HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, 
       MaskedPass<false>(wx + i * s + j, maskClear ? nullptr : mx + i * s + j, k, factor);
     }
   });
-  for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
-  }
+  BackSteps(fx, cx, s, n - 2, 0, m);
 }
 #endif
 
@@ -406,9 +428,7 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
     }
     memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
   }
-  for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull ? kBand : 0>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
-  }
+  BackSteps(tf, tc, band, n - 2, 0, m);
   TransposeLines(tf, band, n, m, fl, n);
 }
 #endif
