@@ -204,9 +204,7 @@ TEST(BorderMask, SmallAndDegeneratePlanes) {
                                  scratch.data(), pool, 4);
     EXPECT_EQ(g, std::vector<float>(d.size(), 0.0f));
     // Fewer than 16 values leave a threshold that nothing reaches.
-    if (w * h < 16) {
-      EXPECT_EQ(mask, std::vector<uint8_t>(d.size(), 0));
-    }
+    if (w * h < 16) { EXPECT_EQ(mask, std::vector<uint8_t>(d.size(), 0)); }
   }
   // Empty planes (a zero or negative side) touch nothing, not even through the closing.
   for (auto [w, h] : {std::pair{0, 5}, {-3, 4}, {-2, -2}}) {
