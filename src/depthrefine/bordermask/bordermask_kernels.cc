@@ -88,11 +88,6 @@ HWY_INLINE void MarkRow(float* grad, const uint8_t* prior, bool merge, ptrdiff_t
   }
 }
 
-void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
-                      uint8_t* mask) {
-  MarkRow(grad, prior, merge, n, th, mask);
-}
-
 // out[x] = Rect3(up, mid, down, x) for x in [1, w - 1).
 template <bool kOr>
 HWY_INLINE void RectRow(const uint8_t* up, const uint8_t* mid, const uint8_t* down, uint8_t* out,
@@ -167,7 +162,6 @@ HWY_AFTER_NAMESPACE();
 namespace bivista {
 
 HWY_EXPORT(BorderGradientRows);
-HWY_EXPORT(BorderMarkPixels);
 HWY_EXPORT(BorderMarkClose);
 
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
@@ -177,10 +171,6 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
                      uint8_t* mask, uint8_t* scratch, int y0, int y1, uint8_t* halo) {
   HWY_DYNAMIC_DISPATCH(BorderMarkClose)(grad, prior, merge, w, h, th, mask, scratch, y0, y1, halo);
-}
-void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
-                      uint8_t* mask) {
-  HWY_DYNAMIC_DISPATCH(BorderMarkPixels)(grad, prior, merge, n, th, mask);
 }
 
 namespace scalar {

@@ -62,10 +62,7 @@ inline void CopySamples(const float* gradRow, int64_t y, int w, uint8_t* samples
 // With samples, each row's samples are then copied out of grad (PutSample), frame included.
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
                         int col1, uint8_t* samples = nullptr);
-// Mark() over n pixels; prior may be null (then merge is ignored).
-void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
-                      uint8_t* mask);
-// BorderMarkPixels over a w x h plane, then the 3x3 closing of the fixed-kernel morphology
+// Mark() over a w x h plane (prior may be null, then merge is ignored), then the 3x3 closing of the fixed-kernel morphology
 // (dilation into scratch, erosion back; the one-pixel frame never changes), in one sweep.
 // scratch ends holding the dilated mask, as after DilateWith3x3Rect / ErodeWith3x3Rect.
 // The vector entry does rows [y0, y1) of the result only, reading and writing no other rows of
@@ -79,6 +76,7 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
                         int col1, uint8_t* samples = nullptr);
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
                      uint8_t* mask, uint8_t* scratch);
+// Mark() over n pixels.
 void BorderMarkPixels(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
                       uint8_t* mask);
 }  // namespace scalar

@@ -222,10 +222,13 @@ void RunAux(const AuxJob& all, void* pool, int threadCount) {
 
 // The whole filter as one job per participant (the caller, and pool workers 1 .. count - 1):
 // the couplings, then per iteration the row solves and the column solves, each pass cut into
-// chunks that the participants take from one atomic counter, whoever is free; a participant that
-// finds the pass exhausted waits until every chunk of it is done. Every line is solved exactly as
-// by the separate passes, so the results do not depend on who takes what. Workers are woken once
-// per call, and a late or descheduled one leaves no idle time on the others.
+// chunks. Participant i owns the i-th share of each pass's chunks, so the same rows and columns
+// (their couplings and coefficients) stay in its core's caches from pass to pass: moving lines
+// between cores costs more than solving them. A participant that has done its share takes the
+// others' remaining chunks, then waits until every chunk of the pass is done. Every line is
+// solved exactly as by the separate passes, so the results do not depend on who takes what.
+// Workers are woken once per call, and a late or descheduled one leaves no idle time on the
+// others.
 // Chunks: couplings of 32 rows; row solves of 128 rows (their own rows of the scratch plane are
 // the workspace: two bands of 64); column solves of 128 columns (whole cache lines).
 constexpr int kAuxRows = 32;
@@ -238,51 +241,75 @@ struct Team {
   float* data;
   float* scratch;
   int iterations;
-  std::atomic<int64_t> next{0};       // chunks handed out, over all passes
+  int count;  // participants
+  // Per participant: chunks of its shares handed out, over all passes.
+  struct alignas(64) Share {
+    std::atomic<int64_t> taken{0};
+  };
+  Share shares[kMaxMembers];
   std::atomic<int64_t> completed{0};  // chunks finished, over all passes
   Waiter waiter;
 };
 
 int64_t ChunkCount(int n, int size) { return n > 0 ? (static_cast<int64_t>(n) + size - 1) / size : 0; }
 
-void* MemberRun(void* argument, int) {
+// Chunks [ShareBegin(n, i, count), ShareBegin(n, i + 1, count)) of n are participant i's share.
+int64_t ShareBegin(int64_t n, int i, int count) { return n * i / count; }
+
+void* MemberRun(void* argument, int index) {
   Team& t = *static_cast<Team*>(argument);
+  const int me = index >= 0 ? index % t.count : 0;
   const int h = t.aux.height;
   const int w = t.aux.width;
   const int64_t counts[3] = {ChunkCount(h, kAuxRows), ChunkCount(h, kRowChunk),
                              ChunkCount(w, kColumnChunk)};
   const int64_t passes = 1 + 2 * static_cast<int64_t>(t.iterations > 0 ? t.iterations : 0);
-  int64_t g = t.next.fetch_add(1, std::memory_order_relaxed);
+  // base: chunks of all earlier passes; shareBase[j]: chunks of j's shares in them.
   int64_t base = 0;
+  int64_t shareBase[kMaxMembers] = {};
   for (int64_t pass = 0; pass < passes; ++pass) {
     // 0: couplings; then rows and columns of iteration (pass - 1) / 2.
     const int kind = pass == 0 ? 0 : pass % 2 == 1 ? 1 : 2;
     const uint8_t* decay = (pass - 1) / 2 + 1 < t.iterations ? t.aux.mask : nullptr;
-    const int64_t end = base + counts[kind];
-    for (; g < end; g = t.next.fetch_add(1, std::memory_order_relaxed)) {
-      const int c = static_cast<int>(g - base);
-      if (kind == 0) {
-        AuxJob aux = t.aux;
-        aux.rowFirst = c * kAuxRows;
-        aux.rowEnd = h - aux.rowFirst < kAuxRows ? h : aux.rowFirst + kAuxRows;
-        AuxJobRun(&aux, 0);
-      } else if (kind == 1) {
-        const int r0 = c * kRowChunk;
-        const int r1 = h - r0 < kRowChunk ? h : r0 + kRowChunk;
-        FgsSolveRowsWork(t.data, t.aux.hW, w, r0, r1, t.scratch + static_cast<ptrdiff_t>(r0) * w,
-                         r1 - r0, decay, kDecay, t.aux.maskClear);
-      } else {
-        const int x0 = c * kColumnChunk;
-        const int x1 = w - x0 < kColumnChunk ? w : x0 + kColumnChunk;
-        FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay,
-                        t.aux.maskClear);
+    const int64_t n = counts[kind];
+    // Own share first, then the next participants' in turn.
+    for (int k = 0; k < t.count; ++k) {
+      const int j = (me + k) % t.count;
+      const int64_t first = ShareBegin(n, j, t.count);
+      const int64_t size = ShareBegin(n, j + 1, t.count) - first;
+      std::atomic<int64_t>& taken = t.shares[j].taken;
+      int64_t got = taken.load(std::memory_order_relaxed);
+      while (got < shareBase[j] + size) {
+        if (!taken.compare_exchange_weak(got, got + 1, std::memory_order_relaxed)) continue;
+        const int c = static_cast<int>(first + got - shareBase[j]);
+        if (kind == 0) {
+          AuxJob aux = t.aux;
+          aux.rowFirst = c * kAuxRows;
+          aux.rowEnd = h - aux.rowFirst < kAuxRows ? h : aux.rowFirst + kAuxRows;
+          AuxJobRun(&aux, 0);
+        } else if (kind == 1) {
+          const int r0 = c * kRowChunk;
+          const int r1 = h - r0 < kRowChunk ? h : r0 + kRowChunk;
+          FgsSolveRowsWork(t.data, t.aux.hW, w, r0, r1,
+                           t.scratch + static_cast<ptrdiff_t>(r0) * w, r1 - r0, decay, kDecay,
+                           t.aux.maskClear);
+        } else {
+          const int x0 = c * kColumnChunk;
+          const int x1 = w - x0 < kColumnChunk ? w : x0 + kColumnChunk;
+          FgsSolveColumns(t.data, t.aux.vW, t.scratch, w, h, x0, x1, decay, kDecay,
+                          t.aux.maskClear);
+        }
+        t.waiter.Wake([&] { t.completed.fetch_add(1, std::memory_order_release); });
+        got = taken.load(std::memory_order_relaxed);
       }
-      t.waiter.Wake([&] { t.completed.fetch_add(1, std::memory_order_release); });
     }
+    for (int j = 0; j < t.count; ++j) {
+      shareBase[j] += ShareBegin(n, j + 1, t.count) - ShareBegin(n, j, t.count);
+    }
+    base += n;
     if (pass + 1 < passes) {
-      t.waiter.WaitFor([&] { return t.completed.load(std::memory_order_acquire) >= end; });
+      t.waiter.WaitFor([&] { return t.completed.load(std::memory_order_acquire) >= base; });
     }
-    base = end;
   }
   return nullptr;
 }
@@ -303,6 +330,7 @@ void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, voi
   team.data = data;
   team.scratch = scratch;
   team.iterations = iterations;
+  team.count = count;
   for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &team);
   MemberRun(&team, 0);
   if (count > 1) MThread_Sync(pool, 1, count - 1);

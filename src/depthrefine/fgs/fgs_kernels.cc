@@ -136,26 +136,108 @@ HWY_INLINE void BackRow(const float* fn, const float* c, float* f, int m) {
   }
   for (; j < m; ++j) fgs::Back(fn[j], c[j], f + j);
 }
+
+// Steps 1 .. count of m lanes: element i of f and c at i x fs, of w at i x ws; element 0 is the
+// one before. after(i, j, k): element i of lanes j .. j + k - 1 is no longer read.
+// On fixed-size targets strips of kStrip vectors carry their previous element in registers
+// (values, coefficients, couplings and the couplings' double halves), so each element is loaded
+// and widened once; the rest go step by step.
+constexpr int kStrip = 4;
+template <class After>
+HWY_INLINE void ForwardSteps(float* f, float* c, ptrdiff_t fs, const float* w, ptrdiff_t ws,
+                             int count, int m, const After& after) {
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  int j = 0;
+#if !HWY_HAVE_SCALABLE
+  const hn::Half<decltype(d)> dh;
+  const hn::Rebind<double, decltype(dh)> dd;
+  using VF = hn::Vec<decltype(d)>;
+  using VD = hn::Vec<decltype(dd)>;
+  const auto one = hn::Set(d, 1.0f);
+  const auto oneD = hn::Set(dd, 1.0);
+  for (; j + kStrip * lanes <= m; j += kStrip * lanes) {
+    VF fp[kStrip], cp[kStrip], wp[kStrip];
+    VD lo[kStrip], hi[kStrip];
+    for (int v = 0; v < kStrip; ++v) {
+      const int o = j + v * lanes;
+      fp[v] = hn::LoadU(d, f + o);
+      cp[v] = hn::LoadU(d, c + o);
+      wp[v] = hn::LoadU(d, w + o);
+      lo[v] = hn::PromoteTo(dd, hn::LowerHalf(dh, wp[v]));
+      hi[v] = hn::PromoteTo(dd, hn::UpperHalf(dh, wp[v]));
+    }
+    for (int i = 1; i <= count; ++i) {
+      float* fi = f + i * fs + j;
+      float* ci = c + i * fs + j;
+      const float* wi = w + i * ws + j;
+      for (int v = 0; v < kStrip; ++v) {
+        const auto wv = hn::LoadU(d, wi + v * lanes);
+        const auto wl = hn::PromoteTo(dd, hn::LowerHalf(dh, wv));
+        const auto wh = hn::PromoteTo(dd, hn::UpperHalf(dh, wv));
+        const auto diag = hn::Combine(d, hn::DemoteTo(dh, hn::Sub(oneD, hn::Add(wh, hi[v]))),
+                                      hn::DemoteTo(dh, hn::Sub(oneD, hn::Add(wl, lo[v]))));
+        const auto r = hn::Div(one, hn::NegMulAdd(cp[v], wp[v], diag));
+        cp[v] = hn::Mul(wv, r);
+        fp[v] = hn::Mul(hn::NegMulAdd(fp[v], wp[v], hn::LoadU(d, fi + v * lanes)), r);
+        hn::StoreU(cp[v], d, ci + v * lanes);
+        hn::StoreU(fp[v], d, fi + v * lanes);
+        wp[v] = wv;
+        lo[v] = wl;
+        hi[v] = wh;
+      }
+      after(i - 1, j, kStrip * lanes);
+    }
+    after(count, j, kStrip * lanes);
+  }
+#endif
+  if (j < m) {
+    for (int i = 1; i <= count; ++i) {
+      ForwardRow(f + (i - 1) * fs + j, w + (i - 1) * ws + j, c + (i - 1) * fs + j, f + i * fs + j,
+                 w + i * ws + j, c + i * fs + j, m - j);
+      after(i - 1, j, m - j);
+    }
+    after(count, j, m - j);
+  }
+}
+
+// Elements last down to first of m lanes (f and c at i x fs) from the element after each,
+// strips carrying it in registers as in ForwardSteps.
+HWY_INLINE void BackSteps(float* f, const float* c, ptrdiff_t fs, int last, int first, int m) {
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  int j = 0;
+#if !HWY_HAVE_SCALABLE
+  for (; j + kStrip * lanes <= m; j += kStrip * lanes) {
+    hn::Vec<decltype(d)> fn[kStrip];
+    for (int v = 0; v < kStrip; ++v) fn[v] = hn::LoadU(d, f + (last + 1) * fs + j + v * lanes);
+    for (ptrdiff_t i = last; i >= first; --i) {
+      for (int v = 0; v < kStrip; ++v) {
+        const ptrdiff_t o = i * fs + j + v * lanes;
+        fn[v] = hn::NegMulAdd(fn[v], hn::LoadU(d, c + o), hn::LoadU(d, f + o));
+        hn::StoreU(fn[v], d, f + o);
+      }
+    }
+  }
+#endif
+  for (ptrdiff_t i = last; j < m && i >= first; --i) {
+    BackRow(f + (i + 1) * fs + j, c + i * fs + j, f + i * fs + j, m - j);
+  }
+}
 #endif
 
 #ifdef BIVISTA_FGS_VECTOR
-// With mx, each row of couplings decays as soon as the forward sweep is past it.
-template <int kM>
+// m columns going down, then back up while their rows are still in cache. With mx, each row of
+// couplings decays as soon as the forward sweep is past it.
 HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
                            const uint8_t* mx, bool maskClear, float factor) {
-  const auto decay = [&](ptrdiff_t i) {
-    if (mx != nullptr) MaskedPass<false>(wx + i * s, maskClear ? nullptr : mx + i * s, m, factor);
-  };
-  FirstRow<kM>(fx, wx, cx, m);
-  for (ptrdiff_t i = 1; i < n; ++i) {
-    ForwardRow<kM>(fx + (i - 1) * s, wx + (i - 1) * s, cx + (i - 1) * s, fx + i * s,
-                   wx + i * s, cx + i * s, m);
-    decay(i - 1);
-  }
-  decay(n - 1);
-  for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kM>(fx + (i + 1) * s, cx + i * s, fx + i * s, m);
-  }
+  FirstRow(fx, wx, cx, m);
+  ForwardSteps(fx, cx, s, wx, s, n - 1, m, [&](ptrdiff_t i, int j, int k) {
+    if (mx != nullptr) {
+      MaskedPass<false>(wx + i * s + j, maskClear ? nullptr : mx + i * s + j, k, factor);
+    }
+  });
+  BackSteps(fx, cx, s, n - 2, 0, m);
 }
 #endif
 
@@ -168,11 +250,7 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first
   for (int x = first; x < end; x += kColumnBand) {
     const int m = end - x < kColumnBand ? end - x : kColumnBand;
     const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
-    if (m == kColumnBand) {
-      ColumnBand<kColumnBand>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
-    } else {
-      ColumnBand<0>(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
-    }
+    ColumnBand(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
   }
 #else
   scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor, maskClear);
@@ -231,6 +309,42 @@ void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end)
 }
 
 #ifdef BIVISTA_FGS_VECTOR
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+// A 16 x 16 block in registers: one full-width load and store per row, four shuffles.
+HWY_INLINE void Transpose16(const float* src, ptrdiff_t srcStride, float* dst, ptrdiff_t step) {
+  __m512 t[16];
+  for (int i = 0; i < 8; ++i) {
+    const __m512 a = _mm512_loadu_ps(src + (2 * i) * srcStride);
+    const __m512 b = _mm512_loadu_ps(src + (2 * i + 1) * srcStride);
+    t[2 * i] = _mm512_unpacklo_ps(a, b);
+    t[2 * i + 1] = _mm512_unpackhi_ps(a, b);
+  }
+  // u[4q + k]: in each 128-bit block j, column 4j + k of rows 4q .. 4q + 3.
+  __m512 u[16];
+  for (int q = 0; q < 4; ++q) {
+    const __m512d p0 = _mm512_castps_pd(t[4 * q]);
+    const __m512d p1 = _mm512_castps_pd(t[4 * q + 1]);
+    const __m512d p2 = _mm512_castps_pd(t[4 * q + 2]);
+    const __m512d p3 = _mm512_castps_pd(t[4 * q + 3]);
+    u[4 * q] = _mm512_castpd_ps(_mm512_unpacklo_pd(p0, p2));
+    u[4 * q + 1] = _mm512_castpd_ps(_mm512_unpackhi_pd(p0, p2));
+    u[4 * q + 2] = _mm512_castpd_ps(_mm512_unpacklo_pd(p1, p3));
+    u[4 * q + 3] = _mm512_castpd_ps(_mm512_unpackhi_pd(p1, p3));
+  }
+  for (int k = 0; k < 4; ++k) {
+    // Blocks 0 and 2, then 1 and 3, of rows 0-7 and of rows 8-15.
+    const __m512 e0 = _mm512_shuffle_f32x4(u[k], u[4 + k], 0x88);
+    const __m512 o0 = _mm512_shuffle_f32x4(u[k], u[4 + k], 0xdd);
+    const __m512 e1 = _mm512_shuffle_f32x4(u[8 + k], u[12 + k], 0x88);
+    const __m512 o1 = _mm512_shuffle_f32x4(u[8 + k], u[12 + k], 0xdd);
+    _mm512_storeu_ps(dst + k * step, _mm512_shuffle_f32x4(e0, e1, 0x88));
+    _mm512_storeu_ps(dst + (8 + k) * step, _mm512_shuffle_f32x4(e0, e1, 0xdd));
+    _mm512_storeu_ps(dst + (4 + k) * step, _mm512_shuffle_f32x4(o0, o1, 0x88));
+    _mm512_storeu_ps(dst + (12 + k) * step, _mm512_shuffle_f32x4(o0, o1, 0xdd));
+  }
+}
+#endif
+
 // dst[c * step + r] = src[r * srcStride + c], as TransposeBlockF32. On AVX-512 targets blocks of
 // 4 rows x 16 columns go through four registers: in-block 4 x 4 transposes, then each 128-bit
 // block stored to its column (a quarter of the shuffles of 4 x 4 blocks in 128-bit registers).
@@ -239,9 +353,13 @@ HWY_INLINE void TransposeLines(const float* src, ptrdiff_t srcStride, int rows, 
   int r4 = 0;
   int c16 = 0;
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  const int r16 = rows & ~15;
   r4 = rows & ~3;
   c16 = cols & ~15;
-  for (int r = 0; r < r4; r += 4) {
+  for (int r = 0; r < r16; r += 16) {
+    for (int c = 0; c < c16; c += 16) Transpose16(src + r * srcStride + c, srcStride, dst + c * step + r, step);
+  }
+  for (int r = r16; r < r4; r += 4) {
     const float* s = src + r * srcStride;
     for (int c = 0; c < c16; c += 16) {
       const __m512 a = _mm512_loadu_ps(s + c);
@@ -300,21 +418,17 @@ HWY_INLINE void RowBand(float* fl, float* wl, int n, int m, int band, float* wor
         MaskedPass<false>(wl + o, maskClear ? nullptr : ml + o, kk, factor);
       }
     }
-    int i = 0;
+    const auto none = [](ptrdiff_t, int, int) {};
     if (i0 == 0) {
       FirstRow<kFull ? kBand : 0>(tf, tw + kBand, tc, m);
-      i = 1;
-    }
-    for (; i < kk; ++i) {
-      const ptrdiff_t at = static_cast<ptrdiff_t>(i0 + i) * band;
-      ForwardRow<kFull ? kBand : 0>(tf + at - band, tw + i * kBand, tc + at - band, tf + at,
-                        tw + (i + 1) * kBand, tc + at, m);
+      ForwardSteps(tf, tc, band, tw + kBand, kBand, kk - 1, m, none);
+    } else {
+      const ptrdiff_t at = static_cast<ptrdiff_t>(i0 - 1) * band;
+      ForwardSteps(tf + at, tc + at, band, tw, kBand, kk, m, none);
     }
     memcpy(tw, tw + kk * kBand, sizeof(float) * kBand);
   }
-  for (ptrdiff_t i = n - 2; i >= 0; --i) {
-    BackRow<kFull ? kBand : 0>(tf + (i + 1) * band, tc + i * band, tf + i * band, m);
-  }
+  BackSteps(tf, tc, band, n - 2, 0, m);
   TransposeLines(tf, band, n, m, fl, n);
 }
 #endif
