@@ -4,6 +4,7 @@
 #define HWY_TARGET_INCLUDE "gaussblur/gaussblur_kernels.cc"
 #include "gaussblur/gaussblur_kernels.h"
 
+#include "hwy/cache_control.h"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
@@ -110,13 +111,17 @@ HWY_INLINE V16 LoadPairs(const uint8_t* p) {
 #else
 HWY_INLINE V16 LoadPairs(const uint8_t* p) { return hn::BitCast(D16(), hn::LoadU(D8(), p)); }
 #endif
+// Rows of the ring stay in the first-level cache: one load whatever its alignment.
+HWY_INLINE V16 LoadNear(const uint8_t* p) { return hn::BitCast(D16(), hn::LoadU(D8(), p)); }
 HWY_INLINE V16 Even(V16 w) { return hn::And(w, hn::Set(D16(), 0xFF)); }
 HWY_INLINE V16 Odd(V16 w) { return hn::ShiftRight<8>(w); }
-// Stores the bytes of two sums (see Taps) as the even and odd bytes: sum >> 8 of each, the odd
-// one already in place in its high byte.
+// The bytes of two sums (see Taps) as the even and odd bytes: sum >> 8 of each, the odd one
+// already in place in its high byte.
+HWY_INLINE hn::Vec<D8> SumBytes(V16 even, V16 odd) {
+  return hn::BitCast(D8(), hn::OrAnd(hn::ShiftRight<8>(even), odd, hn::Set(D16(), 0xFF00)));
+}
 HWY_INLINE void StoreSums(V16 even, V16 odd, uint8_t* p) {
-  const V16 bytes = hn::OrAnd(hn::ShiftRight<8>(even), odd, hn::Set(D16(), 0xFF00));
-  hn::StoreU(hn::BitCast(D8(), bytes), D8(), p);
+  hn::StoreU(SumBytes(even, odd), D8(), p);
 }
 
 // Taps as vectors: c is the centre tap, pj the tap at distance j (unused beyond the radius).
@@ -165,11 +170,11 @@ HWY_INLINE V16 Taps(V16 m3, V16 m2, V16 m1, V16 b0, V16 q1, V16 q2, V16 q3, BV_T
 #define BV_V_PAIRS(rows, x, bottomEven, bottomOdd, vEven, vOdd)                            \
   V16 vEven, vOdd;                                                                         \
   {                                                                                        \
-    const V16 w0 = LoadPairs((rows)[0] + (x)), w1 = LoadPairs((rows)[1] + (x));            \
-    const V16 w2 = R >= 2 ? LoadPairs((rows)[R >= 2 ? 2 : 0] + (x)) : w0;                 \
-    const V16 w3 = R >= 2 ? LoadPairs((rows)[R >= 2 ? 3 : 0] + (x)) : w0;                 \
-    const V16 w4 = R >= 3 ? LoadPairs((rows)[R >= 3 ? 4 : 0] + (x)) : w0;                 \
-    const V16 w5 = R >= 3 ? LoadPairs((rows)[R >= 3 ? 5 : 0] + (x)) : w0;                 \
+    const V16 w0 = LoadNear((rows)[0] + (x)), w1 = LoadNear((rows)[1] + (x));            \
+    const V16 w2 = R >= 2 ? LoadNear((rows)[R >= 2 ? 2 : 0] + (x)) : w0;                 \
+    const V16 w3 = R >= 2 ? LoadNear((rows)[R >= 2 ? 3 : 0] + (x)) : w0;                 \
+    const V16 w4 = R >= 3 ? LoadNear((rows)[R >= 3 ? 4 : 0] + (x)) : w0;                 \
+    const V16 w5 = R >= 3 ? LoadNear((rows)[R >= 3 ? 5 : 0] + (x)) : w0;                 \
     if constexpr (R == 1) {                                                                \
       vEven = Taps<R>(w0, w0, Even(w0), Even(w1), bottomEven, w0, w0, BV_TAP_ARGS);        \
       vOdd = Taps<R>(w0, w0, Odd(w0), Odd(w1), bottomOdd, w0, w0, BV_TAP_ARGS);            \
@@ -187,13 +192,19 @@ HWY_INLINE V16 Taps(V16 m3, V16 m2, V16 m1, V16 b0, V16 q1, V16 q2, V16 q3, BV_T
 
 // 2 x Lanes(D16) columns: the horizontal pass of next into hNext and the vertical pass of the
 // window ending at it into dst. Reads every input before it stores (hNext may be rows[0]).
-template <int R>
+// kStream: dst is vector-aligned and written with a streaming store (it is not read again, so
+// its lines need not be fetched first); the ring row hNext stays in the cache.
+template <int R, bool kStream = false>
 HWY_INLINE void FusedBlock(const uint8_t* const* rows, ptrdiff_t x, const uint8_t* next,
                            uint8_t* hNext, uint8_t* dst, BV_TAP_PARAMS) {
   BV_H_BYTES(next);
   BV_V_PAIRS(rows, x, hn::ShiftRight<8>(hEvenSum), hn::ShiftRight<8>(hOddSum), vEven, vOdd);
   StoreSums(hEvenSum, hOddSum, hNext);
-  StoreSums(vEven, vOdd, dst);
+  if constexpr (kStream) {
+    hn::Stream(SumBytes(vEven, vOdd), D8(), dst);
+  } else {
+    StoreSums(vEven, vOdd, dst);
+  }
 }
 
 template <int R>
@@ -204,7 +215,7 @@ HWY_INLINE void HBlock(const uint8_t* src, uint8_t* dst, BV_TAP_PARAMS) {
 
 template <int R>
 HWY_INLINE void VBlock(const uint8_t* const* rows, ptrdiff_t x, uint8_t* dst, BV_TAP_PARAMS) {
-  const V16 bottom = LoadPairs(rows[2 * R] + x);
+  const V16 bottom = LoadNear(rows[2 * R] + x);
   BV_V_PAIRS(rows, x, Even(bottom), Odd(bottom), vEven, vOdd);
   StoreSums(vEven, vOdd, dst);
 }
@@ -277,7 +288,18 @@ void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, ui
   HWY_ALIGN uint8_t topLast[HWY_MAX_BYTES];
   hn::Store(hn::LoadU(D8(), rows[0] + R), D8(), topFirst);
   hn::Store(hn::LoadU(D8(), rows[0] + last), D8(), topLast);
-  for (int x = begin; x < last; x += n) {
+  const int line = n > 64 ? n : 64;
+  const uintptr_t base = reinterpret_cast<uintptr_t>(dst);
+  const int streamFrom = static_cast<int>(((base + R + n + line - 1) & ~uintptr_t(line - 1)) - base);
+  const int streamTo = static_cast<int>(((base + last) & ~uintptr_t(line - 1)) - base);
+  int x = begin;
+  for (; x < last && x < streamFrom; x += n) {
+    FusedBlock<R>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
+  }
+  for (; x + n <= streamTo; x += n) {
+    FusedBlock<R, true>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
+  }
+  for (; x < last; x += n) {
     FusedBlock<R>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
   }
   const uint8_t* edgeRows[2 * R];
@@ -331,6 +353,7 @@ void StripR(const GaussStripArgs& a) {
   uint16_t k[2 * R + 1];
   for (int j = 0; j <= 2 * R; ++j) k[j] = a.kernel[j];
   gauss_detail::StripLoop(a, VecRows<R>{k, a.width});
+  hwy::FlushStream();  // the output rows went out with streaming stores
 }
 
 template <int R>

@@ -5,6 +5,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "morphology/morph_kernels.cc"
+#include "hwy/cache_control.h"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 #include "morphology/morph_kernels.h"
@@ -169,23 +170,39 @@ inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long
   for (int y = 0; y < rows; ++y) memcpy(dst + y * stride, src + y * stride, static_cast<size_t>(width));
 }
 
-// One fixed-kernel call over the image. Every iteration's input is in the scratch before it is
-// read: the first 2r rows up front, row y + r by the pass of output row y. rowOut(rows, next,
-// out, n) copies the whole image row `next` to scratch row rows[2r], then writes columns
-// r .. width - r - 1 of the output row from the 2r + 1 scratch rows (pointers at column r).
-template <class RowOut>
+// Widest row whose window rows the fixed kernels keep in a ring on the stack.
+constexpr int kFixedRingWidth = 8192;
+
+// One fixed-kernel call over the image. Every iteration's input is copied once, when it is read:
+// the first 2r rows up front, row y + r by the pass of output row y. The window rows come from
+// `ring` (2r + 1 rows of kFixedRingWidth, the widest it takes), else from the scratch itself.
+// With the ring, each copied row goes on to the scratch through copy(dst, src, width), which
+// writes it with streaming stores: nothing reads the scratch back, so its lines need not be
+// fetched first. rowOut(rows, next, out, n) copies the whole image row `next` to the window row
+// rows[2r], then writes columns r .. width - r - 1 of the output row from the 2r + 1 window rows
+// (pointers at column r).
+template <class RowOut, class Copy>
 void FixedLoop(uint8_t* image, uint8_t* scratch, int width, int height, long stride,
-               int iterations, int r, const RowOut& rowOut) {
+               int iterations, int r, uint8_t* ring, const RowOut& rowOut, const Copy& copy) {
+  const bool inRing = ring != nullptr && width <= kFixedRingWidth;
+  const auto window = [&](int y) {
+    return inRing ? ring + (y % (2 * r + 1)) * static_cast<long>(kFixedRingWidth)
+                  : scratch + y * stride;
+  };
   for (int it = 0; it < iterations; ++it) {
     if (height <= 2 * r || width <= 2 * r) {
       CopyRows(image, scratch, width, height, stride);
       continue;
     }
-    CopyRows(image, scratch, width, 2 * r, stride);
+    for (int y = 0; y < 2 * r; ++y) {
+      memcpy(window(y), image + y * stride, static_cast<size_t>(width));
+      if (inRing) copy(scratch + y * stride, window(y), width);
+    }
     const uint8_t* rows[5];
     for (int y = r; y < height - r; ++y) {
-      for (int j = 0; j <= 2 * r; ++j) rows[j] = scratch + (y - r + j) * stride + r;
+      for (int j = 0; j <= 2 * r; ++j) rows[j] = window(y - r + j) + r;
       rowOut(rows, image + (y + r) * stride + r, image + y * stride + r, width - 2 * r);
+      if (inRing) copy(scratch + (y + r) * stride, window(y + r), width);
     }
   }
 }
@@ -479,12 +496,34 @@ static void FixedRow(const uint8_t* const* rows, const uint8_t* next, uint8_t* o
   }
 }
 
+// n bytes from src (in the cache) to dst: whole lines with streaming stores, the partial lines
+// at both ends with ordinary ones (a line written both ways costs a memory round trip).
+static void StreamCopy(uint8_t* dst, const uint8_t* src, int n) {
+  const hn::ScalableTag<uint8_t> d;
+  const int N = static_cast<int>(hn::Lanes(d));
+  const int line = N > 64 ? N : 64;
+  const int head = static_cast<int>((0 - reinterpret_cast<uintptr_t>(dst)) & (line - 1));
+  if (n < head + line) {
+    memcpy(dst, src, static_cast<size_t>(n));
+    return;
+  }
+  const int end = head + (n - head) / line * line;
+  memcpy(dst, src, static_cast<size_t>(head));
+  for (int x = head; x < end; x += N) hn::Stream(hn::LoadU(d, src + x), d, dst + x);
+  memcpy(dst + end, src + end, static_cast<size_t>(n - end));
+}
+
 template <bool kOr, int R, bool kCross>
 static void FixedT(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
                    int iterations) {
-  morph_detail::FixedLoop(image, scratch, width, height, stride, iterations, R,
-                          [](const uint8_t* const* rows, const uint8_t* next, uint8_t* out,
-                             int n) { FixedRow<kOr, R, kCross>(rows, next, out, n); });
+  HWY_ALIGN uint8_t ring[(2 * R + 1) * morph_detail::kFixedRingWidth];
+  morph_detail::FixedLoop(
+      image, scratch, width, height, stride, iterations, R, ring,
+      [](const uint8_t* const* rows, const uint8_t* next, uint8_t* out, int n) {
+        FixedRow<kOr, R, kCross>(rows, next, out, n);
+      },
+      StreamCopy);
+  hwy::FlushStream();
 }
 
 void FixedMorph(uint8_t* image, uint8_t* scratch, int width, int height, int stride,
