@@ -164,6 +164,9 @@ inline float FirstZero(const float* depth, int64_t n, float value) {
 }  // namespace jwmf
 }  // namespace bivista
 
+// The per-pixel steps of the walk are inlined into its row loop (GCC otherwise keeps some
+// lambdas out of line once the loop has grown).
+#define BIVISTA_JWMF_INLINE_LAMBDA __attribute__((always_inline))
 #define BIVISTA_JWMF_COLUMNS_ARGS \
   first, end, levels, features, weights, height, width, classes, levelCount, radius, mask, output
 #endif  // BIVISTA_JWMF_WALK_ONCE
@@ -178,6 +181,25 @@ using namespace walk;  // NOLINT
 // The weighted sums and level crossings on vectors (8- and 16-bit values; the wide kind and the
 // scalar target use the plain loops).
 struct VecOps {
+#if HWY_TARGET != HWY_SCALAR
+  // The terms of classes at .. at + lanes - 1: w[f] x scale x (sum of the banks), kept where
+  // that sum is nonzero (and for class 0 when head).
+  template <class DF, typename V>
+  static HWY_INLINE hn::Vec<DF> Term(DF df, const float* HWY_RESTRICT w,
+                                     const V* HWY_RESTRICT v, int n, int banks, int scale,
+                                     size_t at, bool head) {
+    const hn::Rebind<int32_t, DF> di;
+    const hn::Rebind<V, DF> dv;
+    auto sum = hn::LoadU(dv, v + at);
+    for (int k = 1; k < banks; ++k) sum = hn::Add(sum, hn::LoadU(dv, v + k * n + at));
+    auto x = hn::PromoteTo(di, sum);
+    if (scale == 2) x = hn::Add(x, x);
+    const auto prod = hn::Mul(hn::LoadU(df, w + at), hn::ConvertTo(df, x));
+    auto keep = hn::RebindMask(df, hn::Ne(x, hn::Zero(di)));
+    if (head) keep = hn::Or(keep, hn::FirstN(df, 1));
+    return hn::IfThenElseZero(keep, prod);
+  }
+#endif
   // 8- and 16-bit values with a padded weight row (limit == n); else the plain loop.
   template <typename V>
   static HWY_INLINE float Dot(const float* HWY_RESTRICT w, const V* HWY_RESTRICT v, int n,
@@ -193,25 +215,14 @@ struct VecOps {
       if (lanes < 4 || limit < n) return PlainOps::Dot(w, v, n, banks, scale, limit);
       const hn::Rebind<int32_t, decltype(df)> di;
       const hn::Rebind<V, decltype(df)> dv;
-      const auto first = hn::FirstN(df, 1);  // class 0 is always summed
-      const auto term = [&](size_t at, auto head) {
-        auto sum = hn::LoadU(dv, v + at);
-        for (int k = 1; k < banks; ++k) sum = hn::Add(sum, hn::LoadU(dv, v + k * n + at));
-        auto x = hn::PromoteTo(di, sum);
-        if (scale == 2) x = hn::Add(x, x);
-        const auto prod = hn::Mul(hn::LoadU(df, w + at), hn::ConvertTo(df, x));
-        auto keep = hn::RebindMask(df, hn::Ne(x, hn::Zero(di)));
-        if (head) keep = hn::Or(keep, first);
-        return hn::IfThenElseZero(keep, prod);
-      };
       const size_t per = kLanes / lanes;  // vectors per 16 classes: 1, 2 or 4
       auto a0 = hn::Zero(df), a1 = hn::Zero(df), a2 = hn::Zero(df), a3 = hn::Zero(df);
       for (size_t b = 0; b < static_cast<size_t>(n); b += kLanes) {
-        a0 = hn::Add(a0, term(b, b == 0));
-        if (per > 1) a1 = hn::Add(a1, term(b + lanes, false));
+        a0 = hn::Add(a0, Term(df, w, v, n, banks, scale, b, b == 0));
+        if (per > 1) a1 = hn::Add(a1, Term(df, w, v, n, banks, scale, b + lanes, false));
         if (per > 2) {
-          a2 = hn::Add(a2, term(b + 2 * lanes, false));
-          a3 = hn::Add(a3, term(b + 3 * lanes, false));
+          a2 = hn::Add(a2, Term(df, w, v, n, banks, scale, b + 2 * lanes, false));
+          a3 = hn::Add(a3, Term(df, w, v, n, banks, scale, b + 3 * lanes, false));
         }
       }
       // Lanes j and j + 8 in a vector of at most 8 lanes, then the last steps on its lanes.
@@ -272,16 +283,20 @@ class Tracker {
     SetCut(-1);
   }
 
-  uint32_t Idx(const Pix& p) const {
+  // Cells per level: a constant for the packed kinds, so that the row loops and the weighted
+  // sums over a level are unrolled.
+  HWY_INLINE int Stride() const { return K::kPacked ? 64 * K::kWords : g_.stride; }
+
+  HWY_INLINE uint32_t Idx(const Pix& p) const {
     if constexpr (K::kPacked) {
       return p;
     } else {
       return p.idx;
     }
   }
-  uint32_t Cls(const Pix& p) const {
+  HWY_INLINE uint32_t Cls(const Pix& p) const {
     if constexpr (K::kPacked) {
-      return p & (g_.stride - 1);
+      return p & (64u * K::kWords - 1u);
     } else {
       return p.cls;
     }
@@ -295,41 +310,69 @@ class Tracker {
   }
 
   int cut() const { return cut_; }
-  void SetCut(int cut) {
+  HWY_INLINE void SetCut(int cut) {
     cut_ = cut;
-    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(g_.stride);
+    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(Stride());
   }
 
   // The n pixels of a row in (sign 1) or out (-1): each changes its cell count by one and its
   // class's balance by one (+1 in the window at or below the cut). The lists are read off the
   // counts when needed. Ins and outs, even and odd columns use different partial balances.
   template <int kSign>
-  void Row(const Pix* HWY_RESTRICT p, int n) {
+  HWY_NOINLINE void Row(const Pix* HWY_RESTRICT p, int n) {
     Count* HWY_RESTRICT counts = counts_;
-    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * g_.stride;
-    Bal* HWY_RESTRICT bal1 = bal0 + g_.stride;
+    const int stride = Stride();
+    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * stride;
+    Bal* HWY_RESTRICT bal1 = bal0 + stride;
     const uint32_t limit = cutLimit_;
-    const auto one = [&](const Pix& q, Bal* HWY_RESTRICT bal) {
-      const uint32_t idx = Idx(q);
-      counts[idx] = static_cast<Count>(counts[idx] + kSign);
-      const int below = idx < limit ? kSign : -kSign;
-      bal[Cls(q)] = static_cast<Bal>(bal[Cls(q)] + below);
-    };
     int i = 0;
     for (; i + 1 < n; i += 2) {
-      one(p[i], bal0);
-      one(p[i + 1], bal1);
+      One<kSign>(counts, bal0, p[i], limit);
+      One<kSign>(counts, bal1, p[i + 1], limit);
     }
-    if (i < n) one(p[i], bal0);
+    if (i < n) One<kSign>(counts, bal0, p[i], limit);
+  }
+
+  template <int kSign>
+  HWY_INLINE void One(Count* HWY_RESTRICT counts, Bal* HWY_RESTRICT bal, const Pix& q,
+                      uint32_t limit) {
+    const uint32_t idx = Idx(q);
+    counts[idx] = static_cast<Count>(counts[idx] + kSign);
+    // +kSign at or below the cut, else -kSign, without a branch (the side is unpredictable).
+    const int32_t above = static_cast<int32_t>(idx - limit) >> 31 == 0;
+    const int32_t below = kSign - 2 * kSign * above;
+    bal[Cls(q)] = static_cast<Bal>(bal[Cls(q)] + below);
   }
 
   // Sum of w[f] x balance over the balance list (classes with a nonzero balance, and class 0).
-  float Balance(const float* w) {
-    return Ops::Dot(w, bal_, g_.stride, kBanks, 1, wlimit_);
+  HWY_INLINE float Balance(const float* w) {
+    return Ops::Dot(w, bal_, Stride(), kBanks, 1, wlimit_);
+  }
+
+  // The balance and the cut moved by the two stop rules; returns the final balance. The
+  // weights of the levels next to the cut do not depend on the balance: they are summed beside
+  // it, so that a move of one level (the usual case) does not wait for the balance first.
+  HWY_INLINE float Step(const float* w) {
+    const int cut = cut_;
+    if (!K::kPacked || cut < 0 || cut >= g_.levels - 1) return MoveCut(w, Balance(w));
+    const int stride = Stride();
+    const Count* at = counts_ + static_cast<size_t>(cut) * stride;
+    float balance = Balance(w);
+    const float below = Ops::Dot(w, at, stride, 1, 2, wlimit_);
+    const float above = Ops::Dot(w, at + stride, stride, 1, 2, wlimit_);
+    if (balance > 0 && cut != 0) {
+      Ops::Cross(bal_, at, stride, true);
+      return MoveOn(w, balance - below, cut - 1, true);
+    }
+    if (balance < 0) {
+      Ops::Cross(bal_, at + stride, stride, false);
+      return MoveOn(w, balance + above, cut + 1, false);
+    }
+    return balance;
   }
 
   // Moves the cut by the two stop rules and returns the final balance.
-  float MoveCut(const float* w, float balance) {
+  HWY_NOINLINE float MoveCut(const float* w, float balance) {
     int cut = cut_;
     if (balance > 0 && cut != 0) {
       // cut > 0 also keeps a cut of -1 (possible only with non-positive weights) in range.
@@ -348,12 +391,29 @@ class Tracker {
   }
 
  private:
+  // The rest of a move that has crossed one level already, in the same direction.
+  HWY_INLINE float MoveOn(const float* w, float balance, int cut, bool down) {
+    if (down) {
+      while (balance > 0 && cut > 0) {
+        balance -= CrossLevel(w, cut, true);
+        --cut;
+      }
+    } else {
+      while (balance < 0 && cut != g_.levels - 1) {
+        balance += CrossLevel(w, cut + 1, false);
+        ++cut;
+      }
+    }
+    SetCut(cut);
+    return balance;
+  }
+
   // Moves every pixel of level across the cut (down: to above it); returns the level's weight,
   // the sum of 2 x count x w[f] over the classes present at the level (and class 0).
   float CrossLevel(const float* w, int level, bool down) {
-    const Count* counts = counts_ + static_cast<size_t>(level) * g_.stride;
-    const float weight = Ops::Dot(w, counts, g_.stride, 1, 2, wlimit_);
-    Ops::Cross(bal_, counts, g_.stride, down);
+    const Count* counts = counts_ + static_cast<size_t>(level) * Stride();
+    const float weight = Ops::Dot(w, counts, Stride(), 1, 2, wlimit_);
+    Ops::Cross(bal_, counts, Stride(), down);
     return weight;
   }
 
@@ -426,11 +486,11 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
     const int c0 = std::max(x - r, 0) - bx0;
     const int c1 = std::min(x + r, width - 1) - bx0;  // inclusive; empty when c1 < c0
     int top = 0, bottom = -1;  // rows in the window
-    const auto addRow = [&](int y) {
+    const auto addRow = [&](int y) BIVISTA_JWMF_INLINE_LAMBDA {
       const Pix* p = band + static_cast<size_t>(y) * bandW;
       t.template Row<1>(p + c0, c1 - c0 + 1);
     };
-    const auto removeRow = [&](int y) {
+    const auto removeRow = [&](int y) BIVISTA_JWMF_INLINE_LAMBDA {
       const Pix* p = band + static_cast<size_t>(y) * bandW;
       t.template Row<-1>(p + c0, c1 - c0 + 1);
     };
@@ -461,7 +521,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       }
       const uint32_t centre = t.Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)]);
       const float* w = K::kPacked ? wpad + static_cast<size_t>(centre) * g.stride : weights[centre];
-      const float balance = t.MoveCut(w, t.Balance(w));
+      const float balance = t.Step(w);
       const int cut = t.cut();
       if (cut < 0 || cut > levelCount - 1) {
         BV_LOGW(kTagAlgo, "filterCore_multiThread", kLineCoreRange,
