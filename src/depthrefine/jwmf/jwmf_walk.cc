@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "bivista/jwmf.h"
 #include "bivista/mem_services.h"
@@ -327,21 +328,41 @@ class Tracker {
     const uint32_t limit = cutLimit_;
     int i = 0;
     for (; i + 1 < n; i += 2) {
-      One<kSign>(counts, bal0, p[i], limit);
-      One<kSign>(counts, bal1, p[i + 1], limit);
+      One<kSign>(counts, bal0, Idx(p[i]), Cls(p[i]), limit);
+      One<kSign>(counts, bal1, Idx(p[i + 1]), Cls(p[i + 1]), limit);
     }
-    if (i < n) One<kSign>(counts, bal0, p[i], limit);
+    if (i < n) One<kSign>(counts, bal0, Idx(p[i]), Cls(p[i]), limit);
+  }
+
+  // The same for packed kinds straight from byte planes of levels and classes already known
+  // to be in range.
+  template <int kSign>
+  HWY_NOINLINE void RowBytes(const uint8_t* HWY_RESTRICT lv, const uint8_t* HWY_RESTRICT cl,
+                             int n) {
+    constexpr int kShift = K::kWords == 4 ? 8 : 6;
+    Count* HWY_RESTRICT counts = counts_;
+    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * Stride();
+    Bal* HWY_RESTRICT bal1 = bal0 + Stride();
+    const uint32_t limit = cutLimit_;
+    const auto at = [&](int k, Bal* HWY_RESTRICT bal) BIVISTA_JWMF_INLINE_LAMBDA {
+      One<kSign>(counts, bal, static_cast<uint32_t>(lv[k]) << kShift | cl[k], cl[k], limit);
+    };
+    int i = 0;
+    for (; i + 1 < n; i += 2) {
+      at(i, bal0);
+      at(i + 1, bal1);
+    }
+    if (i < n) at(i, bal0);
   }
 
   template <int kSign>
-  HWY_INLINE void One(Count* HWY_RESTRICT counts, Bal* HWY_RESTRICT bal, const Pix& q,
-                      uint32_t limit) {
-    const uint32_t idx = Idx(q);
+  HWY_INLINE void One(Count* HWY_RESTRICT counts, Bal* HWY_RESTRICT bal, uint32_t idx,
+                      uint32_t cls, uint32_t limit) {
     counts[idx] = static_cast<Count>(counts[idx] + kSign);
     // +kSign at or below the cut, else -kSign, without a branch (the side is unpredictable).
     const int32_t above = static_cast<int32_t>(idx - limit) >> 31 == 0;
     const int32_t below = kSign - 2 * kSign * above;
-    bal[Cls(q)] = static_cast<Bal>(bal[Cls(q)] + below);
+    bal[cls] = static_cast<Bal>(bal[cls] + below);
   }
 
   // Sum of w[f] x balance over the balance list (classes with a nonzero balance, and class 0).
@@ -425,6 +446,27 @@ class Tracker {
   uint32_t cutLimit_ = 0;
 };
 
+// Whether every byte of the rows' columns [x0, x0 + n) is below limit.
+bool BytesBelow(const uint8_t* HWY_RESTRICT plane, int width, int height, int x0, int n,
+                int limit) {
+  if (limit > 255) return true;
+  if (limit < 1) return false;
+  const hn::ScalableTag<uint8_t> d;
+  const size_t lanes = hn::Lanes(d);
+  const auto top = hn::Set(d, static_cast<uint8_t>(limit - 1));
+  auto over = hn::Zero(d);  // lanes above the top level
+  uint8_t tail = 0;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* row = plane + static_cast<size_t>(y) * width + x0;
+    size_t i = 0;
+    for (; i + lanes <= static_cast<size_t>(n); i += lanes) {
+      over = hn::Or(over, hn::SaturatedSub(hn::LoadU(d, row + i), top));
+    }
+    for (; i < static_cast<size_t>(n); ++i) tail = static_cast<uint8_t>(tail | (row[i] >= limit));
+  }
+  return tail == 0 && hn::AllTrue(d, hn::Eq(over, hn::Zero(d)));
+}
+
 // One worker's columns.
 template <typename K, typename Ops, typename T>
 void RunColumns(int first, int end, const T* levels, const T* features, float** weights,
@@ -437,17 +479,34 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   const int reach = std::max(r, 0);
   const int bx0 = std::max(first - reach, 0);
   const int bandW = std::min(end + reach, width) - bx0;
+  // Two columns are walked side by side (their steps do not depend on each other, so the
+  // processor overlaps them): two trackers, each with its count rows and balances.
   const int64_t balBytes =
-      (static_cast<int64_t>(g.stride) * kBanks * sizeof(typename K::Bal) + 63) / 64 * 64;
+      (static_cast<int64_t>(g.stride) * kBanks * sizeof(typename K::Bal) + 63) / 64 * 64 * 2;
   // Packed kinds read weight rows padded with zeros to the stride.
   const int64_t wpadBytes =
       K::kPacked ? static_cast<int64_t>(classes) * g.stride * static_cast<int64_t>(sizeof(float)) : 0;
-  const int64_t bandBytes = static_cast<int64_t>(bandW) * height * sizeof(Pix);
+  // Packed kinds over byte planes whose levels and classes are all in range read the planes
+  // directly; the others pack a band of the worker's columns (clamped) first.
+  bool direct = false;
+  if constexpr (K::kPacked && sizeof(T) == 1) {
+    direct = BytesBelow(reinterpret_cast<const uint8_t*>(levels), width, height, bx0, bandW,
+                        levelCount) &&
+             BytesBelow(reinterpret_cast<const uint8_t*>(features), width, height, bx0, bandW,
+                        classes);
+  }
+  // Byte planes get every pixel of the columns written (the level itself where none is found),
+  // first into a contiguous buffer per column: a store down the plane's column misses the first
+  // cache level and holds up the histogram's stores behind it.
+  constexpr bool kFill = sizeof(T) == 1;
+  const int64_t colBytes = kFill ? 2 * static_cast<int64_t>(height) : 0;
+  const int64_t bandBytes =
+      colBytes + (direct ? 0 : static_cast<int64_t>(bandW) * height * sizeof(Pix));
   Count** countRows = nullptr;
   unsigned char* block = nullptr;
-  if (static_cast<int64_t>(levelCount) * g.stride * sizeof(Count) <= INT32_MAX &&
+  if (static_cast<int64_t>(levelCount) * 2 * g.stride * sizeof(Count) <= INT32_MAX &&
       balBytes + wpadBytes + bandBytes <= INT32_MAX) {
-    countRows = CountRows(static_cast<Count*>(nullptr), levelCount, g.stride);
+    countRows = CountRows(static_cast<Count*>(nullptr), levelCount * 2, g.stride);
     if (countRows != nullptr) {
       block = static_cast<unsigned char*>(
           safeNew(static_cast<int>(balBytes + wpadBytes + bandBytes)));
@@ -457,6 +516,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
     BV_LOGE(kTagAlgo, "filterCore_multiThread", kLineCoreMalloc,
             "filterCore_multiThread malloced memory failed!!\n");
     if (countRows != nullptr) ReleaseRows(countRows);
+    if constexpr (sizeof(T) == 1) KeepColumns(first, end, levels, width, height, output);
     return;
   }
   auto* bal = reinterpret_cast<typename K::Bal*>(block);
@@ -468,9 +528,10 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       memset(row + classes, 0, sizeof(float) * (g.stride - classes));
     }
   }
-  auto* band = reinterpret_cast<Pix*>(block + balBytes + wpadBytes);
+  auto* columnOut = reinterpret_cast<T*>(block + balBytes + wpadBytes);
+  auto* band = reinterpret_cast<Pix*>(block + balBytes + wpadBytes + colBytes);
   // Level and class of every band pixel, clamped into range, packed once.
-  for (int y = 0; y < height; ++y) {
+  for (int y = 0; y < (direct ? 0 : height); ++y) {
     const T* lr = levels + static_cast<size_t>(y) * width + bx0;
     const T* fr = features + static_cast<size_t>(y) * width + bx0;
     Pix* out = band + static_cast<size_t>(y) * bandW;
@@ -480,68 +541,120 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       out[i] = Tracker<K, Ops>::Make(static_cast<uint32_t>(lv * g.stride + cl), cl, lv);
     }
   }
-  Tracker<K, Ops> t(g, countRows[0], bal, K::kPacked ? g.stride : classes);
+  // One column's window: its tracker, columns and rows.
+  struct Walk {
+    Tracker<K, Ops>* t;
+    T* out;  // byte planes: the column's output
+    int x, c0, c1, top, bottom;
+    bool stale;
+  };
+  Tracker<K, Ops> t0(g, countRows[0], bal, K::kPacked ? g.stride : classes);
+  Tracker<K, Ops> t1(g, countRows[levelCount], bal + balBytes / 2 / sizeof(typename K::Bal),
+                     K::kPacked ? g.stride : classes);
 
-  for (int x = first; x < end; ++x) {
-    const int c0 = std::max(x - r, 0) - bx0;
-    const int c1 = std::min(x + r, width - 1) - bx0;  // inclusive; empty when c1 < c0
-    int top = 0, bottom = -1;  // rows in the window
-    const auto addRow = [&](int y) BIVISTA_JWMF_INLINE_LAMBDA {
+  const auto row = [&](Walk& c, int y, auto sign) BIVISTA_JWMF_INLINE_LAMBDA {
+    if (K::kPacked && sizeof(T) == 1 && direct) {
+      const size_t at = static_cast<size_t>(y) * width + bx0 + c.c0;
+      c.t->template RowBytes<decltype(sign)::value>(
+          reinterpret_cast<const uint8_t*>(levels) + at,
+          reinterpret_cast<const uint8_t*>(features) + at, c.c1 - c.c0 + 1);
+    } else {
       const Pix* p = band + static_cast<size_t>(y) * bandW;
-      t.template Row<1>(p + c0, c1 - c0 + 1);
-    };
-    const auto removeRow = [&](int y) BIVISTA_JWMF_INLINE_LAMBDA {
-      const Pix* p = band + static_cast<size_t>(y) * bandW;
-      t.template Row<-1>(p + c0, c1 - c0 + 1);
-    };
-    // Taking the window's pixels out again clears the histogram and balances.
-    const auto build = [&](int from, int to) {
-      for (int y = top; y <= bottom; ++y) removeRow(y);
-      t.SetCut(-1);
-      top = std::max(from, 0);
-      bottom = std::min(to, height - 1);
-      for (int y = top; y <= bottom; ++y) addRow(y);
-    };
-    bool stale = true;
+      c.t->template Row<decltype(sign)::value>(p + c.c0, c.c1 - c.c0 + 1);
+    }
+  };
+  using In = std::integral_constant<int, 1>;
+  using Out = std::integral_constant<int, -1>;
+  // Taking the window's pixels out again clears the histogram and balances.
+  const auto build = [&](Walk& c, int from, int to) {
+    for (int y = c.top; y <= c.bottom; ++y) row(c, y, Out());
+    c.t->SetCut(-1);
+    c.top = std::max(from, 0);
+    c.bottom = std::min(to, height - 1);
+    for (int y = c.top; y <= c.bottom; ++y) row(c, y, In());
+  };
+  const auto begin = [&](Walk& c, int x) {
+    c.x = x;
+    c.c0 = std::max(x - r, 0) - bx0;
+    c.c1 = std::min(x + r, width - 1) - bx0;  // inclusive; empty when c1 < c0
+    c.top = 0;
+    c.bottom = -1;
+    c.stale = true;
     if (mask == nullptr) {
-      build(0, r);
-      stale = false;
+      build(c, 0, r);
+      c.stale = false;
     }
+  };
+  // Row y of a column: its output, then the slide.
+  const auto put = [&](Walk& c, int y, size_t at, T value) BIVISTA_JWMF_INLINE_LAMBDA {
+    if (kFill) {
+      c.out[y] = value;
+    } else {
+      output[at] = value;
+    }
+  };
+  const auto finish = [&](Walk& c) {
+    build(c, 0, -1);
+    if (kFill) {
+      for (int y = 0; y < height; ++y) output[static_cast<size_t>(y) * width + c.x] = c.out[y];
+    }
+  };
+  const auto step = [&](Walk& c, int y) BIVISTA_JWMF_INLINE_LAMBDA {
+    const size_t at = static_cast<size_t>(y) * width + c.x;
+    if (mask != nullptr) {
+      if (mask[at] == 0) {
+        if (kFill) put(c, y, at, levels[at]);
+        c.stale = true;
+        return;
+      }
+      if (c.stale) {
+        build(c, y - r, y + r);
+        c.stale = false;
+      }
+    }
+    const uint32_t centre = direct
+                                ? static_cast<uint32_t>(features[at])
+                                : c.t->Cls(band[static_cast<size_t>(y) * bandW + (c.x - bx0)]);
+    const float* w = K::kPacked ? wpad + static_cast<size_t>(centre) * g.stride : weights[centre];
+    const float balance = c.t->Step(w);
+    const int cut = c.t->cut();
+    if (cut < 0 || cut > levelCount - 1) {
+      BV_LOGW(kTagAlgo, "filterCore_multiThread", kLineCoreRange,
+              "get filtered value %d by balance weight %3.8f", cut, balance);
+      if (kFill) put(c, y, at, levels[at]);
+    } else {
+      put(c, y, at, static_cast<T>(cut));
+    }
+    // Slide: the row below comes in, then the top row goes out.
+    const int in = y + r + 1, out = y - r;
+    if (in >= 0 && in < height) {
+      row(c, in, In());
+      if (c.bottom < c.top) c.top = in;
+      c.bottom = in;
+    }
+    if (out >= 0 && out < height && out >= c.top && out <= c.bottom) {
+      row(c, out, Out());
+      c.top = out + 1;
+    }
+  };
+
+  Walk a{&t0, columnOut, 0, 0, -1, 0, -1, true};
+  Walk b{&t1, columnOut + (kFill ? height : 0), 0, 0, -1, 0, -1, true};
+  int x = first;
+  for (; x + 1 < end; x += 2) {
+    begin(a, x);
+    begin(b, x + 1);
     for (int y = 0; y < height; ++y) {
-      const size_t at = static_cast<size_t>(y) * width + x;
-      if (mask != nullptr) {
-        if (mask[at] == 0) {
-          stale = true;
-          continue;
-        }
-        if (stale) {
-          build(y - r, y + r);
-          stale = false;
-        }
-      }
-      const uint32_t centre = t.Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)]);
-      const float* w = K::kPacked ? wpad + static_cast<size_t>(centre) * g.stride : weights[centre];
-      const float balance = t.Step(w);
-      const int cut = t.cut();
-      if (cut < 0 || cut > levelCount - 1) {
-        BV_LOGW(kTagAlgo, "filterCore_multiThread", kLineCoreRange,
-                "get filtered value %d by balance weight %3.8f", cut, balance);
-      } else {
-        output[at] = static_cast<T>(cut);
-      }
-      // Slide: the row below comes in, then the top row goes out.
-      const int in = y + r + 1, out = y - r;
-      if (in >= 0 && in < height) {
-        addRow(in);
-        if (bottom < top) top = in;
-        bottom = in;
-      }
-      if (out >= 0 && out < height && out >= top && out <= bottom) {
-        removeRow(out);
-        top = out + 1;
-      }
+      step(a, y);
+      step(b, y);
     }
-    build(0, -1);
+    finish(a);
+    finish(b);
+  }
+  if (x < end) {
+    begin(a, x);
+    for (int y = 0; y < height; ++y) step(a, y);
+    finish(a);
   }
   ReleaseRows(countRows);
   safeDelete(block);
@@ -550,7 +663,11 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
 template <typename Ops, typename T>
 void Columns(int first, int end, const T* levels, const T* features, float** weights, int height,
              int width, int classes, int levelCount, int radius, const uint8_t* mask, T* output) {
-  if (first >= end || height < 1 || levelCount < 1 || classes < 1 || weights == nullptr) return;
+  if (first >= end || height < 1) return;
+  if (levelCount < 1 || classes < 1 || weights == nullptr) {
+    if constexpr (sizeof(T) == 1) KeepColumns(first, end, levels, width, height, output);
+    return;
+  }
   // Beyond the image the window is clipped anyway (and empty for any negative radius); this
   // keeps row and column arithmetic in range.
   const int span = std::max(width, height);
