@@ -479,10 +479,8 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   const int reach = std::max(r, 0);
   const int bx0 = std::max(first - reach, 0);
   const int bandW = std::min(end + reach, width) - bx0;
-  // Two columns are walked side by side (their steps do not depend on each other, so the
-  // processor overlaps them): two trackers, each with its count rows and balances.
   const int64_t balBytes =
-      (static_cast<int64_t>(g.stride) * kBanks * sizeof(typename K::Bal) + 63) / 64 * 64 * 2;
+      (static_cast<int64_t>(g.stride) * kBanks * sizeof(typename K::Bal) + 63) / 64 * 64;
   // Packed kinds read weight rows padded with zeros to the stride.
   const int64_t wpadBytes =
       K::kPacked ? static_cast<int64_t>(classes) * g.stride * static_cast<int64_t>(sizeof(float)) : 0;
@@ -499,14 +497,14 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   // first into a contiguous buffer per column: a store down the plane's column misses the first
   // cache level and holds up the histogram's stores behind it.
   constexpr bool kFill = sizeof(T) == 1;
-  const int64_t colBytes = kFill ? 2 * static_cast<int64_t>(height) : 0;
+  const int64_t colBytes = kFill ? static_cast<int64_t>(height) : 0;
   const int64_t bandBytes =
       colBytes + (direct ? 0 : static_cast<int64_t>(bandW) * height * sizeof(Pix));
   Count** countRows = nullptr;
   unsigned char* block = nullptr;
-  if (static_cast<int64_t>(levelCount) * 2 * g.stride * sizeof(Count) <= INT32_MAX &&
+  if (static_cast<int64_t>(levelCount) * g.stride * sizeof(Count) <= INT32_MAX &&
       balBytes + wpadBytes + bandBytes <= INT32_MAX) {
-    countRows = CountRows(static_cast<Count*>(nullptr), levelCount * 2, g.stride);
+    countRows = CountRows(static_cast<Count*>(nullptr), levelCount, g.stride);
     if (countRows != nullptr) {
       block = static_cast<unsigned char*>(
           safeNew(static_cast<int>(balBytes + wpadBytes + bandBytes)));
@@ -549,8 +547,6 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
     bool stale;
   };
   Tracker<K, Ops> t0(g, countRows[0], bal, K::kPacked ? g.stride : classes);
-  Tracker<K, Ops> t1(g, countRows[levelCount], bal + balBytes / 2 / sizeof(typename K::Bal),
-                     K::kPacked ? g.stride : classes);
 
   const auto row = [&](Walk& c, int y, auto sign) BIVISTA_JWMF_INLINE_LAMBDA {
     if (K::kPacked && sizeof(T) == 1 && direct) {
@@ -639,19 +635,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   };
 
   Walk a{&t0, columnOut, 0, 0, -1, 0, -1, true};
-  Walk b{&t1, columnOut + (kFill ? height : 0), 0, 0, -1, 0, -1, true};
-  int x = first;
-  for (; x + 1 < end; x += 2) {
-    begin(a, x);
-    begin(b, x + 1);
-    for (int y = 0; y < height; ++y) {
-      step(a, y);
-      step(b, y);
-    }
-    finish(a);
-    finish(b);
-  }
-  if (x < end) {
+  for (int x = first; x < end; ++x) {
     begin(a, x);
     for (int y = 0; y < height; ++y) step(a, y);
     finish(a);
