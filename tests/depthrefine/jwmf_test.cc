@@ -52,13 +52,9 @@ const Message kAllocFf = {6, "JWMFFilter", jw::kLineFfAlloc, "safeNew memory for
 const Message kImgWmap = {6, "getFeatureByImg", jw::kLineImgWmap, "float2D failed!!"};
 const Message kSegMalloc = {6, "getFeatureByMSSeg", jw::kLineSegMalloc, "mallced memory failed!!"};
 const Message kSegWmap = {6, "getFeatureByMSSeg", jw::kLineSegWmap, "get wmap memory failed!!"};
-const Message kImgFeature = {6, "JWMFilterWithImg", jw::kLineImgFeature,
-                             "getFeatureByImg failed!!iRet -1\n"};
-const Message kSegFeature = {6, "JWMFilter", jw::kLineSegFeature, "getFeatureByMSSeg failed!"};
 const Message kCoreMalloc = {6, "filterCore_multiThread", jw::kLineCoreMalloc,
                              "filterCore_multiThread malloced memory failed!!\n"};
 const Message kCopyFail = {6, "filterCore", jw::kLineFilterCoreCopy, "filterCore failed!!\n"};
-const Message kImgCore = {6, "JWMFilterWithImg", jw::kLineImgCore, "filterCore failed!!"};
 const Message kImg2Few = {6, "JWMFilterWithImg2", jw::kLineImg2Few,
                           "error th_num=1,  must >= 2!\n"};
 const Message kImg2Many = {5, "JWMFilterWithImg2", jw::kLineImg2Many,
@@ -176,7 +172,8 @@ void* Jwmf::pools_[5] = {nullptr};
 
 TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
   std::mt19937 rng(17);
-  LogCapture log;  // obstacle lines
+  LogCapture log;
+  int cleaned = 0;  // obstacle lines expected
   for (int iter = 0; iter < 300; ++iter) {
     Plane p;
     p.w = 1 + 2 * static_cast<int>(rng() % 12);
@@ -187,9 +184,8 @@ TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
     const int kinds[] = {1 + int(rng() % 6), 65 + int(rng() % 30), 257 + int(rng() % 20)};
     const int classes = kinds[iter % 7 == 3 ? 1 : iter % 11 == 5 ? 2 : 0];
     const int r = iter % 5 == 4 ? 8 + int(rng() % 4) : int(rng() % 5);
-    const int threads = static_cast<int>(rng() % 5);  // 0 runs one worker
-    const int workers = std::max(threads, 1);
-    void* pool = rng() % 3 ? pools_[workers] : nullptr;
+    const int threads = static_cast<int>(rng() % 6) - 1;  // 0 runs one worker, -1 none
+    void* pool = rng() % 3 ? pools_[std::max(threads, 1)] : nullptr;
     const int maskKind = static_cast<int>(rng() % 3);  // none, kept, cleaned
     SCOPED_TRACE(Fmt("iter %d %dx%d L %d C %d r %d threads %d pool %d mask %d", iter, p.w, p.h,
                      levels, classes, r, threads, pool != nullptr, maskKind));
@@ -202,22 +198,39 @@ TEST_F(Jwmf, CoreEqualsTheDirectFormulationWithAndWithoutMasks) {
     const auto wt = DyadicWeights(classes, rng);
     float** w = ToFloat2D(wt);
     std::vector<int32_t> got = p.levels;
+    for (size_t i = 0; i < n && maskKind; ++i) p.mask.push_back(rng() % 4 ? 1 : 0);
+    const std::vector<uint8_t> mask0 = p.mask;
     if (maskKind == 0) {
       ASSERT_EQ(filterCore(got.data(), p.features.data(), w, p.h, p.w, classes, levels, r, pool,
                            threads),
                 0);
     } else {
-      for (size_t i = 0; i < n; ++i) p.mask.push_back(rng() % 4 ? 1 : 0);
       std::vector<uint8_t> mask = p.mask;
       ASSERT_EQ(filterCoreWithMask(got.data(), p.features.data(), w, mask.data(), maskKind == 1,
                                    p.h, p.w, classes, levels, r, pool, threads),
                 0);
-      if (maskKind == 2) DirectObstacles(p.mask, p.w, p.h);
+      if (maskKind == 2) DirectObstacles(p.mask, p.w, p.h), ++cleaned;
       EXPECT_EQ(mask, p.mask);
     }
-    EXPECT_EQ(got, DirectMedian(p, wt, levels, r));
+    EXPECT_EQ(got, threads < 0 ? p.levels : DirectMedian(p, wt, levels, r));
+    if (classes < 256) {  // the drivers' byte median, also on a pool too small for its workers
+      void* small = pool != nullptr ? pools_[1] : nullptr;
+      std::vector<uint8_t> lv8(p.levels.begin(), p.levels.end()), m8 = mask0, m32 = mask0;
+      const std::vector<uint8_t> ft8(p.features.begin(), p.features.end());
+      uint8_t* mp = maskKind ? m8.data() : nullptr;
+      std::vector<int32_t> ref = p.levels;
+      filterCoreWithMask(ref.data(), p.features.data(), w, maskKind ? m32.data() : nullptr,
+                         maskKind == 1, p.h, p.w, classes, levels, r, small, threads);
+      uint8_t* out = jw::MedianBytes(lv8.data(), ft8.data(), w, mp, maskKind == 1, p.h, p.w,
+                                     classes, levels, r, small, threads);
+      EXPECT_EQ(std::vector<int32_t>(out, out + n), ref);
+      EXPECT_EQ(m8, m32);
+      safeDelete(out);
+      cleaned += maskKind == 2 ? 2 : 0;
+    }
     float2D_release(w);
   }
+  EXPECT_EQ(Count(log, kObstacle), cleaned);
 }
 
 // The quantiser's passes on every vector target equal the scan: zeros of either sign (the scan
@@ -285,14 +298,17 @@ TEST_F(Jwmf, WalkOnEveryTargetEqualsThePlainDefinition) {
       jw::scalar::FilterColumns(0, w, lv.data(), ft.data(), wm, h, w, classes, levels, r, m,
                                 ref.data());
       EXPECT_EQ(vec, ref);
-      if (levels <= 256 && classes <= 256) {  // the byte planes of the 8-bit driver
-        std::vector<uint8_t> lv8(lv.begin(), lv.end()), ft8(ft.begin(), ft.end());
-        std::vector<uint8_t> vec8 = lv8, ref8 = lv8;
+      if (levels < 250 && classes < 250) {  // the byte planes of the 8-bit driver
+        if (iter % 4 == 1) lv[rng() % n] = levels + 5, ft[rng() % n] = classes + 5;  // clamped
+        std::vector<uint8_t> lv8(lv.begin(), lv.end()), ft8(ft.begin(), ft.end()), vec8(n), ref8(n);
         jw::FilterColumns(0, w, lv8.data(), ft8.data(), wm, h, w, classes, levels, r, m,
                           vec8.data());
         jw::scalar::FilterColumns(0, w, lv8.data(), ft8.data(), wm, h, w, classes, levels, r, m,
                                   ref8.data());
         EXPECT_EQ(vec8, ref8);
+        std::vector<int32_t> wide = lv;
+        jw::FilterColumns(0, w, lv.data(), ft.data(), wm, h, w, classes, levels, r, m, wide.data());
+        EXPECT_EQ(std::vector<int32_t>(vec8.begin(), vec8.end()), wide);
       }
       float2D_release(wm);
     }
@@ -301,53 +317,25 @@ TEST_F(Jwmf, WalkOnEveryTargetEqualsThePlainDefinition) {
 
 TEST_F(Jwmf, CoreEdgeCases) {
   LogCapture log;
-  // One class: a plain median of the clipped window (lower median for even counts is the
-  // level where the balance first turns non-negative).
-  {
-    const std::vector<int32_t> in = {0, 5, 3, 9, 1, 7, 2, 8, 4};
-    std::vector<int32_t> lv = in;
-    const std::vector<int32_t> feat(9, 0);
-    float** w = ToFloat2D({{1.f}});
-    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, 1, nullptr, 1), 0);
-    EXPECT_EQ(lv[4], 4);  // all nine: 0 1 2 3 [4] 5 7 8 9
-    EXPECT_EQ(lv[0], 1);  // 0 1 | 5 9: the balance first turns non-negative at level 1
-    // Negative thread count: nothing runs.
-    lv = in;
-    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, 1, nullptr, -1), 0);
-    EXPECT_EQ(lv, in);
-    // Radii at the int limits: the window is the whole image, or empty (every pixel then
-    // reports the cut out of range and keeps its level).
-    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, INT_MAX, nullptr, 2), 0);
-    // The same nine values everywhere, yet the middle row gets 3: moving down from the first
-    // row's 4 stops as soon as the balance is no longer positive.
-    EXPECT_EQ(lv, (std::vector<int32_t>{4, 4, 4, 3, 3, 3, 4, 4, 4}));
+  const std::vector<int32_t> in = {0, 5, 3, 9, 1, 7, 2, 8, 4}, feat(9, 0);
+  std::vector<int32_t> lv = in;
+  float** w = ToFloat2D({{1.f}});
+  // Radii at the int limits: the window is the whole image, or empty. The same nine values
+  // everywhere, yet the middle row gets 3: moving down from the first row's 4 stops as soon as
+  // the balance is no longer positive.
+  ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, INT_MAX, nullptr, 2), 0);
+  EXPECT_EQ(lv, (std::vector<int32_t>{4, 4, 4, 3, 3, 3, 4, 4, 4}));
+  // An empty window, then zero weights: the balance never moves, every pixel reports the cut
+  // out of range and keeps its level.
+  for (int radius : {INT_MIN + 3, 1}) {
     lv = in;
     log.Clear();
-    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, INT_MIN + 3, nullptr, 2), 0);
+    w[0][0] = radius == 1 ? 0.f : 1.f;
+    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, radius, nullptr, 2), 0);
     EXPECT_EQ(lv, in);
     EXPECT_EQ(log.CountContaining("get filtered value -1 by balance weight "), 9);
-    log.Clear();
-    // Zero weights: the balance never moves and every pixel reports the cut out of range.
-    w[0][0] = 0.f;
-    ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, 1, nullptr, 1), 0);
-    EXPECT_EQ(lv, in);
-    EXPECT_EQ(log.CountContaining("get filtered value -1 by balance weight "), 9);
-    float2D_release(w);
   }
-  // Mask columns: 1,0 loses its pixel; 0,0,1 gets its top two set.
-  {
-    std::vector<uint8_t> mask = {1, 0, 0, 0, 0, 1, 0, 1};  // 2 columns x 4 rows
-    std::vector<int32_t> lv(8, 0);
-    const std::vector<int32_t> feat(8, 0);
-    float** w = ToFloat2D({{1.f}});
-    log.Clear();
-    ASSERT_EQ(filterCoreWithMask(lv.data(), feat.data(), w, mask.data(), 0, 4, 2, 1, 4, 1,
-                                 nullptr, 1),
-              0);
-    EXPECT_EQ(mask, (std::vector<uint8_t>{0, 255, 0, 255, 0, 1, 0, 1}));
-    EXPECT_EQ(Count(log, kObstacle), 1);
-    float2D_release(w);
-  }
+  float2D_release(w);
 }
 
 // ---- Quantiser and features ---------------------------------------------------------------
@@ -360,6 +348,8 @@ TEST(JwmfStages, QuantiserAgainstDirectComputation) {
     const int levels = 2 + static_cast<int>(rng() % 300);
     std::vector<float> depth(w * h);
     for (float& d : depth) d = 0.5f + static_cast<float>(rng() % 100000) * 0.0001f;
+    if (iter % 8 == 0) std::fill(depth.begin(), depth.end(), 2.5f);  // flat: refused untouched
+    log.Clear();
     if (iter % 3 == 0) depth[rng() % depth.size()] = NAN;
     std::vector<int32_t> lv(depth.size(), -7);
     std::vector<float> table(levels, -7.f);
@@ -373,6 +363,7 @@ TEST(JwmfStages, QuantiserAgainstDirectComputation) {
     if (step < 0.001f) {
       EXPECT_EQ(Count(log, Flat(step, float(mx), float(mn))), 1);
       EXPECT_EQ(lv, std::vector<int32_t>(depth.size(), -7));
+      EXPECT_EQ(table, std::vector<float>(levels, -7.f));
       continue;
     }
     float t = float(mn);
@@ -382,30 +373,24 @@ TEST(JwmfStages, QuantiserAgainstDirectComputation) {
       ASSERT_EQ(lv[i], std::clamp<int>(int(v), 0, levels - 1)) << i;
     }
   }
-  // A flat plane is refused untouched.
-  log.Clear();
-  std::vector<float> flat(12, 2.5f);
-  std::vector<int32_t> lv(12, -7);
-  std::vector<float> table(128, -7.f);
-  JWMFQuantArgs a = {flat.data(), lv.data(), table.data(), 128, 4, 3};
-  from32FTo32SSimple_MulThread(&a, 0);
-  EXPECT_EQ(Count(log, Flat(0.f, 2.5f, 2.5f)), 1);
-  EXPECT_EQ(lv, std::vector<int32_t>(12, -7));
-  EXPECT_EQ(table, std::vector<float>(128, -7.f));
 }
 
 TEST(JwmfStages, GuideFeaturesAndWeights) {
   LogCapture log;
-  const std::vector<uint8_t> guide = {0, 3, 4, 200, 255, 17};
+  // Fixed classes: the largest feature present plus one (3 here); else always 64.
+  const std::vector<uint8_t> guide = {0, 3, 4, 200, 255, 11};
   for (int fixed : {0, 1}) {
     std::vector<int32_t> feat(6);
     float** wmap = nullptr;
     int32_t classes = 256, status = 7;
-    JWMFImgFeatureArgs a = {guide.data(), feat.data(), &wmap, 3, &classes, 3, 2, fixed, &status};
+    JWMFImgFeatureArgs a = {guide.data(), feat.data(), &wmap, 3, &classes, 3, 2 - fixed, fixed,
+                            &status};
     getFeatureByImg_MulThread(&a, 1);
     ASSERT_EQ(status, 0);
-    EXPECT_EQ(feat, (std::vector<int32_t>{0, 0, 1, 50, 63, 4}));
-    EXPECT_EQ(classes, 64);  // the largest class is 63 either way
+    std::vector<int32_t> want = {0, 0, 1, 50, 63, 2};
+    if (fixed) std::fill(want.begin() + 3, want.end(), 0);  // a 3 x 1 guide
+    EXPECT_EQ(feat, want);
+    EXPECT_EQ(classes, fixed ? 2 : 64);
     for (int p = 0; p < classes; ++p) {
       for (int q = 0; q < classes; ++q) {
         const double d = 4.0 * (p - q);
@@ -415,18 +400,10 @@ TEST(JwmfStages, GuideFeaturesAndWeights) {
     }
     float2D_release(wmap);
   }
-  std::vector<int32_t> feat(2);
-  float** wmap = nullptr;
-  int32_t classes = 256, status = 7;
-  const uint8_t dark[2] = {8, 11};
-  JWMFImgFeatureArgs a = {dark, feat.data(), &wmap, 0, &classes, 2, 1, 1, &status};
-  getFeatureByImg_MulThread(&a, 0);
-  EXPECT_EQ(classes, 3);
   EXPECT_EQ(log.Count(3, "ZR481_ALGO",
                       bvtest::Msg("getFeatureByImg", jw::kLineImgCount,
-                                  "----------------------------- set feature number to 3")),
+                                  "----------------------------- set feature number to 2")),
             1);
-  float2D_release(wmap);
 }
 
 TEST(JwmfStages, SegmentRelabellingAgainstTheFirstSegmentOfEachClass) {
@@ -458,9 +435,12 @@ TEST(JwmfStages, SegmentRelabellingAgainstTheFirstSegmentOfEachClass) {
 
 // ---- Drivers ----------------------------------------------------------------------------------
 
-// A depth plane of a few surfaces with noise and a guide that follows them.
+// A depth plane of a few surfaces with noise and a guide that follows them; the segment drivers
+// get one segment per guide value.
 struct Scene {
-  Scene(int w, int h, uint32_t seed) : w(w), h(h), depth(w * h), guide(w * h), mask(w * h) {
+  Scene(int w, int h, uint32_t seed)
+      : w(w), h(h), depth(w * h), guide(w * h), mask(w * h), colours(3 * 256), work(16 * w * h),
+        fwork(4 * w * h) {
     std::mt19937 rng(seed);
     for (int y = 0; y < h; ++y) {
       for (int x = 0; x < w; ++x) {
@@ -471,12 +451,46 @@ struct Scene {
         mask[i] = rng() % 5 ? 1 : 0;
       }
     }
+    for (int g = 0; g < 256; ++g) colours[3 * g] = static_cast<float>(g) * 8.f;
+    labels.assign(guide.begin(), guide.end());
+  }
+  // Driver k: JWMFilterWithImg, JWMFilterWithImg2, JWMFilter, JWMFFilter (radius 5),
+  // JWMFFilterImage_MaskArea, JWMFFilterImage_MaskArea2. Their status, or 0.
+  int Run(int k, float* d, uint8_t* m, int keep, int radius, void* pool, int threads,
+          const vta_algo_mem_allocator_t* t) {
+    const size_t n = depth.size();
+    uint8_t* wk = work.data();
+    switch (k) {
+      case 0: JWMFilterWithImg(d, guide.data(), 1, w, h, m, radius, keep, pool, threads, t); break;
+      case 1:
+        return JWMFilterWithImg2(wk, wk + n, wk + 2 * n, d, guide.data(), 1, w, h, m, radius, keep,
+                                 pool, threads, t);
+      case 2:
+        JWMFilter(d, w, h, m, keep, colours.data(), labels.data(), 256, pool, threads, t);
+        break;
+      case 3:
+        JWMFFilter(d, w, h, m, keep, colours.data(), labels.data(), 256, 5, pool, threads);
+        break;
+      case 4:
+        JWMFFilterImage_MaskArea(d, guide.data(), 1, w, h, m, radius, keep, pool, threads, t,
+                                 fwork.data());
+        break;
+      default:
+        return JWMFFilterImage_MaskArea2(d, guide.data(), 1, w, h, m, radius, keep, pool, threads,
+                                         t, wk);
+    }
+    return 0;
   }
   int w, h;
   std::vector<float> depth;
   std::vector<uint8_t> guide, mask;
+  std::vector<float> colours;
+  std::vector<int32_t> labels;
+  std::vector<uint8_t> work;
+  std::vector<float> fwork;
 };
 
+// Pairs of drivers that must agree (guide, segments, mask area); the unmasked pixels stay.
 TEST_F(Jwmf, DriverVariantsAgree) {
   LogCapture log;
   for (int iter = 0; iter < 12; ++iter) {
@@ -486,66 +500,35 @@ TEST_F(Jwmf, DriverVariantsAgree) {
     void* pool = iter % 4 ? pools_[threads] : nullptr;
     SCOPED_TRACE(Fmt("iter %d masked %d keep %d threads %d", iter, masked, keep, threads));
     bvtest::AllocTable table;
-    std::vector<float> a = s.depth, b = s.depth;
-    std::vector<uint8_t> ma = s.mask, mb = s.mask;
-    JWMFilterWithImg(a.data(), s.guide.data(), 1, s.w, s.h, masked ? ma.data() : nullptr, radius,
-                     keep, pool, threads, table.table());
-    std::vector<uint8_t> work(16 * s.depth.size());
-    ASSERT_EQ(JWMFilterWithImg2(work.data(), work.data() + s.depth.size(),
-                                work.data() + 2 * s.depth.size(), b.data(), s.guide.data(), 1, s.w,
-                                s.h, masked ? mb.data() : nullptr, radius, keep, pool, threads,
-                                table.table()),
-              0);
-    EXPECT_EQ(a, b);
-    EXPECT_EQ(ma, mb);
-    EXPECT_NE(a, s.depth);
-    for (size_t i = 0; i < a.size(); ++i) {
-      if (masked && ma[i] == 0) {
-        ASSERT_EQ(a[i], s.depth[i]) << i;
+    for (int k = 0; k < 6; k += 2) {
+      std::vector<float> a = s.depth, b = s.depth;
+      std::vector<uint8_t> ma = s.mask, mb = s.mask;
+      const bool m = masked || k == 4;
+      s.Run(k, a.data(), m ? ma.data() : nullptr, keep, radius, pool, threads, table.table());
+      ASSERT_EQ(s.Run(k + 1, b.data(), m ? mb.data() : nullptr, keep, radius, pool, threads,
+                      table.table()),
+                0);
+      EXPECT_EQ(a, b) << k;
+      EXPECT_EQ(ma, mb) << k;
+      EXPECT_NE(a, s.depth) << k;
+      for (size_t i = 0; i < a.size() && masked && k < 4; ++i) {
+        ASSERT_EQ(a[i], ma[i] ? a[i] : s.depth[i]) << i;
       }
     }
-    // Segment drivers: one segment per guide value.
-    std::vector<float> colours(3 * 256);
-    for (int g = 0; g < 256; ++g) colours[3 * g] = static_cast<float>(g) * 8.f;
-    std::vector<int32_t> labels(s.guide.begin(), s.guide.end());
-    a = b = s.depth;
-    ma = mb = s.mask;
-    JWMFilter(a.data(), s.w, s.h, masked ? ma.data() : nullptr, keep, colours.data(),
-              labels.data(), 256, pool, threads, table.table());
-    JWMFFilter(b.data(), s.w, s.h, masked ? mb.data() : nullptr, keep, colours.data(),
-               labels.data(), 256, 5, pool, threads);
-    EXPECT_EQ(a, b);
-    EXPECT_NE(a, s.depth);
-    // Mask-area variants.
-    a = b = s.depth;
-    ma = mb = s.mask;
-    std::vector<float> fwork(4 * s.depth.size());
-    JWMFFilterImage_MaskArea(a.data(), s.guide.data(), 1, s.w, s.h, ma.data(), radius, keep, pool,
-                             threads, table.table(), fwork.data());
-    ASSERT_EQ(JWMFFilterImage_MaskArea2(b.data(), s.guide.data(), 1, s.w, s.h, mb.data(), radius,
-                                        keep, pool, threads, table.table(), work.data()),
-              0);
-    EXPECT_EQ(a, b);
     EXPECT_EQ(table.live(), 0);
     for (const std::string& tag : table.tags()) EXPECT_EQ(tag, "OPT_BORDER_FILTER");
   }
   EXPECT_EQ(Count(log, kImg2Many), 0);
-}
-
-TEST_F(Jwmf, DriversLeaveFlatPlanesAndZeroMasksAlone) {
-  LogCapture log;
+  // A flat plane comes back unchanged (and is logged); so does any plane under a mask of zeros.
   Scene s(21, 17, 3);
   bvtest::AllocTable table;
   std::vector<float> flat(s.depth.size(), 2.0f), d = flat;
-  JWMFilterWithImg(d.data(), s.guide.data(), 1, s.w, s.h, nullptr, 2, 0, pools_[2], 2,
-                   table.table());
+  s.Run(0, d.data(), nullptr, 0, 2, pools_[2], 2, table.table());
   EXPECT_EQ(d, flat);
   EXPECT_EQ(Count(log, Flat(0.f, 2.f, 2.f)), 1);
   std::vector<uint8_t> zeros(s.depth.size(), 0);
   d = s.depth;
-  std::vector<float> work(4 * d.size());
-  JWMFFilterImage_MaskArea(d.data(), s.guide.data(), 1, s.w, s.h, zeros.data(), 3, 0, pools_[2],
-                           2, table.table(), work.data());
+  s.Run(4, d.data(), zeros.data(), 0, 3, pools_[2], 2, table.table());
   EXPECT_EQ(d, s.depth);
   EXPECT_EQ(table.live(), 0);
 }
@@ -556,55 +539,30 @@ TEST_F(Jwmf, FailuresAreLoggedLeakFreeAndLeaveTheDepthUnwritten) {
   for (int k = 1; k <= 3; ++k) {
     LogCapture log;
     bvtest::AllocTable table;
-    table.FailAt(k);
     std::vector<float> d = s.depth;
-    JWMFilterWithImg(d.data(), s.guide.data(), 1, s.w, s.h, nullptr, 2, 0, pools_[2], 2,
-                     table.table());
-    EXPECT_EQ(Count(log, kAllocImg), 1);
-    std::vector<int32_t> labels(s.guide.begin(), s.guide.end());
-    std::vector<float> colours(3 * 256, 1.f);
     table.FailAt(k);
-    JWMFilter(d.data(), s.w, s.h, nullptr, 0, colours.data(), labels.data(), 256, pools_[2], 2,
-              table.table());
+    s.Run(0, d.data(), nullptr, 0, 2, pools_[2], 2, table.table());
+    EXPECT_EQ(Count(log, kAllocImg), 1);
+    table.FailAt(k);
+    s.Run(2, d.data(), nullptr, 0, 2, pools_[2], 2, table.table());
     EXPECT_EQ(Count(log, kAllocSeg), 1);
     EXPECT_EQ(d, s.depth);
     EXPECT_EQ(table.live(), 0);
   }
   // Every library allocation of every driver, one at a time.
-  std::vector<uint8_t> work(16 * s.depth.size());
-  std::vector<int32_t> labels(s.guide.begin(), s.guide.end());
-  std::vector<float> colours(3 * 256);
-  for (int g = 0; g < 256; ++g) colours[3 * g + 1] = static_cast<float>(g);
   bvtest::AllocTable table;
   for (int variant = 0; variant < 4; ++variant) {
     const int runs = bvtest::ForEachMallocFailure([&](int run) {
       LogCapture log;
       std::vector<float> d = s.depth;
       std::vector<uint8_t> mask = s.mask;
-      switch (variant) {
-        case 0:
-          JWMFilterWithImg(d.data(), s.guide.data(), 1, s.w, s.h, nullptr, 2, 0, pools_[2], 2,
-                           table.table());
-          break;
-        case 1:
-          JWMFilterWithImg(d.data(), s.guide.data(), 1, s.w, s.h, mask.data(), 2, 1, nullptr, 3,
-                           table.table());
-          break;
-        case 2:
-          JWMFFilter(d.data(), s.w, s.h, nullptr, 0, colours.data(), labels.data(), 256, 3,
-                     pools_[2], 2);
-          break;
-        default:
-          JWMFilterWithImg2(work.data(), work.data() + d.size(), work.data() + 2 * d.size(),
-                            d.data(), s.guide.data(), 1, s.w, s.h, mask.data(), 2, 0, pools_[3],
-                            3, table.table());
-      }
+      const int k[] = {0, 0, 3, 1};
+      s.Run(k[variant], d.data(), variant % 2 ? mask.data() : nullptr, variant == 1, 2,
+            variant == 1 ? nullptr : pools_[2 + variant / 3], 2 + variant % 2, table.table());
       // A failed stage before the median leaves the depth alone; a failed worker leaves its
       // columns unfiltered and the rest is written.
-      const bool early = Count(log, kAllocFf) + Count(log, kImgWmap) + Count(log, kSegMalloc) +
-                             Count(log, kSegWmap) + Count(log, kCopyFail) >
-                         0;
-      if (early) {
+      if (Count(log, kAllocFf) + Count(log, kImgWmap) + Count(log, kSegMalloc) +
+          Count(log, kSegWmap) + Count(log, kCopyFail)) {
         EXPECT_EQ(d, s.depth) << "run " << run;
       }
       if (Count(log, kImgWmap)) {
@@ -622,37 +580,22 @@ TEST_F(Jwmf, FailuresAreLoggedLeakFreeAndLeaveTheDepthUnwritten) {
     EXPECT_GE(runs, 3) << variant;
   }
   EXPECT_EQ(table.live(), 0);
-}
-
-TEST_F(Jwmf, RefusalsOfTheWorkBufferDriver) {
+  // The work-buffer drivers' refusals: too few threads, too many (capped), no level table.
   LogCapture log;
-  Scene s(9, 9, 1);
-  bvtest::AllocTable table;
-  std::vector<uint8_t> work(16 * s.depth.size());
   std::vector<float> d = s.depth;
-  EXPECT_EQ(JWMFFilterImage_MaskArea2(d.data(), s.guide.data(), 1, s.w, s.h, s.mask.data(), 2, 1,
-                                      nullptr, 1, table.table(), work.data()),
-            -1);
+  EXPECT_EQ(s.Run(5, d.data(), s.mask.data(), 1, 2, nullptr, 1, table.table()), -1);
   EXPECT_EQ(Count(log, kImg2Few), 1);
   EXPECT_EQ(Count(log, kMaskArea2), 1);
   EXPECT_EQ(d, s.depth);
-  EXPECT_EQ(JWMFilterWithImg2(work.data(), work.data() + 81, work.data() + 162, d.data(),
-                              s.guide.data(), 1, s.w, s.h, nullptr, 2, 1, pools_[4], 6,
-                              table.table()),
-            0);
+  EXPECT_EQ(s.Run(1, d.data(), nullptr, 1, 2, pools_[4], 6, table.table()), 0);
   EXPECT_EQ(Count(log, kImg2Many), 1);
   table.FailAt(1);
   d = s.depth;
-  EXPECT_EQ(JWMFilterWithImg2(work.data(), work.data() + 81, work.data() + 162, d.data(),
-                              s.guide.data(), 1, s.w, s.h, nullptr, 2, 1, pools_[2], 2,
-                              table.table()),
-            -1);
+  EXPECT_EQ(s.Run(1, d.data(), nullptr, 1, 2, pools_[2], 2, table.table()), -1);
   EXPECT_EQ(Count(log, kAllocImg2), 1);
-  EXPECT_EQ(d, s.depth);
-  EXPECT_EQ(table.live(), 0);
   // Empty images and a null allocator go through the logged failure paths.
   JWMFilterWithImg(d.data(), s.guide.data(), 1, 0, 5, nullptr, 2, 0, nullptr, 1, table.table());
-  JWMFilterWithImg(d.data(), s.guide.data(), 1, s.w, s.h, nullptr, 2, 0, nullptr, 1, nullptr);
+  s.Run(0, d.data(), nullptr, 0, 2, nullptr, 1, nullptr);
   EXPECT_EQ(d, s.depth);
   EXPECT_EQ(table.live(), 0);
 }

@@ -49,16 +49,17 @@ void* RunColumnJob(void* argument, int /*threadIndex*/) {
   return nullptr;
 }
 
-// The output copy block (width x height int32 from safeNew) holding the levels of T planes.
+// The output copy block (width x height int32 from safeNew) holding the levels of T planes
+// (byte planes: only when no worker runs; the workers write every pixel of their columns).
 template <typename T>
-T* CopyLevels(const T* levels, int width, int height, const char* fn, int line) {
+T* CopyLevels(const T* levels, int width, int height, const char* fn, int line, bool fill = true) {
   const int64_t bytes = PixelCount(width, height) * 4;
   auto* copy = static_cast<T*>(safeNew(bytes > INT32_MAX ? -1 : static_cast<int>(bytes)));
   if (copy == nullptr) {
     BV_LOGE(kTagAlgo, fn, line, "filterCore failed!!\n");
     return nullptr;
   }
-  memcpy(copy, levels, static_cast<size_t>(PixelCount(width, height)) * sizeof(T));
+  if (fill) memcpy(copy, levels, static_cast<size_t>(PixelCount(width, height)) * sizeof(T));
   return copy;
 }
 
@@ -77,7 +78,9 @@ void RunWorkers(const T* levels, const T* features, float** weights, const uint8
   SplitColumns(width, threadCount, pool, [&](int i, int first, int end) {
     jobs[i] = {first, end, levels, features, weights, height, width, classes, levelCount,
                radius, mask, output};
-    MThread_Boot(pool, i, RunColumnJob<T>, &jobs[i]);
+    if (MThread_Boot(pool, i, RunColumnJob<T>, &jobs[i]) != 0) {
+      KeepColumns(first, end, levels, width, height, output);
+    }
   });
 }
 
@@ -85,7 +88,8 @@ uint8_t* MedianBytes(const uint8_t* levels, const uint8_t* features, float** wei
                      uint8_t* mask, int keepMask, int height, int width, int classes,
                      int levelCount, int radius, void* pool, int threadCount) {
   uint8_t* copy = CopyLevels(levels, width, height, mask != nullptr ? "filterCoreWithMask" : "filterCore",
-                             mask != nullptr ? kLineFilterMaskCopy : kLineFilterCoreCopy);
+                             mask != nullptr ? kLineFilterMaskCopy : kLineFilterCoreCopy,
+                             threadCount < 0);
   if (copy == nullptr) return nullptr;
   if (mask != nullptr && keepMask == 0) RemoveObstacles(mask, width, height);
   RunWorkers(levels, features, weights, mask, height, width, classes, levelCount, radius, pool,

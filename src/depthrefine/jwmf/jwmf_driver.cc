@@ -334,7 +334,6 @@ int JWMFilterWithImg2(uint8_t* levelBuf, uint8_t* featureBuf, uint8_t* outBuf, f
         MThread_Boot(pool, 1, RunImgFeatureJob8, &feat);
       },
       [&](Work<uint8_t>& w) -> const uint8_t* {
-        memcpy(outBuf, w.levels, static_cast<size_t>(PixelCount(width, height)));
         if (mask != nullptr && keepMask == 0) RemoveObstacles(mask, width, height);
         RunWorkers<uint8_t>(w.levels, w.features, w.wmap, mask, height, width, w.classes,
                             kImgLevels, radius, pool, threadCount, outBuf);

@@ -4,6 +4,7 @@
 #define BIVISTA_SRC_DEPTHREFINE_JWMF_JWMF_INTERNAL_H
 
 #include <stdint.h>
+#include <string.h>
 
 #include "bivista/jwmf.h"
 
@@ -90,6 +91,8 @@ int ImgFeatures(const uint8_t* guide, T* features, float*** weightMap, int32_t* 
 
 // The median over columns [first, end) of T planes (output written only where the mask, when
 // given, is nonzero). Logs and leaves the columns alone when its arrays cannot be allocated.
+// Byte planes instead get every pixel of the columns written, the level itself where none is
+// filtered, so that their output block needs no copy of the levels beforehand.
 // Dispatched once per call to the best vector target.
 #define BIVISTA_JWMF_COLUMNS_PARAMS(T)                                                         \
   int first, int end, const T *levels, const T *features, float **weights, int height,        \
@@ -109,7 +112,17 @@ namespace scalar {
 BIVISTA_JWMF_DECLARE_COLUMNS
 }  // namespace scalar
 
-// Worker split and boots over a caller-provided output copy (already holding the levels).
+// Byte planes: the columns [first, end) of the output take the levels as they are.
+inline void KeepColumns(int first, int end, const uint8_t* levels, int width, int height,
+                        uint8_t* output) {
+  for (int y = 0; y < height; ++y) {
+    const size_t at = static_cast<size_t>(y) * width + first;
+    memcpy(output + at, levels + at, static_cast<size_t>(end - first));
+  }
+}
+
+// Worker split and boots over a caller-provided output block (filled by the workers; the
+// columns of a worker the pool cannot start keep their levels).
 template <typename T>
 void RunWorkers(const T* levels, const T* features, float** weights, const uint8_t* mask,
                 int height, int width, int classes, int levelCount, int radius, void* pool,

@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "bivista/jwmf.h"
 #include "bivista/mem_services.h"
@@ -164,6 +165,9 @@ inline float FirstZero(const float* depth, int64_t n, float value) {
 }  // namespace jwmf
 }  // namespace bivista
 
+// The per-pixel steps of the walk are inlined into its row loop (GCC otherwise keeps some
+// lambdas out of line once the loop has grown).
+#define BIVISTA_JWMF_INLINE_LAMBDA __attribute__((always_inline))
 #define BIVISTA_JWMF_COLUMNS_ARGS \
   first, end, levels, features, weights, height, width, classes, levelCount, radius, mask, output
 #endif  // BIVISTA_JWMF_WALK_ONCE
@@ -178,6 +182,25 @@ using namespace walk;  // NOLINT
 // The weighted sums and level crossings on vectors (8- and 16-bit values; the wide kind and the
 // scalar target use the plain loops).
 struct VecOps {
+#if HWY_TARGET != HWY_SCALAR
+  // The terms of classes at .. at + lanes - 1: w[f] x scale x (sum of the banks), kept where
+  // that sum is nonzero (and for class 0 when head).
+  template <class DF, typename V>
+  static HWY_INLINE hn::Vec<DF> Term(DF df, const float* HWY_RESTRICT w,
+                                     const V* HWY_RESTRICT v, int n, int banks, int scale,
+                                     size_t at, bool head) {
+    const hn::Rebind<int32_t, DF> di;
+    const hn::Rebind<V, DF> dv;
+    auto sum = hn::LoadU(dv, v + at);
+    for (int k = 1; k < banks; ++k) sum = hn::Add(sum, hn::LoadU(dv, v + k * n + at));
+    auto x = hn::PromoteTo(di, sum);
+    if (scale == 2) x = hn::Add(x, x);
+    const auto prod = hn::Mul(hn::LoadU(df, w + at), hn::ConvertTo(df, x));
+    auto keep = hn::RebindMask(df, hn::Ne(x, hn::Zero(di)));
+    if (head) keep = hn::Or(keep, hn::FirstN(df, 1));
+    return hn::IfThenElseZero(keep, prod);
+  }
+#endif
   // 8- and 16-bit values with a padded weight row (limit == n); else the plain loop.
   template <typename V>
   static HWY_INLINE float Dot(const float* HWY_RESTRICT w, const V* HWY_RESTRICT v, int n,
@@ -193,25 +216,14 @@ struct VecOps {
       if (lanes < 4 || limit < n) return PlainOps::Dot(w, v, n, banks, scale, limit);
       const hn::Rebind<int32_t, decltype(df)> di;
       const hn::Rebind<V, decltype(df)> dv;
-      const auto first = hn::FirstN(df, 1);  // class 0 is always summed
-      const auto term = [&](size_t at, auto head) {
-        auto sum = hn::LoadU(dv, v + at);
-        for (int k = 1; k < banks; ++k) sum = hn::Add(sum, hn::LoadU(dv, v + k * n + at));
-        auto x = hn::PromoteTo(di, sum);
-        if (scale == 2) x = hn::Add(x, x);
-        const auto prod = hn::Mul(hn::LoadU(df, w + at), hn::ConvertTo(df, x));
-        auto keep = hn::RebindMask(df, hn::Ne(x, hn::Zero(di)));
-        if (head) keep = hn::Or(keep, first);
-        return hn::IfThenElseZero(keep, prod);
-      };
       const size_t per = kLanes / lanes;  // vectors per 16 classes: 1, 2 or 4
       auto a0 = hn::Zero(df), a1 = hn::Zero(df), a2 = hn::Zero(df), a3 = hn::Zero(df);
       for (size_t b = 0; b < static_cast<size_t>(n); b += kLanes) {
-        a0 = hn::Add(a0, term(b, b == 0));
-        if (per > 1) a1 = hn::Add(a1, term(b + lanes, false));
+        a0 = hn::Add(a0, Term(df, w, v, n, banks, scale, b, b == 0));
+        if (per > 1) a1 = hn::Add(a1, Term(df, w, v, n, banks, scale, b + lanes, false));
         if (per > 2) {
-          a2 = hn::Add(a2, term(b + 2 * lanes, false));
-          a3 = hn::Add(a3, term(b + 3 * lanes, false));
+          a2 = hn::Add(a2, Term(df, w, v, n, banks, scale, b + 2 * lanes, false));
+          a3 = hn::Add(a3, Term(df, w, v, n, banks, scale, b + 3 * lanes, false));
         }
       }
       // Lanes j and j + 8 in a vector of at most 8 lanes, then the last steps on its lanes.
@@ -272,16 +284,20 @@ class Tracker {
     SetCut(-1);
   }
 
-  uint32_t Idx(const Pix& p) const {
+  // Cells per level: a constant for the packed kinds, so that the row loops and the weighted
+  // sums over a level are unrolled.
+  HWY_INLINE int Stride() const { return K::kPacked ? 64 * K::kWords : g_.stride; }
+
+  HWY_INLINE uint32_t Idx(const Pix& p) const {
     if constexpr (K::kPacked) {
       return p;
     } else {
       return p.idx;
     }
   }
-  uint32_t Cls(const Pix& p) const {
+  HWY_INLINE uint32_t Cls(const Pix& p) const {
     if constexpr (K::kPacked) {
-      return p & (g_.stride - 1);
+      return p & (64u * K::kWords - 1u);
     } else {
       return p.cls;
     }
@@ -295,41 +311,89 @@ class Tracker {
   }
 
   int cut() const { return cut_; }
-  void SetCut(int cut) {
+  HWY_INLINE void SetCut(int cut) {
     cut_ = cut;
-    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(g_.stride);
+    cutLimit_ = static_cast<uint32_t>(cut + 1) * static_cast<uint32_t>(Stride());
   }
 
   // The n pixels of a row in (sign 1) or out (-1): each changes its cell count by one and its
   // class's balance by one (+1 in the window at or below the cut). The lists are read off the
   // counts when needed. Ins and outs, even and odd columns use different partial balances.
   template <int kSign>
-  void Row(const Pix* HWY_RESTRICT p, int n) {
+  HWY_NOINLINE void Row(const Pix* HWY_RESTRICT p, int n) {
     Count* HWY_RESTRICT counts = counts_;
-    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * g_.stride;
-    Bal* HWY_RESTRICT bal1 = bal0 + g_.stride;
+    const int stride = Stride();
+    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * stride;
+    Bal* HWY_RESTRICT bal1 = bal0 + stride;
     const uint32_t limit = cutLimit_;
-    const auto one = [&](const Pix& q, Bal* HWY_RESTRICT bal) {
-      const uint32_t idx = Idx(q);
-      counts[idx] = static_cast<Count>(counts[idx] + kSign);
-      const int below = idx < limit ? kSign : -kSign;
-      bal[Cls(q)] = static_cast<Bal>(bal[Cls(q)] + below);
+    int i = 0;
+    for (; i + 1 < n; i += 2) {
+      One<kSign>(counts, bal0, Idx(p[i]), Cls(p[i]), limit);
+      One<kSign>(counts, bal1, Idx(p[i + 1]), Cls(p[i + 1]), limit);
+    }
+    if (i < n) One<kSign>(counts, bal0, Idx(p[i]), Cls(p[i]), limit);
+  }
+
+  // The same for packed kinds straight from byte planes of levels and classes already known
+  // to be in range.
+  template <int kSign>
+  HWY_NOINLINE void RowBytes(const uint8_t* HWY_RESTRICT lv, const uint8_t* HWY_RESTRICT cl,
+                             int n) {
+    constexpr int kShift = K::kWords == 4 ? 8 : 6;
+    Count* HWY_RESTRICT counts = counts_;
+    Bal* HWY_RESTRICT bal0 = bal_ + (kSign > 0 ? 0 : 2) * Stride();
+    Bal* HWY_RESTRICT bal1 = bal0 + Stride();
+    const uint32_t limit = cutLimit_;
+    const auto at = [&](int k, Bal* HWY_RESTRICT bal) BIVISTA_JWMF_INLINE_LAMBDA {
+      One<kSign>(counts, bal, static_cast<uint32_t>(lv[k]) << kShift | cl[k], cl[k], limit);
     };
     int i = 0;
     for (; i + 1 < n; i += 2) {
-      one(p[i], bal0);
-      one(p[i + 1], bal1);
+      at(i, bal0);
+      at(i + 1, bal1);
     }
-    if (i < n) one(p[i], bal0);
+    if (i < n) at(i, bal0);
+  }
+
+  template <int kSign>
+  HWY_INLINE void One(Count* HWY_RESTRICT counts, Bal* HWY_RESTRICT bal, uint32_t idx,
+                      uint32_t cls, uint32_t limit) {
+    counts[idx] = static_cast<Count>(counts[idx] + kSign);
+    // +kSign at or below the cut, else -kSign, without a branch (the side is unpredictable).
+    const int32_t above = static_cast<int32_t>(idx - limit) >> 31 == 0;
+    const int32_t below = kSign - 2 * kSign * above;
+    bal[cls] = static_cast<Bal>(bal[cls] + below);
   }
 
   // Sum of w[f] x balance over the balance list (classes with a nonzero balance, and class 0).
-  float Balance(const float* w) {
-    return Ops::Dot(w, bal_, g_.stride, kBanks, 1, wlimit_);
+  HWY_INLINE float Balance(const float* w) {
+    return Ops::Dot(w, bal_, Stride(), kBanks, 1, wlimit_);
+  }
+
+  // The balance and the cut moved by the two stop rules; returns the final balance. The
+  // weights of the levels next to the cut do not depend on the balance: they are summed beside
+  // it, so that a move of one level (the usual case) does not wait for the balance first.
+  HWY_INLINE float Step(const float* w) {
+    const int cut = cut_;
+    if (!K::kPacked || cut < 0 || cut >= g_.levels - 1) return MoveCut(w, Balance(w));
+    const int stride = Stride();
+    const Count* at = counts_ + static_cast<size_t>(cut) * stride;
+    float balance = Balance(w);
+    const float below = Ops::Dot(w, at, stride, 1, 2, wlimit_);
+    const float above = Ops::Dot(w, at + stride, stride, 1, 2, wlimit_);
+    if (balance > 0 && cut != 0) {
+      Ops::Cross(bal_, at, stride, true);
+      return MoveOn(w, balance - below, cut - 1, true);
+    }
+    if (balance < 0) {
+      Ops::Cross(bal_, at + stride, stride, false);
+      return MoveOn(w, balance + above, cut + 1, false);
+    }
+    return balance;
   }
 
   // Moves the cut by the two stop rules and returns the final balance.
-  float MoveCut(const float* w, float balance) {
+  HWY_NOINLINE float MoveCut(const float* w, float balance) {
     int cut = cut_;
     if (balance > 0 && cut != 0) {
       // cut > 0 also keeps a cut of -1 (possible only with non-positive weights) in range.
@@ -348,12 +412,29 @@ class Tracker {
   }
 
  private:
+  // The rest of a move that has crossed one level already, in the same direction.
+  HWY_INLINE float MoveOn(const float* w, float balance, int cut, bool down) {
+    if (down) {
+      while (balance > 0 && cut > 0) {
+        balance -= CrossLevel(w, cut, true);
+        --cut;
+      }
+    } else {
+      while (balance < 0 && cut != g_.levels - 1) {
+        balance += CrossLevel(w, cut + 1, false);
+        ++cut;
+      }
+    }
+    SetCut(cut);
+    return balance;
+  }
+
   // Moves every pixel of level across the cut (down: to above it); returns the level's weight,
   // the sum of 2 x count x w[f] over the classes present at the level (and class 0).
   float CrossLevel(const float* w, int level, bool down) {
-    const Count* counts = counts_ + static_cast<size_t>(level) * g_.stride;
-    const float weight = Ops::Dot(w, counts, g_.stride, 1, 2, wlimit_);
-    Ops::Cross(bal_, counts, g_.stride, down);
+    const Count* counts = counts_ + static_cast<size_t>(level) * Stride();
+    const float weight = Ops::Dot(w, counts, Stride(), 1, 2, wlimit_);
+    Ops::Cross(bal_, counts, Stride(), down);
     return weight;
   }
 
@@ -364,6 +445,27 @@ class Tracker {
   int cut_ = -1;
   uint32_t cutLimit_ = 0;
 };
+
+// Whether every byte of the rows' columns [x0, x0 + n) is below limit.
+bool BytesBelow(const uint8_t* HWY_RESTRICT plane, int width, int height, int x0, int n,
+                int limit) {
+  if (limit > 255) return true;
+  if (limit < 1) return false;
+  const hn::ScalableTag<uint8_t> d;
+  const size_t lanes = hn::Lanes(d);
+  const auto top = hn::Set(d, static_cast<uint8_t>(limit - 1));
+  auto over = hn::Zero(d);  // lanes above the top level
+  uint8_t tail = 0;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* row = plane + static_cast<size_t>(y) * width + x0;
+    size_t i = 0;
+    for (; i + lanes <= static_cast<size_t>(n); i += lanes) {
+      over = hn::Or(over, hn::SaturatedSub(hn::LoadU(d, row + i), top));
+    }
+    for (; i < static_cast<size_t>(n); ++i) tail = static_cast<uint8_t>(tail | (row[i] >= limit));
+  }
+  return tail == 0 && hn::AllTrue(d, hn::Eq(over, hn::Zero(d)));
+}
 
 // One worker's columns.
 template <typename K, typename Ops, typename T>
@@ -382,7 +484,22 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   // Packed kinds read weight rows padded with zeros to the stride.
   const int64_t wpadBytes =
       K::kPacked ? static_cast<int64_t>(classes) * g.stride * static_cast<int64_t>(sizeof(float)) : 0;
-  const int64_t bandBytes = static_cast<int64_t>(bandW) * height * sizeof(Pix);
+  // Packed kinds over byte planes whose levels and classes are all in range read the planes
+  // directly; the others pack a band of the worker's columns (clamped) first.
+  bool direct = false;
+  if constexpr (K::kPacked && sizeof(T) == 1) {
+    direct = BytesBelow(reinterpret_cast<const uint8_t*>(levels), width, height, bx0, bandW,
+                        levelCount) &&
+             BytesBelow(reinterpret_cast<const uint8_t*>(features), width, height, bx0, bandW,
+                        classes);
+  }
+  // Byte planes get every pixel of the columns written (the level itself where none is found),
+  // first into a contiguous buffer per column: a store down the plane's column misses the first
+  // cache level and holds up the histogram's stores behind it.
+  constexpr bool kFill = sizeof(T) == 1;
+  const int64_t colBytes = kFill ? static_cast<int64_t>(height) : 0;
+  const int64_t bandBytes =
+      colBytes + (direct ? 0 : static_cast<int64_t>(bandW) * height * sizeof(Pix));
   Count** countRows = nullptr;
   unsigned char* block = nullptr;
   if (static_cast<int64_t>(levelCount) * g.stride * sizeof(Count) <= INT32_MAX &&
@@ -397,6 +514,7 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
     BV_LOGE(kTagAlgo, "filterCore_multiThread", kLineCoreMalloc,
             "filterCore_multiThread malloced memory failed!!\n");
     if (countRows != nullptr) ReleaseRows(countRows);
+    if constexpr (sizeof(T) == 1) KeepColumns(first, end, levels, width, height, output);
     return;
   }
   auto* bal = reinterpret_cast<typename K::Bal*>(block);
@@ -408,9 +526,10 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       memset(row + classes, 0, sizeof(float) * (g.stride - classes));
     }
   }
-  auto* band = reinterpret_cast<Pix*>(block + balBytes + wpadBytes);
+  auto* columnOut = reinterpret_cast<T*>(block + balBytes + wpadBytes);
+  auto* band = reinterpret_cast<Pix*>(block + balBytes + wpadBytes + colBytes);
   // Level and class of every band pixel, clamped into range, packed once.
-  for (int y = 0; y < height; ++y) {
+  for (int y = 0; y < (direct ? 0 : height); ++y) {
     const T* lr = levels + static_cast<size_t>(y) * width + bx0;
     const T* fr = features + static_cast<size_t>(y) * width + bx0;
     Pix* out = band + static_cast<size_t>(y) * bandW;
@@ -420,68 +539,106 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
       out[i] = Tracker<K, Ops>::Make(static_cast<uint32_t>(lv * g.stride + cl), cl, lv);
     }
   }
-  Tracker<K, Ops> t(g, countRows[0], bal, K::kPacked ? g.stride : classes);
+  // One column's window: its tracker, columns and rows.
+  struct Walk {
+    Tracker<K, Ops>* t;
+    T* out;  // byte planes: the column's output
+    int x, c0, c1, top, bottom;
+    bool stale;
+  };
+  Tracker<K, Ops> t0(g, countRows[0], bal, K::kPacked ? g.stride : classes);
 
-  for (int x = first; x < end; ++x) {
-    const int c0 = std::max(x - r, 0) - bx0;
-    const int c1 = std::min(x + r, width - 1) - bx0;  // inclusive; empty when c1 < c0
-    int top = 0, bottom = -1;  // rows in the window
-    const auto addRow = [&](int y) {
+  const auto row = [&](Walk& c, int y, auto sign) BIVISTA_JWMF_INLINE_LAMBDA {
+    if (K::kPacked && sizeof(T) == 1 && direct) {
+      const size_t at = static_cast<size_t>(y) * width + bx0 + c.c0;
+      c.t->template RowBytes<decltype(sign)::value>(
+          reinterpret_cast<const uint8_t*>(levels) + at,
+          reinterpret_cast<const uint8_t*>(features) + at, c.c1 - c.c0 + 1);
+    } else {
       const Pix* p = band + static_cast<size_t>(y) * bandW;
-      t.template Row<1>(p + c0, c1 - c0 + 1);
-    };
-    const auto removeRow = [&](int y) {
-      const Pix* p = band + static_cast<size_t>(y) * bandW;
-      t.template Row<-1>(p + c0, c1 - c0 + 1);
-    };
-    // Taking the window's pixels out again clears the histogram and balances.
-    const auto build = [&](int from, int to) {
-      for (int y = top; y <= bottom; ++y) removeRow(y);
-      t.SetCut(-1);
-      top = std::max(from, 0);
-      bottom = std::min(to, height - 1);
-      for (int y = top; y <= bottom; ++y) addRow(y);
-    };
-    bool stale = true;
+      c.t->template Row<decltype(sign)::value>(p + c.c0, c.c1 - c.c0 + 1);
+    }
+  };
+  using In = std::integral_constant<int, 1>;
+  using Out = std::integral_constant<int, -1>;
+  // Taking the window's pixels out again clears the histogram and balances.
+  const auto build = [&](Walk& c, int from, int to) {
+    for (int y = c.top; y <= c.bottom; ++y) row(c, y, Out());
+    c.t->SetCut(-1);
+    c.top = std::max(from, 0);
+    c.bottom = std::min(to, height - 1);
+    for (int y = c.top; y <= c.bottom; ++y) row(c, y, In());
+  };
+  const auto begin = [&](Walk& c, int x) {
+    c.x = x;
+    c.c0 = std::max(x - r, 0) - bx0;
+    c.c1 = std::min(x + r, width - 1) - bx0;  // inclusive; empty when c1 < c0
+    c.top = 0;
+    c.bottom = -1;
+    c.stale = true;
     if (mask == nullptr) {
-      build(0, r);
-      stale = false;
+      build(c, 0, r);
+      c.stale = false;
     }
-    for (int y = 0; y < height; ++y) {
-      const size_t at = static_cast<size_t>(y) * width + x;
-      if (mask != nullptr) {
-        if (mask[at] == 0) {
-          stale = true;
-          continue;
-        }
-        if (stale) {
-          build(y - r, y + r);
-          stale = false;
-        }
+  };
+  // Row y of a column: its output, then the slide.
+  const auto put = [&](Walk& c, int y, size_t at, T value) BIVISTA_JWMF_INLINE_LAMBDA {
+    if (kFill) {
+      c.out[y] = value;
+    } else {
+      output[at] = value;
+    }
+  };
+  const auto finish = [&](Walk& c) {
+    build(c, 0, -1);
+    if (kFill) {
+      for (int y = 0; y < height; ++y) output[static_cast<size_t>(y) * width + c.x] = c.out[y];
+    }
+  };
+  const auto step = [&](Walk& c, int y) BIVISTA_JWMF_INLINE_LAMBDA {
+    const size_t at = static_cast<size_t>(y) * width + c.x;
+    if (mask != nullptr) {
+      if (mask[at] == 0) {
+        if (kFill) put(c, y, at, levels[at]);
+        c.stale = true;
+        return;
       }
-      const uint32_t centre = t.Cls(band[static_cast<size_t>(y) * bandW + (x - bx0)]);
-      const float* w = K::kPacked ? wpad + static_cast<size_t>(centre) * g.stride : weights[centre];
-      const float balance = t.MoveCut(w, t.Balance(w));
-      const int cut = t.cut();
-      if (cut < 0 || cut > levelCount - 1) {
-        BV_LOGW(kTagAlgo, "filterCore_multiThread", kLineCoreRange,
-                "get filtered value %d by balance weight %3.8f", cut, balance);
-      } else {
-        output[at] = static_cast<T>(cut);
-      }
-      // Slide: the row below comes in, then the top row goes out.
-      const int in = y + r + 1, out = y - r;
-      if (in >= 0 && in < height) {
-        addRow(in);
-        if (bottom < top) top = in;
-        bottom = in;
-      }
-      if (out >= 0 && out < height && out >= top && out <= bottom) {
-        removeRow(out);
-        top = out + 1;
+      if (c.stale) {
+        build(c, y - r, y + r);
+        c.stale = false;
       }
     }
-    build(0, -1);
+    const uint32_t centre = direct
+                                ? static_cast<uint32_t>(features[at])
+                                : c.t->Cls(band[static_cast<size_t>(y) * bandW + (c.x - bx0)]);
+    const float* w = K::kPacked ? wpad + static_cast<size_t>(centre) * g.stride : weights[centre];
+    const float balance = c.t->Step(w);
+    const int cut = c.t->cut();
+    if (cut < 0 || cut > levelCount - 1) {
+      BV_LOGW(kTagAlgo, "filterCore_multiThread", kLineCoreRange,
+              "get filtered value %d by balance weight %3.8f", cut, balance);
+      if (kFill) put(c, y, at, levels[at]);
+    } else {
+      put(c, y, at, static_cast<T>(cut));
+    }
+    // Slide: the row below comes in, then the top row goes out.
+    const int in = y + r + 1, out = y - r;
+    if (in >= 0 && in < height) {
+      row(c, in, In());
+      if (c.bottom < c.top) c.top = in;
+      c.bottom = in;
+    }
+    if (out >= 0 && out < height && out >= c.top && out <= c.bottom) {
+      row(c, out, Out());
+      c.top = out + 1;
+    }
+  };
+
+  Walk a{&t0, columnOut, 0, 0, -1, 0, -1, true};
+  for (int x = first; x < end; ++x) {
+    begin(a, x);
+    for (int y = 0; y < height; ++y) step(a, y);
+    finish(a);
   }
   ReleaseRows(countRows);
   safeDelete(block);
@@ -490,7 +647,11 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
 template <typename Ops, typename T>
 void Columns(int first, int end, const T* levels, const T* features, float** weights, int height,
              int width, int classes, int levelCount, int radius, const uint8_t* mask, T* output) {
-  if (first >= end || height < 1 || levelCount < 1 || classes < 1 || weights == nullptr) return;
+  if (first >= end || height < 1) return;
+  if (levelCount < 1 || classes < 1 || weights == nullptr) {
+    if constexpr (sizeof(T) == 1) KeepColumns(first, end, levels, width, height, output);
+    return;
+  }
   // Beyond the image the window is clipped anyway (and empty for any negative radius); this
   // keeps row and column arithmetic in range.
   const int span = std::max(width, height);
