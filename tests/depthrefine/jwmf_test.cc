@@ -328,7 +328,7 @@ TEST_F(Jwmf, CoreEdgeCases) {
   // An empty window, then zero weights: the balance never moves, every pixel reports the cut
   // out of range and keeps its level.
   for (int radius : {INT_MIN + 3, 1}) {
-    lv = in;
+    lv.assign(in.begin(), in.end());
     log.Clear();
     w[0][0] = radius == 1 ? 0.f : 1.f;
     ASSERT_EQ(filterCore(lv.data(), feat.data(), w, 3, 3, 1, 10, radius, nullptr, 2), 0);

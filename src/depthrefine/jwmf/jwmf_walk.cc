@@ -205,11 +205,11 @@ struct VecOps {
   template <typename V>
   static HWY_INLINE float Dot(const float* HWY_RESTRICT w, const V* HWY_RESTRICT v, int n,
                               int banks, int scale, int limit) {
-    const hn::CappedTag<float, kLanes> df;
-    const size_t lanes = hn::Lanes(df);
 #if HWY_TARGET == HWY_SCALAR
     return PlainOps::Dot(w, v, n, banks, scale, limit);
 #else
+    const hn::CappedTag<float, kLanes> df;
+    const size_t lanes = hn::Lanes(df);
     if constexpr (sizeof(V) > 2) {
       return PlainOps::Dot(w, v, n, banks, scale, limit);
     } else {
