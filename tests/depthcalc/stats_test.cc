@@ -97,6 +97,10 @@ TEST(AverageDisparity, LowPeakAndGuardsOutsideTheBins) {
                   static_cast<float>((0.5 * 2 * 2 + 4 + 3 * 3) / (0.5 * 2 + 1 + 3)));
   // 16-bit samples above bin 159 count only in the (clipped) maximum.
   EXPECT_FLOAT_EQ(Avg({40, 40, 40, 900, 900, 900, 900}, 1, 0, true).r[0], 40.0f);
+  // Peaks three bins apart (the smoothing clips at 70, the raw bins do not) are refused.
+  const Avg apart({65, 65, 80, 81, 82, 83, 84, 85, 86, 87, 88, 89}, 1, 0, true);
+  EXPECT_EQ(apart.score, 5);
+  EXPECT_EQ(apart.r[3], 0.0f);
   // Nothing kept and a minimum that starts at w = 400: no read outside the histogram.
   Avg flat(std::vector<int>(800, 0), 2, 40);
   EXPECT_TRUE(isnan(flat.r[0]));
