@@ -497,7 +497,8 @@ void RunColumns(int first, int end, const T* levels, const T* features, float** 
   // first into a contiguous buffer per column: a store down the plane's column misses the first
   // cache level and holds up the histogram's stores behind it.
   constexpr bool kFill = sizeof(T) == 1;
-  const int64_t colBytes = kFill ? static_cast<int64_t>(height) : 0;
+  // Rounded to whole lines: the band that follows must stay aligned for its pixels.
+  const int64_t colBytes = kFill ? (static_cast<int64_t>(height) + 63) / 64 * 64 : 0;
   const int64_t bandBytes =
       colBytes + (direct ? 0 : static_cast<int64_t>(bandW) * height * sizeof(Pix));
   Count** countRows = nullptr;
