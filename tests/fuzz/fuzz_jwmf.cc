@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include "bivista/jwmf.h"
+#include "jwmf_inputs.h"
 #include "support.h"
 
 namespace {
@@ -27,11 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int threads = p.ConsumeBool() ? bvfuzz::AnyInt(p) : bvfuzz::Dim(p, -1, 6);
     std::vector<int32_t> lv = bvfuzz::Buffer<int32_t>(p, n);
     const std::vector<int32_t> feat = bvfuzz::Buffer<int32_t>(p, n);
-    const int c = classes > 0 ? classes : 1;
-    float** wmap = float2D(c, c);
+    float** wmap = bvfuzz::WeightMap(p, classes);
     if (wmap == nullptr) return 0;
-    const std::vector<float> wv = bvfuzz::Buffer<float>(p, static_cast<size_t>(c) * c);
-    for (int i = 0; i < c * c; ++i) wmap[0][i] = wv[i];
     std::vector<uint8_t> mask = bvfuzz::Buffer<uint8_t>(p, n);
     const std::vector<int32_t> before = lv;
     const int rc = p.ConsumeBool()

@@ -3,6 +3,7 @@
 // and class counts, radii and weights. A median worker writes only its own columns of the output;
 // the best and the lowest vector target agree.
 #include "bivista/jwmf.h"
+#include "jwmf_inputs.h"
 #include "support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -51,11 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const bool masked = p.ConsumeBool();
       const std::vector<int32_t> lv = bvfuzz::Buffer<int32_t>(p, n);
       const std::vector<int32_t> feat = bvfuzz::Buffer<int32_t>(p, n);
-      const int c = classes > 0 ? classes : 1;
-      float** wmap = float2D(c, c);
+      float** wmap = bvfuzz::WeightMap(p, classes);
       if (wmap == nullptr) return 0;
-      const std::vector<float> wv = bvfuzz::Buffer<float>(p, static_cast<size_t>(c) * c);
-      for (int i = 0; i < c * c; ++i) wmap[0][i] = wv[i];
       const std::vector<uint8_t> mask = bvfuzz::Buffer<uint8_t>(p, n);
       std::vector<int32_t> out[2];
       bvfuzz::OnBestAndLowestTarget([&](bool lowest) {

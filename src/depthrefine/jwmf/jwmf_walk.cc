@@ -214,8 +214,6 @@ struct VecOps {
       return PlainOps::Dot(w, v, n, banks, scale, limit);
     } else {
       if (lanes < 4 || limit < n) return PlainOps::Dot(w, v, n, banks, scale, limit);
-      const hn::Rebind<int32_t, decltype(df)> di;
-      const hn::Rebind<V, decltype(df)> dv;
       const size_t per = kLanes / lanes;  // vectors per 16 classes: 1, 2 or 4
       auto a0 = hn::Zero(df), a1 = hn::Zero(df), a2 = hn::Zero(df), a3 = hn::Zero(df);
       for (size_t b = 0; b < static_cast<size_t>(n); b += kLanes) {
