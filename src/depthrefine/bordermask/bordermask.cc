@@ -104,13 +104,12 @@ bool WillRun(void* pool, int i) {
   return p->workers != nullptr && i < p->count;
 }
 
-// Clears rows [first, end) and their samples.
-// Worker 1's job when it also closes the lower rows of the mask: its gradient rows, then, once
-// the caller has the threshold, marking and closing rows [split, height).
-constexpr int kMaxSplitWidth = 4096;
-// The rows of workers 0 and 1 are taken in chunks by whichever of the caller and worker 1 is free,
-// so a late wake-up or a descheduled thread costs no idle time on the other.
+// The split needs bands that read no other band's rows (no prior, bit rows).
+constexpr int kMaxSplitWidth = border::kMaxBandWidth;
+// Gradient chunks and mark-and-close bands are taken by whichever of the caller and worker 1 is
+// free, so a late wake-up or a descheduled thread costs no idle time on the other.
 constexpr int kMaxChunks = 64;
+constexpr int kBands = 16;
 struct Partner {
   GradientShare rows;  // rows of workers 0 and 1 together
   int chunkRows;
@@ -120,7 +119,8 @@ struct Partner {
   Waiter chunkDone;
   Signal thresholdReady;
   float threshold;
-  int split;
+  int bandRows;
+  std::atomic<int> nextBand{0};
   uint8_t* mask;
   uint8_t* scratch;
 
@@ -143,6 +143,16 @@ struct Partner {
     if (wait) chunkDone.WaitFor(isDone);
     return isDone();
   }
+  // Marks and closes the bands still free, once the threshold is known.
+  void RunBands() {
+    const DataGradientThreadParam& r = rows.p;
+    for (;;) {
+      const int y0 = nextBand.fetch_add(1, std::memory_order_relaxed) * bandRows;
+      if (y0 >= r.height) return;
+      BorderMarkClose(r.gradient, nullptr, false, r.width, r.height, threshold, mask, scratch, y0,
+                      std::min(y0 + bandRows, r.height));
+    }
+  }
 };
 
 void* PartnerJob(void* param, int) {
@@ -150,10 +160,7 @@ void* PartnerJob(void* param, int) {
   while (p.RunOne()) {
   }
   p.thresholdReady.Wait();
-  uint8_t halo[6 * kMaxSplitWidth];
-  const DataGradientThreadParam& r = p.rows.p;
-  BorderMarkClose(r.gradient, nullptr, false, r.width, r.height, p.threshold, p.mask, p.scratch,
-                  p.split, r.height, halo);
+  p.RunBands();
   return nullptr;
 }
 
@@ -164,6 +171,7 @@ bool AllRun(void* pool, int count) {
   return p->workers != nullptr && count <= p->count;
 }
 
+// Clears rows [first, end) and their samples.
 void ZeroRows(float* g, uint8_t* samples, int width, int first, int end) {
   if (end > first) {
     memset(g + static_cast<ptrdiff_t>(first) * width, 0,
@@ -241,7 +249,8 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
                             : 0;
     for (; k < end; ++k) sum += border::GetSample(samples, k);
   };
-  // Worker 1 closes the lower rows itself (no prior: the bands then only read the gradient).
+  // Worker 1 shares the gradient rows and the marking and closing (no prior: the bands then only
+  // read the gradient).
   const bool split = workers >= 2 && prior == nullptr && width <= kMaxSplitWidth &&
                      height >= 8 && AllRun(pool, workers);
   Partner partner;
@@ -252,7 +261,7 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
     partner.chunkRows = std::max(8, (rows + kMaxChunks - 1) / kMaxChunks);
     partner.chunks = rows > 0 ? (rows + partner.chunkRows - 1) / partner.chunkRows : 0;
     for (auto& d : partner.done) d.store(false, std::memory_order_relaxed);
-    partner.split = height / 2;
+    partner.bandRows = (height + kBands - 1) / kBands;
     partner.mask = mask;
     partner.scratch = scratch;
     MThread_Boot(pool, 1, PartnerJob, &partner);
@@ -285,13 +294,11 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
   if (split) {
     partner.threshold = threshold;
     partner.thresholdReady.Set();
-    uint8_t halo[6 * kMaxSplitWidth];
-    BorderMarkClose(gradient, nullptr, false, width, height, threshold, mask, scratch, 0,
-                    partner.split, halo);
+    partner.RunBands();
     MThread_Sync(pool, 1, 1);
   } else {
     BorderMarkClose(gradient, prior, prior != nullptr && mergePrior != 0, width, height, threshold,
-                    mask, scratch, 0, height, nullptr);
+                    mask, scratch, 0, height);
   }
   return 0;
 }

@@ -57,9 +57,8 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
   }
 }
 
-// clear: gradients under the prior become 0 (else grad is only read).
 HWY_INLINE void MarkRow(float* grad, const uint8_t* prior, bool merge, ptrdiff_t n, float th,
-                        uint8_t* mask, bool clear = true) {
+                        uint8_t* mask) {
   ptrdiff_t i = 0;
 #if HWY_TARGET != HWY_SCALAR
   const hn::ScalableTag<float> d;
@@ -77,15 +76,12 @@ HWY_INLINE void MarkRow(float* grad, const uint8_t* prior, bool merge, ptrdiff_t
       // 255 | p is 255, 0 | p is p.
       if (merge) m = hn::Or(m, p);
       const auto set = hn::RebindMask(d, hn::Ne(hn::PromoteTo(du, p), hn::Zero(du)));
-      if (clear) hn::StoreU(hn::IfThenZeroElse(set, g), d, grad + i);
+      hn::StoreU(hn::IfThenZeroElse(set, g), d, grad + i);
     }
     hn::StoreU(m, d8, mask + i);
   }
 #endif
-  for (; i < n; ++i) {
-    float copy = grad[i];
-    border::Mark(clear ? grad + i : &copy, th, prior ? prior[i] : 0, merge, mask + i);
-  }
+  for (; i < n; ++i) border::Mark(grad + i, th, prior ? prior[i] : 0, merge, mask + i);
 }
 
 // out[x] = Rect3(up, mid, down, x) for x in [1, w - 1).
@@ -113,43 +109,119 @@ HWY_INLINE void RectRow(const uint8_t* up, const uint8_t* mid, const uint8_t* do
   for (; x < w - 1; ++x) out[x] = border::Rect3(up, mid, down, x, kOr);
 }
 
-void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
-                     uint8_t* mask, uint8_t* scratch, int y0, int y1, uint8_t* halo) {
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "bit rows are read back as bytes");
+
+// Bits of Mark() for one row of w values (bits past the width stay 0).
+HWY_INLINE void MarkBits(const float* g, int w, float th, uint64_t* bits) {
+  for (int k = 0; k < border::BitWords(w); ++k) bits[k] = 0;
+  int x = 0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  // The last word's lanes past the width are neither loaded nor set.
+  const __m512 vth = _mm512_set1_ps(th);
+  for (; x < w; x += 64) {
+    const auto ge = [&](int j) {
+      const int left = w - x - 16 * j;
+      const __mmask16 valid = left >= 16 ? 0xFFFF : left <= 0 ? 0 : (1u << left) - 1;
+      return _mm512_mask_cmp_ps_mask(valid, _mm512_maskz_loadu_ps(valid, g + x + 16 * j), vth,
+                                     _CMP_GE_OQ);
+    };
+    bits[x >> 6] = _mm512_kunpackd(_mm512_kunpackw(ge(3), ge(2)), _mm512_kunpackw(ge(1), ge(0)));
+  }
+#elif HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<float> d;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  const auto vth = hn::Set(d, th);
+  const uint64_t valid = lanes >= 64 ? ~uint64_t{0} : (uint64_t{1} << lanes) - 1;
+  for (; 64 % lanes == 0 && x + lanes <= w; x += lanes) {
+    uint8_t b[8] = {0};
+    hn::StoreMaskBits(d, hn::Ge(hn::LoadU(d, g + x), vth), b);
+    uint64_t v;
+    memcpy(&v, b, sizeof(v));
+    bits[x >> 6] |= (v & valid) << (x & 63);
+  }
+#endif
+  for (; x < w; ++x) bits[x >> 6] |= uint64_t{border::Marked(g[x], th)} << (x & 63);
+}
+
+// out[x] = 255 where bit x is set, else 0.
+HWY_INLINE void ExpandBits(const uint64_t* bits, int w, uint8_t* out) {
+  int x = 0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  for (; x < w; x += 64) {
+    const int left = w - x;
+    const __mmask64 valid = left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1;
+    _mm512_mask_storeu_epi8(out + x, valid, _mm512_movm_epi8(bits[x >> 6]));
+  }
+#elif HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<uint8_t> d8;
+  const int lanes = static_cast<int>(hn::Lanes(d8));
+  const uint8_t* bytes = reinterpret_cast<const uint8_t*>(bits);
+  for (; x + lanes <= w; x += lanes) {
+    hn::StoreU(hn::VecFromMask(d8, hn::LoadMaskBits(d8, bytes + x / 8)), d8, out + x);
+  }
+#endif
+  for (; x < w; ++x) out[x] = border::Bit(bits, x) ? 255 : 0;
+}
+
+// BorderMarkClose for a mask without prior values, which holds only 0 and 255: the closing runs
+// on bit rows kept in rings, so a band reads no other band's rows of mask and scratch.
+HWY_INLINE void MarkCloseBits(const float* grad, int w, int h, float th, uint8_t* mask,
+                              uint8_t* scratch, int y0, int y1) {
+  uint64_t marked[4][border::kMaxBitWords];
+  uint64_t dilated[4][border::kMaxBitWords];
+  uint64_t eroded[border::kMaxBitWords];
+  const auto M = [&](int y) { return marked[y & 3]; };
+  const auto D = [&](int y) { return dilated[y & 3]; };
   const ptrdiff_t s = w;
-  // Rows of other bands: marked rows y0 - 2, y0 - 1, y1, y1 + 1 and dilated rows y0 - 1, y1 in
-  // the halo, so that bands never touch each other's rows.
-  const auto marked = [&](int y) -> uint8_t* {
-    if (y >= y0 && y < y1) return mask + y * s;
-    return halo + (y < y0 ? y - (y0 - 2) : 2 + y - y1) * s;
-  };
-  const auto dilated = [&](int y) -> uint8_t* {
-    if (y >= y0 && y < y1) return scratch + y * s;
-    return halo + (y < y0 ? 4 : 5) * s;
-  };
   const int first = y0 - 2 > 0 ? y0 - 2 : 0;
   const int last = y1 + 2 < h ? y1 + 2 : h;
-  // Row t is marked, row t - 1 dilated, row t - 2 eroded back: each step reads only rows the
-  // later ones no longer need.
+  const auto frame = [&](int y) { return y == 0 || y == h - 1 || w <= 2; };
   for (int t = first; t < last + 2; ++t) {
-    if (t < last) {
-      MarkRow(grad + t * s, prior != nullptr ? prior + t * s : nullptr, merge, w, th, marked(t),
-              t >= y0 && t < y1);
-    }
+    if (t < last) MarkBits(grad + t * s, w, th, M(t));
     const int yd = t - 1;
     if (yd >= first && yd >= y0 - 1 && yd <= y1 && yd < h) {
-      const uint8_t* m = marked(yd);
-      uint8_t* out = dilated(yd);
+      if (frame(yd)) {
+        memcpy(D(yd), M(yd), sizeof(marked[0]));
+      } else {
+        border::Rect3Bits(M(yd - 1), M(yd), M(yd + 1), M(yd), w, true, D(yd));
+      }
+      if (yd >= y0 && yd < y1) ExpandBits(D(yd), w, scratch + yd * s);
+    }
+    const int ye = t - 2;
+    if (ye >= y0 && ye < y1) {
+      if (!frame(ye)) border::Rect3Bits(D(ye - 1), D(ye), D(ye + 1), M(ye), w, false, eroded);
+      ExpandBits(frame(ye) ? M(ye) : eroded, w, mask + ye * s);
+    }
+  }
+}
+
+void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
+                     uint8_t* mask, uint8_t* scratch, int y0, int y1) {
+  if (prior == nullptr && w <= border::kMaxBandWidth) {
+    MarkCloseBits(grad, w, h, th, mask, scratch, y0, y1);
+    return;
+  }
+  const ptrdiff_t s = w;
+  // Row t is marked, row t - 1 dilated, row t - 2 eroded back: each step reads only rows the
+  // later ones no longer need.
+  for (int t = 0; t < h + 2; ++t) {
+    if (t < h) MarkRow(grad + t * s, prior != nullptr ? prior + t * s : nullptr, merge, w, th, mask + t * s);
+    const int yd = t - 1;
+    if (yd >= 0 && yd < h) {
+      const uint8_t* m = mask + yd * s;
+      uint8_t* out = scratch + yd * s;
       if (yd == 0 || yd == h - 1 || w <= 2) {
         memcpy(out, m, static_cast<size_t>(w));
       } else {
         out[0] = m[0];
         out[w - 1] = m[w - 1];
-        RectRow<true>(marked(yd - 1), m, marked(yd + 1), out, w);
+        RectRow<true>(m - s, m, m + s, out, w);
       }
     }
     const int ye = t - 2;
-    if (ye >= y0 && ye < y1 && ye >= 1 && ye < h - 1 && w > 2) {
-      RectRow<false>(dilated(ye - 1), dilated(ye), dilated(ye + 1), mask + ye * s, w);
+    if (ye >= 1 && ye < h - 1 && w > 2) {
+      const uint8_t* dl = scratch + ye * s;
+      RectRow<false>(dl - s, dl, dl + s, mask + ye * s, w);
     }
   }
 }
@@ -169,8 +241,8 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
   HWY_DYNAMIC_DISPATCH(BorderGradientRows)(depth, grad, w, row0, row1, col0, col1, samples);
 }
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
-                     uint8_t* mask, uint8_t* scratch, int y0, int y1, uint8_t* halo) {
-  HWY_DYNAMIC_DISPATCH(BorderMarkClose)(grad, prior, merge, w, h, th, mask, scratch, y0, y1, halo);
+                     uint8_t* mask, uint8_t* scratch, int y0, int y1) {
+  HWY_DYNAMIC_DISPATCH(BorderMarkClose)(grad, prior, merge, w, h, th, mask, scratch, y0, y1);
 }
 
 namespace scalar {

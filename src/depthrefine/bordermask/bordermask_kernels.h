@@ -19,9 +19,10 @@ inline float Gradient(const float* p, ptrdiff_t w) {
   return (fabsf(v) + fabsf(h)) / p[0];
 }
 
+inline bool Marked(float g, float th) { return g >= th; }
 // Mask value and gradient of one pixel; prior is 0 where there is no prior mask.
 inline void Mark(float* g, float th, uint8_t prior, bool merge, uint8_t* mask) {
-  *mask = *g >= th ? 255 : merge ? prior : 0;
+  *mask = Marked(*g, th) ? 255 : merge ? prior : 0;
   if (prior != 0) *g = 0.0f;
 }
 
@@ -33,6 +34,38 @@ inline uint8_t Rect3(const uint8_t* up, const uint8_t* mid, const uint8_t* down,
              : (v & up[x + dx] & mid[x + dx] & down[x + dx]);
   }
   return v;
+}
+
+// Binary rows as bits (bit x % 64 of word x / 64 is column x): the closing of a mask that holds
+// only 0 and 255 works on 64 pixels per operation.
+constexpr int kMaxBitWords = 64;
+constexpr int kMaxBandWidth = 64 * kMaxBitWords;
+inline int BitWords(int w) { return (w + 63) / 64; }
+inline bool Bit(const uint64_t* row, int x) { return (row[x >> 6] >> (x & 63)) & 1; }
+inline void SetBit(uint64_t* row, int x, bool on) {
+  const uint64_t b = uint64_t{1} << (x & 63);
+  row[x >> 6] = on ? row[x >> 6] | b : row[x >> 6] & ~b;
+}
+// out = the 3x3 OR (dilation) or AND (erosion) of rows a, b, c; columns 0 and w - 1 keep `frame`'s
+// bits, as the closing never changes the one-pixel frame.
+inline void Rect3Bits(const uint64_t* a, const uint64_t* b, const uint64_t* c,
+                      const uint64_t* frame, int w, bool isOr, uint64_t* out) {
+  const int nw = BitWords(w);
+  const auto column = [&](int k) {
+    return k >= nw ? 0 : isOr ? (a[k] | b[k] | c[k]) : (a[k] & b[k] & c[k]);
+  };
+  uint64_t before = 0;
+  uint64_t v = column(0);
+  for (int k = 0; k < nw; ++k) {
+    const uint64_t after = column(k + 1);
+    const uint64_t left = (v << 1) | (before >> 63);
+    const uint64_t right = (v >> 1) | (after << 63);
+    out[k] = isOr ? (v | left | right) : (v & left & right);
+    before = v;
+    v = after;
+  }
+  SetBit(out, 0, Bit(frame, 0));
+  SetBit(out, w - 1, Bit(frame, w - 1));
 }
 
 // Every 16th value of the plane: sample k is value 16 k. Samples live in byte storage.
@@ -62,14 +95,14 @@ inline void CopySamples(const float* gradRow, int64_t y, int w, uint8_t* samples
 // With samples, each row's samples are then copied out of grad (PutSample), frame included.
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
                         int col1, uint8_t* samples = nullptr);
-// Mark() over a w x h plane (prior may be null, then merge is ignored), then the 3x3 closing of the fixed-kernel morphology
-// (dilation into scratch, erosion back; the one-pixel frame never changes), in one sweep.
-// scratch ends holding the dilated mask, as after DilateWith3x3Rect / ErodeWith3x3Rect.
-// The vector entry does rows [y0, y1) of the result only, reading and writing no other rows of
-// mask and scratch (bands may run at once; with a prior, the bands' gradient rows must not be
-// shared); halo: 6 x w bytes, unused for the whole plane.
+// Mark() over a w x h plane (prior may be null, then merge is ignored), then the 3x3 closing of
+// the fixed-kernel morphology (dilation into scratch, erosion back; the one-pixel frame never
+// changes), in one sweep. scratch ends holding the dilated mask, as after DilateWith3x3Rect /
+// ErodeWith3x3Rect. Without a prior and for w <= kMaxBandWidth the vector entry does rows
+// [y0, y1) of the result only, reading and writing no other rows of mask and scratch, so bands
+// may run at once; otherwise it does the whole plane whatever y0 and y1 say.
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
-                     uint8_t* mask, uint8_t* scratch, int y0, int y1, uint8_t* halo);
+                     uint8_t* mask, uint8_t* scratch, int y0, int y1);
 
 namespace scalar {
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
