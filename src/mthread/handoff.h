@@ -59,8 +59,9 @@ class Signal {
     waiter_.Wake([this] { set_.store(true, std::memory_order_release); });
   }
   void Wait() {
-    waiter_.WaitFor([this] { return set_.load(std::memory_order_acquire); });
+    waiter_.WaitFor([this] { return IsSet(); });
   }
+  bool IsSet() const { return set_.load(std::memory_order_acquire); }
 
  private:
   std::atomic<bool> set_{false};

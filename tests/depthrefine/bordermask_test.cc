@@ -9,6 +9,7 @@
 #include <cmath>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "bivista/morphology.h"
@@ -99,6 +100,25 @@ TEST(BorderKernels, VectorEqualsScalarAndMarkCloseEqualsMarkThenLibraryClosing) 
       bivista::scalar::BorderGradientRows(d.data(), gb.data(), w, 2, h - 1, 2, w - 1, sb.data());
       EXPECT_TRUE(SameBits(ga, gb));
       EXPECT_EQ(sa, sb);
+      // Bands straight from the depth plane, each band's gradient rows stored first or not.
+      std::vector<float> gz(d.size(), 0.0f);
+      bivista::scalar::BorderGradientRows(d.data(), gz.data(), w, 2, h - 1, 2, w - 1);
+      for (auto [th, split] : {std::pair{0.05f, 0}, {0.05f, 1}, {0.05f, h / 2}, {0.05f, h - 1},
+                               {0.0f, h / 2}, {NAN, h / 2}}) {
+        if (w > bivista::border::kMaxBandWidth) break;
+        std::vector<uint8_t> mz(d.size(), 7), sz(d.size(), 3);
+        bivista::scalar::BorderMarkClose(gz.data(), nullptr, false, w, h, th, mz.data(), sz.data());
+        std::vector<float> gv(d.size(), 5.0f);
+        std::vector<uint8_t> mv(d.size(), 7), sv(d.size(), 3);
+        using bivista::border::Band;
+        for (auto [y0, y1, band] : {std::tuple{0, split, Band::kGradientOnly},
+                                    {0, split, Band::kStored}, {split, h, Band::kAll}}) {
+          bivista::BorderBand(d.data(), gv.data(), w, h, th, mv.data(), sv.data(), y0, y1, band);
+        }
+        EXPECT_TRUE(SameBits(gv, gz));
+        EXPECT_EQ(mv, mz);
+        EXPECT_EQ(sv, sz);
+      }
       std::vector<float> g(d.size());
       for (size_t i = 0; i < g.size(); ++i) g[i] = d[i] * static_cast<float>(i % 7) * 0.02f;
       std::vector<uint8_t> prior(d.size());

@@ -14,46 +14,68 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
-                        int col1, uint8_t* samples) {
+// out[x] = Gradient(row + x, s) for x in [col0, col1); with bits, also their Marked() bits with
+// th, taken from the registers rather than read back from out.
+HWY_INLINE void GradientRow(const float* row, float* out, ptrdiff_t s, int col0, int col1,
+                            float th = 0.0f, uint64_t* bits = nullptr) {
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
-  const ptrdiff_t s = w;
-  for (int y = row0; y < row1; ++y) {
-    const float* row = depth + y * s;
-    float* out = grad + y * s;
-    int x = col0;
+  const auto vth = hn::Set(d, th);
+  const auto put = [&](int x, hn::Vec<decltype(d)> g) {
+    hn::StoreU(g, d, out + x);
+    if (bits == nullptr) return;
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-    // The horizontal neighbours come from the previous and the next load by lane shifts across
-    // the whole register (four loads a vector instead of seven).
-    if (x - 2 >= 0 && x + 30 <= col1 + 1) {
-      __m512i prev = _mm512_castps_si512(_mm512_loadu_ps(row + x - 2));
-      for (; x + 30 <= col1 + 1; x += 16) {
-        const float* p = row + x;
-        const __m512i next = _mm512_castps_si512(_mm512_loadu_ps(p + 14));
-        const hn::Vec<decltype(d)> m2{_mm512_castsi512_ps(prev)};
-        const hn::Vec<decltype(d)> m1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 1))};
-        const hn::Vec<decltype(d)> c{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 2))};
-        const hn::Vec<decltype(d)> p1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 3))};
-        const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
-                               hn::LoadU(d, p - 2 * s));
-        const auto h = hn::Sub(hn::Sub(hn::Add(c, p1), m2), m1);
-        hn::StoreU(hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c), d, out + x);
-        prev = next;
-      }
-    }
+    border::OrBits(bits, x, _mm512_cmp_ps_mask(g.raw, vth.raw, _CMP_GE_OQ), 16);
+#else
+    uint8_t b[8] = {0};
+    hn::StoreMaskBits(d, hn::Ge(g, vth), b);
+    uint64_t v;
+    memcpy(&v, b, sizeof(v));
+    border::OrBits(bits, x, lanes >= 64 ? v : v & ((uint64_t{1} << lanes) - 1), lanes);
 #endif
-    for (; x + lanes <= col1; x += lanes) {
+  };
+  int x = col0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  // The horizontal neighbours come from the previous and the next load by lane shifts across
+  // the whole register (four loads a vector instead of seven).
+  if (x - 2 >= 0 && x + 30 <= col1 + 1) {
+    __m512i prev = _mm512_castps_si512(_mm512_loadu_ps(row + x - 2));
+    for (; x + 30 <= col1 + 1; x += 16) {
       const float* p = row + x;
-      const auto c = hn::LoadU(d, p);
+      const __m512i next = _mm512_castps_si512(_mm512_loadu_ps(p + 14));
+      const hn::Vec<decltype(d)> m2{_mm512_castsi512_ps(prev)};
+      const hn::Vec<decltype(d)> m1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 1))};
+      const hn::Vec<decltype(d)> c{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 2))};
+      const hn::Vec<decltype(d)> p1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 3))};
       const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
                              hn::LoadU(d, p - 2 * s));
-      const auto h = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + 1)), hn::LoadU(d, p - 2)),
-                             hn::LoadU(d, p - 1));
-      hn::StoreU(hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c), d, out + x);
+      const auto h = hn::Sub(hn::Sub(hn::Add(c, p1), m2), m1);
+      put(x, hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c));
+      prev = next;
     }
-    for (; x < col1; ++x) out[x] = border::Gradient(row + x, s);
-    if (samples != nullptr) border::CopySamples(out, y, w, samples);
+  }
+#endif
+  for (; x + lanes <= col1; x += lanes) {
+    const float* p = row + x;
+    const auto c = hn::LoadU(d, p);
+    const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
+                           hn::LoadU(d, p - 2 * s));
+    const auto h = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + 1)), hn::LoadU(d, p - 2)),
+                           hn::LoadU(d, p - 1));
+    put(x, hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c));
+  }
+  for (; x < col1; ++x) {
+    out[x] = border::Gradient(row + x, s);
+    if (bits != nullptr) border::OrBits(bits, x, border::Marked(out[x], th), 1);
+  }
+}
+
+void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
+                        int col1, uint8_t* samples) {
+  const ptrdiff_t s = w;
+  for (int y = row0; y < row1; ++y) {
+    GradientRow(depth + y * s, grad + y * s, s, col0, col1);
+    if (samples != nullptr) border::CopySamples(grad + y * s, y, w, samples);
   }
 }
 
@@ -163,10 +185,13 @@ HWY_INLINE void ExpandBits(const uint64_t* bits, int w, uint8_t* out) {
   for (; x < w; ++x) out[x] = border::Bit(bits, x) ? 255 : 0;
 }
 
-// BorderMarkClose for a mask without prior values, which holds only 0 and 255: the closing runs
-// on bit rows kept in rings, so a band reads no other band's rows of mask and scratch.
-HWY_INLINE void MarkCloseBits(const float* grad, int w, int h, float th, uint8_t* mask,
-                              uint8_t* scratch, int y0, int y1) {
+// Marking and closing of rows [y0, y1) for a mask without prior values, which holds only 0 and
+// 255: the closing runs on bit rows kept in rings, so a band reads no other band's rows of mask
+// and scratch. markRow(t, bits) gives the Marked() bits of gradient row t, for t in
+// [y0 - 2, y1 + 2) within the plane.
+template <class MarkRowBits>
+HWY_INLINE void CloseBand(const MarkRowBits& markRow, int w, int h, uint8_t* mask,
+                          uint8_t* scratch, int y0, int y1) {
   uint64_t marked[4][border::kMaxBitWords];
   uint64_t dilated[4][border::kMaxBitWords];
   uint64_t eroded[border::kMaxBitWords];
@@ -177,7 +202,7 @@ HWY_INLINE void MarkCloseBits(const float* grad, int w, int h, float th, uint8_t
   const int last = y1 + 2 < h ? y1 + 2 : h;
   const auto frame = [&](int y) { return y == 0 || y == h - 1 || w <= 2; };
   for (int t = first; t < last + 2; ++t) {
-    if (t < last) MarkBits(grad + t * s, w, th, M(t));
+    if (t < last) markRow(t, M(t));
     const int yd = t - 1;
     if (yd >= first && yd >= y0 - 1 && yd <= y1 && yd < h) {
       if (frame(yd)) {
@@ -195,10 +220,52 @@ HWY_INLINE void MarkCloseBits(const float* grad, int w, int h, float th, uint8_t
   }
 }
 
+// Gradient row t as the workers leave the plane (computed in columns [2, w - 1) of rows
+// [2, h - 1), zero elsewhere), and with bits its Marked() bits.
+HWY_INLINE void PlaneGradientRow(const float* depth, int w, int h, int t, float* out,
+                                 float th = 0.0f, uint64_t* bits = nullptr) {
+  const bool inner = t >= 2 && t < h - 1 && w > 3;
+  if (bits != nullptr) {
+    const bool zero = border::Marked(0.0f, th);
+    for (int k = 0; k < border::BitWords(w); ++k) bits[k] = inner || !zero ? 0 : ~uint64_t{0};
+    if (inner && zero) {
+      border::OrBits(bits, 0, 3, 2);
+      border::OrBits(bits, w - 1, 1, 1);
+    }
+  }
+  if (!inner) {
+    memset(out, 0, sizeof(float) * static_cast<size_t>(w));
+    return;
+  }
+  out[0] = out[1] = out[w - 1] = 0.0f;
+  GradientRow(depth + static_cast<ptrdiff_t>(t) * w, out, w, 2, w - 1, th, bits);
+}
+
+void BorderBand(const float* depth, float* grad, int w, int h, float th, uint8_t* mask,
+                uint8_t* scratch, int y0, int y1, border::Band band) {
+  const ptrdiff_t s = w;
+  if (band == border::Band::kGradientOnly) {
+    for (int t = y0; t < y1; ++t) PlaneGradientRow(depth, w, h, t, grad + t * s);
+    return;
+  }
+  // Rows of the neighbouring bands are computed again; only their bits are kept.
+  float other[border::kMaxBandWidth];
+  CloseBand(
+      [&](int t, uint64_t* bits) {
+        if (band == border::Band::kStored && t >= y0 && t < y1) {
+          MarkBits(grad + t * s, w, th, bits);
+        } else {
+          PlaneGradientRow(depth, w, h, t, t >= y0 && t < y1 ? grad + t * s : other, th, bits);
+        }
+      },
+      w, h, mask, scratch, y0, y1);
+}
+
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
                      uint8_t* mask, uint8_t* scratch, int y0, int y1) {
   if (prior == nullptr && w <= border::kMaxBandWidth) {
-    MarkCloseBits(grad, w, h, th, mask, scratch, y0, y1);
+    CloseBand([&](int t, uint64_t* bits) { MarkBits(grad + static_cast<ptrdiff_t>(t) * w, w, th, bits); },
+              w, h, mask, scratch, y0, y1);
     return;
   }
   const ptrdiff_t s = w;
@@ -235,6 +302,7 @@ namespace bivista {
 
 HWY_EXPORT(BorderGradientRows);
 HWY_EXPORT(BorderMarkClose);
+HWY_EXPORT(BorderBand);
 
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
                         int col1, uint8_t* samples) {
@@ -243,6 +311,11 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
                      uint8_t* mask, uint8_t* scratch, int y0, int y1) {
   HWY_DYNAMIC_DISPATCH(BorderMarkClose)(grad, prior, merge, w, h, th, mask, scratch, y0, y1);
+}
+
+void BorderBand(const float* depth, float* grad, int w, int h, float th, uint8_t* mask,
+                uint8_t* scratch, int y0, int y1, border::Band band) {
+  HWY_DYNAMIC_DISPATCH(BorderBand)(depth, grad, w, h, th, mask, scratch, y0, y1, band);
 }
 
 namespace scalar {

@@ -46,9 +46,15 @@ inline void SetBit(uint64_t* row, int x, bool on) {
   const uint64_t b = uint64_t{1} << (x & 63);
   row[x >> 6] = on ? row[x >> 6] | b : row[x >> 6] & ~b;
 }
+// ORs the n low bits of v (n <= 64) into the row at column x.
+inline void OrBits(uint64_t* row, int x, uint64_t v, int n) {
+  const int sh = x & 63;
+  row[x >> 6] |= v << sh;
+  if (sh != 0 && sh + n > 64) row[(x >> 6) + 1] |= v >> (64 - sh);
+}
 // out = the 3x3 OR (dilation) or AND (erosion) of rows a, b, c; columns 0 and w - 1 keep `frame`'s
 // bits, as the closing never changes the one-pixel frame.
-inline void Rect3Bits(const uint64_t* a, const uint64_t* b, const uint64_t* c,
+__attribute__((always_inline)) inline void Rect3Bits(const uint64_t* a, const uint64_t* b, const uint64_t* c,
                       const uint64_t* frame, int w, bool isOr, uint64_t* out) {
   const int nw = BitWords(w);
   const auto column = [&](int k) {
@@ -103,6 +109,21 @@ void BorderGradientRows(const float* depth, float* grad, int w, int row0, int ro
 // may run at once; otherwise it does the whole plane whatever y0 and y1 say.
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
                      uint8_t* mask, uint8_t* scratch, int y0, int y1);
+
+// A band of the border mask computed from the depth plane (w <= kMaxBandWidth, no prior): its
+// gradient rows as the workers leave them (columns [2, w - 1) of rows [2, h - 1), zero
+// elsewhere), then the marking and closing of rows [y0, y1) as BorderMarkClose does them. The
+// gradients of the two rows above and below that the closing reads are computed again rather
+// than read, so bands never wait for each other.
+namespace border {
+enum class Band {
+  kGradientOnly,  // store the band's gradient rows only
+  kStored,        // its gradient rows are stored already: mark and close
+  kAll,           // store them, mark and close
+};
+}  // namespace border
+void BorderBand(const float* depth, float* grad, int w, int h, float th, uint8_t* mask,
+                uint8_t* scratch, int y0, int y1, border::Band band);
 
 namespace scalar {
 void BorderGradientRows(const float* depth, float* grad, int w, int row0, int row1, int col0,
