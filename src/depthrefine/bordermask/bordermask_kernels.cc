@@ -5,6 +5,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "depthrefine/bordermask/bordermask_kernels.cc"
+#include "hwy/cache_control.h"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 #include "depthrefine/bordermask/bordermask_kernels.h"
@@ -15,14 +16,15 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 // out[x] = Gradient(row + x, s) for x in [col0, col1); with bits, also their Marked() bits with
-// th, taken from the registers rather than read back from out.
+// th, taken from the registers rather than read back from out. stream: out is not read again
+// soon, so its whole lines may bypass the cache.
 HWY_INLINE void GradientRow(const float* row, float* out, ptrdiff_t s, int col0, int col1,
-                            float th = 0.0f, uint64_t* bits = nullptr) {
+                            float th = 0.0f, uint64_t* bits = nullptr, bool stream = false) {
   const hn::ScalableTag<float> d;
+  using V = hn::Vec<decltype(d)>;
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto vth = hn::Set(d, th);
-  const auto put = [&](int x, hn::Vec<decltype(d)> g) {
-    hn::StoreU(g, d, out + x);
+  const auto mark = [&](int x, V g) {
     if (bits == nullptr) return;
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
     border::OrBits(bits, x, _mm512_cmp_ps_mask(g.raw, vth.raw, _CMP_GE_OQ), 16);
@@ -34,36 +36,63 @@ HWY_INLINE void GradientRow(const float* row, float* out, ptrdiff_t s, int col0,
     border::OrBits(bits, x, lanes >= 64 ? v : v & ((uint64_t{1} << lanes) - 1), lanes);
 #endif
   };
-  int x = col0;
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-  // The horizontal neighbours come from the previous and the next load by lane shifts across
-  // the whole register (four loads a vector instead of seven).
-  if (x - 2 >= 0 && x + 30 <= col1 + 1) {
-    __m512i prev = _mm512_castps_si512(_mm512_loadu_ps(row + x - 2));
-    for (; x + 30 <= col1 + 1; x += 16) {
-      const float* p = row + x;
-      const __m512i next = _mm512_castps_si512(_mm512_loadu_ps(p + 14));
-      const hn::Vec<decltype(d)> m2{_mm512_castsi512_ps(prev)};
-      const hn::Vec<decltype(d)> m1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 1))};
-      const hn::Vec<decltype(d)> c{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 2))};
-      const hn::Vec<decltype(d)> p1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 3))};
-      const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
-                             hn::LoadU(d, p - 2 * s));
-      const auto h = hn::Sub(hn::Sub(hn::Add(c, p1), m2), m1);
-      put(x, hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c));
-      prev = next;
-    }
-  }
-#endif
-  for (; x + lanes <= col1; x += lanes) {
+  const auto at = [&](int x) {
     const float* p = row + x;
     const auto c = hn::LoadU(d, p);
     const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
                            hn::LoadU(d, p - 2 * s));
     const auto h = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + 1)), hn::LoadU(d, p - 2)),
                            hn::LoadU(d, p - 1));
-    put(x, hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c));
+    return hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c);
+  };
+  const auto put = [&](int x, V g) {
+    hn::StoreU(g, d, out + x);
+    mark(x, g);
+  };
+  int x = col0;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  // The horizontal neighbours come from the previous and the next load by lane shifts across
+  // the whole register (four loads a vector instead of seven).
+  const auto run = [&](int end, bool streamed) {
+    __m512i prev = _mm512_castps_si512(_mm512_loadu_ps(row + x - 2));
+    for (; x + 16 <= end; x += 16) {
+      const float* p = row + x;
+      const __m512i next = _mm512_castps_si512(_mm512_loadu_ps(p + 14));
+      const V m2{_mm512_castsi512_ps(prev)};
+      const V m1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 1))};
+      const V c{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 2))};
+      const V p1{_mm512_castsi512_ps(_mm512_alignr_epi32(next, prev, 3))};
+      const auto v = hn::Sub(hn::Sub(hn::Add(c, hn::LoadU(d, p + s)), hn::LoadU(d, p - s)),
+                             hn::LoadU(d, p - 2 * s));
+      const auto h = hn::Sub(hn::Sub(hn::Add(c, p1), m2), m1);
+      const auto g = hn::Div(hn::Add(hn::Abs(v), hn::Abs(h)), c);
+      if (streamed) {
+        hn::Stream(g, d, out + x);
+        mark(x, g);
+      } else {
+        put(x, g);
+      }
+      prev = next;
+    }
+  };
+  // Streamed lines are whole lines [xa, xb); every line that holds another column of the row is
+  // written with ordinary stores only, since a line written both ways costs a memory round trip.
+  const int misaligned = static_cast<int>(reinterpret_cast<uintptr_t>(out) / 4 % 16);
+  const int xa = col0 + 16 + (32 - (col0 + misaligned) % 16) % 16;
+  const int xb = xa + (col1 - 16 - xa) / 16 * 16;
+  if (stream && col0 >= 2 && reinterpret_cast<uintptr_t>(out) % 4 == 0 && xb > xa) {
+    put(col0, at(col0));
+    put(xa - 16, at(xa - 16));
+    x = xa;
+    run(xb, true);
+    put(xb, at(xb));
+    put(col1 - 16, at(col1 - 16));
+    x = col1;
+  } else if (x - 2 >= 0 && x + 30 <= col1 + 1) {
+    run(col1 - 13, false);
   }
+#endif
+  for (; x + lanes <= col1; x += lanes) put(x, at(x));
   for (; x < col1; ++x) {
     out[x] = border::Gradient(row + x, s);
     if (bits != nullptr) border::OrBits(bits, x, border::Marked(out[x], th), 1);
@@ -223,7 +252,7 @@ HWY_INLINE void CloseBand(const MarkRowBits& markRow, int w, int h, uint8_t* mas
 // Gradient row t as the workers leave the plane (computed in columns [2, w - 1) of rows
 // [2, h - 1), zero elsewhere), and with bits its Marked() bits.
 HWY_INLINE void PlaneGradientRow(const float* depth, int w, int h, int t, float* out,
-                                 float th = 0.0f, uint64_t* bits = nullptr) {
+                                 float th = 0.0f, uint64_t* bits = nullptr, bool stream = false) {
   const bool inner = t >= 2 && t < h - 1 && w > 3;
   if (bits != nullptr) {
     const bool zero = border::Marked(0.0f, th);
@@ -238,7 +267,7 @@ HWY_INLINE void PlaneGradientRow(const float* depth, int w, int h, int t, float*
     return;
   }
   out[0] = out[1] = out[w - 1] = 0.0f;
-  GradientRow(depth + static_cast<ptrdiff_t>(t) * w, out, w, 2, w - 1, th, bits);
+  GradientRow(depth + static_cast<ptrdiff_t>(t) * w, out, w, 2, w - 1, th, bits, stream);
 }
 
 void BorderBand(const float* depth, float* grad, int w, int h, float th, uint8_t* mask,
@@ -252,13 +281,16 @@ void BorderBand(const float* depth, float* grad, int w, int h, float th, uint8_t
   float other[border::kMaxBandWidth];
   CloseBand(
       [&](int t, uint64_t* bits) {
-        if (band == border::Band::kStored && t >= y0 && t < y1) {
+        const bool own = t >= y0 && t < y1;
+        if (band == border::Band::kStored && own) {
           MarkBits(grad + t * s, w, th, bits);
         } else {
-          PlaneGradientRow(depth, w, h, t, t >= y0 && t < y1 ? grad + t * s : other, th, bits);
+          // The band's own gradient rows are not read again here.
+          PlaneGradientRow(depth, w, h, t, own ? grad + t * s : other, th, bits, own);
         }
       },
       w, h, mask, scratch, y0, y1);
+  hwy::FlushStream();
 }
 
 void BorderMarkClose(float* grad, const uint8_t* prior, bool merge, int w, int h, float th,
