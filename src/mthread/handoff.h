@@ -10,6 +10,16 @@
 
 namespace bivista {
 
+// Some tens of microseconds of polling before a thread sleeps.
+constexpr int kSpins = 4000;
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__)
+  __asm__ __volatile__("yield");
+#endif
+}
+
 // Spins, then sleeps until done() holds; wake() must run under the mutex after the change.
 class Waiter {
  public:
@@ -24,7 +34,7 @@ class Waiter {
   void WaitFor(const Done& done) {
     for (int i = 0; i < kSpins; ++i) {
       if (done()) return;
-      Relax();
+      CpuRelax();
     }
     pthread_mutex_lock(&mutex_);
     while (!done()) pthread_cond_wait(&cond_, &mutex_);
@@ -39,15 +49,6 @@ class Waiter {
   }
 
  private:
-  // Some tens of microseconds of polling.
-  static constexpr int kSpins = 4000;
-  static void Relax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    __asm__ __volatile__("yield");
-#endif
-  }
   pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t cond_ = PTHREAD_COND_INITIALIZER;
 };
