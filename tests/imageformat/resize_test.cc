@@ -213,7 +213,33 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
     sca(args..., s.data());
     return SameBits(v, s);
   };
+  // Whole bilinear planes (7 source rows, the last pair included), with and without a mask.
+  const int pw = 53, ph = 7, qw = 20, qh = 5;
+  const auto ps = Floats(pw * ph, rng, 0.0f, 3.0f);
+  std::vector<uint8_t> pm(pw * ph);
+  for (auto& m : pm) m = static_cast<uint8_t>(rng() % 3 == 0 ? 255 : rng() % 2);
+  std::vector<int32_t> px0(qw);
+  std::vector<float> pax(qw);
+  for (int i = 0; i < qw; ++i) px0[i] = i * 5 / 2, pax[i] = (i % 4) * 0.25f;
   bvtest::ForEachHwyTarget([&](const char*) {
+    for (const uint8_t* mask : {static_cast<const uint8_t*>(nullptr), static_cast<const uint8_t*>(pm.data())}) {
+      const bivista::FloatPlaneArgs pa{ps.data(), mask, nullptr, pw, ph, qw, qh, px0.data(), pax.data(),
+                                       1.2f, bivista::FloatRowMode::kScaled, 0.5f, 1.0f, qw - 2};
+      auto plane = [&](auto fn) {
+        return [&, fn](float* o) {
+          bivista::FloatPlaneArgs a = pa;
+          a.dst = o;
+          fn(a);
+        };
+      };
+      ASSERT_TRUE(same(plane(bivista::BilinearPlaneF32), plane(bivista::scalar::BilinearPlaneF32), qw * qh));
+    }
+    auto extend = [&](auto fn) { return [&, fn](float* o) { fn(ps.data(), o, pw, ph); }; };
+    ASSERT_TRUE(same(extend(bivista::ExtendPlane), extend(bivista::scalar::ExtendPlane), 4 * pw * ph));
+    auto nearest = [&](auto fn) {
+      return [&, fn](float* o) { fn(ps.data(), o, pw, ph, qw, qh, 1.4f, px0.data(), 0.5f, 1.0f); };
+    };
+    ASSERT_TRUE(same(nearest(bivista::NearestPlaneF32), nearest(bivista::scalar::NearestPlaneF32), qw * qh));
     // Whole guided planes: every band width from 8 to 23 source columns, exact and inexact
     // multiples (the band's first window starts on source pixel 0).
     for (int q = 2; q <= 3; ++q)
@@ -498,6 +524,26 @@ TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
       bivista::UpScale2x2Rows(a.data(), c.data(), v0.data(), v1.data(), w);
       bivista::scalar::UpScale2x2Rows(a.data(), c.data(), s0.data(), s1.data(), w);
       ASSERT_TRUE(v0 == s0 && v1 == s1) << n;
+      // The whole-image entries on a small image with the last source pair reached.
+      const int sw = w + 3, sh = 6, dw = n, dh = 5;
+      const float sx = static_cast<float>(sw - 1) / dw, sy = static_cast<float>(sh - 1) / dh;
+      const auto img = Bytes(sw * sh * 3, rng);
+      const bivista::ColumnTable cols = bivista::MakeColumnTable(dw, sx);
+      for (int mask = 0; mask < 2; ++mask) {
+        std::vector<uint8_t> pv(dw * dh + 1, 0xEE), ps = pv;
+        bivista::ResizeU8Plane(img.data(), pv.data(), sw, sh, dw, dh, sx, sy, mask, cols);
+        bivista::scalar::ResizeU8Plane(img.data(), ps.data(), sw, sh, dw, dh, sx, sy, mask, cols);
+        ASSERT_EQ(pv, ps) << n << " mask " << mask;
+      }
+      std::vector<uint8_t> cv(dw * dh * 3 + 1, 0xEE), cs = cv;
+      bivista::ResizeChannelsPlane(img.data(), cv.data(), sw, sh, dw, dh, sy, cols.x0, cols.ax, 0, 3, 2);
+      bivista::scalar::ResizeChannelsPlane(img.data(), cs.data(), sw, sh, dw, dh, sy, cols.x0, cols.ax, 0, 3, 2);
+      ASSERT_EQ(cv, cs) << n;
+      bivista::FreeColumnTable(cols);
+      std::vector<uint8_t> uv(4 * sw * sh, 0xEE), us = uv;
+      bivista::UpScale2x2Plane(img.data(), uv.data(), sw, sh);
+      bivista::scalar::UpScale2x2Plane(img.data(), us.data(), sw, sh);
+      ASSERT_EQ(uv, us) << n;
     }
   });
 }

@@ -93,6 +93,42 @@ TEST(MorphKernels, MatchScalarOnEveryTarget) {
   });
 }
 
+// The whole-pass entries the routines call, vector against scalar on small images.
+TEST(MorphKernels, PassesMatchScalarOnEveryTarget) {
+  bvtest::ForEachHwyTarget([](const char*) {
+    std::mt19937 rng(5);
+    for (int w : {5, 33, 70, 131}) {
+      const int h = 9;
+      const Bytes mask = RandomBytes(w * h, rng, 0, 2), bytes = RandomBytes(w * h, rng);
+      for (int k : {0, 1, 2}) {
+        Bytes a = mask, b = mask, ca(w + 8, 0), cb(w + 8, 0);
+        bivista::CounterPass(mask.data(), ca.data(), a.data(), w, h, k, k + 1, 1);
+        bivista::scalar::CounterPass(mask.data(), cb.data(), b.data(), w, h, k, k + 1, 1);
+        EXPECT_EQ(a, b) << "counter w=" << w << " k=" << k;
+        const int ring = std::min(h, 2 * k + 2);
+        std::vector<uint32_t> ia(static_cast<size_t>(ring) * w), ib = ia;
+        for (int erode = 0; erode <= 1; ++erode) {
+          Bytes da(w * h, 7), db = da;
+          bivista::BoxPass(mask.data(), da.data(), ia.data(), ring, w, h, k, erode);
+          bivista::scalar::BoxPass(mask.data(), db.data(), ib.data(), ring, w, h, k, erode);
+          EXPECT_EQ(da, db) << "box w=" << w << " k=" << k;
+        }
+      }
+      for (int col0 = 0; col0 <= 1; ++col0) {
+        Bytes a = bytes, b = bytes;
+        const int from = 1 - col0, n = w - 2 + col0;
+        bivista::DistForward(a.data(), w, 1, h - 2, 1, n, 255, 200, col0, 77);
+        bivista::scalar::DistForward(b.data(), w, 1, h - 2, 1, n, 255, 200, col0, 77);
+        bivista::DistBackward(a.data(), w, h - 2, 1 - col0, from, col0 ? w : w - 2, w - 2);
+        bivista::scalar::DistBackward(b.data(), w, h - 2, 1 - col0, from, col0 ? w : w - 2, w - 2);
+        bivista::ThresholdRows(a.data(), w, 1, h - 2, 1, w - 2, 100, 0, 255);
+        bivista::scalar::ThresholdRows(b.data(), w, 1, h - 2, 1, w - 2, 100, 0, 255);
+        EXPECT_EQ(a, b) << "distance w=" << w << " col0 " << col0;
+      }
+    }
+  });
+}
+
 // Every start offset up to a vector; widths leaving every head and tail (8300 is too wide for
 // the window ring on the stack), padded or ending at a page: no read outside the rows.
 TEST(MorphKernels, FixedKernelsAtEveryAlignment) {
