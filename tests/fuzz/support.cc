@@ -60,11 +60,10 @@ size_t Extent(int w, int h, int stride) {
 }
 
 void* SharedPool(int workers) {
-  // Plain statics: nothing destroys them before the leak check at exit.
+  // A plain static array: nothing destroys it before the leak check at exit.
   static void* pools[9];
-  static bool made[9];
   if (workers < 1 || workers > 8) abort();
-  if (!made[workers]) pools[workers] = MThread_Create(workers, nullptr, nullptr), made[workers] = true;
+  if (pools[workers] == nullptr) pools[workers] = MThread_Create(workers, nullptr, nullptr);
   return pools[workers];
 }
 

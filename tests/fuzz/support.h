@@ -53,7 +53,7 @@ size_t Extent(int w, int h, int stride);
 // Elements of an a x b plane (0 when a side is below 1).
 inline size_t Area(int a, int b) { return Extent(a, b, a); }
 
-// A pool of `workers` threads made once for the program (null if it could not be made).
+// A pool of 1 to 8 workers made once for the program (null while it cannot be made).
 void* SharedPool(int workers);
 
 // A host memory table on the C library that counts its live blocks. HeapFail(n): the n-th
