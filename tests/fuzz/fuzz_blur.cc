@@ -5,22 +5,12 @@
 #include <limits>
 
 #include "bivista/gaussblur.h"
-#include "bivista/mthread.h"
 #include "support.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-void* Pool() {
-  static void* pool = MThread_Create(4, nullptr, nullptr);
-  return pool;
-}
-
-size_t Extent(int w, int h, int stride) {
-  if (w < 1 || h < 1) return 0;
-  return static_cast<size_t>(h - 1) * static_cast<size_t>(stride) + static_cast<size_t>(w);
-}
+using bvfuzz::Extent;
 
 int KLength(FuzzedDataProvider& p) {
   switch (p.ConsumeIntegralInRange<int>(0, 7)) {
@@ -65,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (auto& t : taps) t = p.ConsumeIntegralInRange<uint16_t>(0, 128);
   const Bytes image = bvfuzz::Buffer<uint8_t>(p, Extent(w, h, srcStride));
   const Bytes before(Extent(w, h, dstStride), 0x3C);
-  void* pool = withPool ? Pool() : nullptr;
+  void* pool = withPool ? bvfuzz::SharedPool(4) : nullptr;
   if (withPool && pool == nullptr) return 0;
 
   // Entry 0/1: gaussian_blur long/short; 2: the 3x3 path with the fuzzed taps; 3: 5x5 or 7x7.
@@ -92,26 +82,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             s, d, w, h, sStride, dStride, taps, pl, th, b);
     }
   };
-  Bytes out[2];
-  int rc[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
+  const auto r = bvfuzz::Twins(inPlace ? image : before, "blur targets differ", [&](uint8_t* o) {
     Bytes b = buf;
-    if (inPlace) {
-      out[lowest] = image;
-      rc[lowest] = call(nullSrc ? nullptr : out[lowest].data(), out[lowest].data(), pool, threads,
-                        b.empty() ? nullptr : b.data());
-    } else {
-      out[lowest] = before;
-      rc[lowest] = call(nullSrc ? nullptr : image.data(), out[lowest].data(), pool, threads,
-                        b.empty() ? nullptr : b.data());
-    }
+    return call(nullSrc ? nullptr : inPlace ? o : image.data(), o, pool, threads,
+                b.empty() ? nullptr : b.data());
   });
-  bvfuzz::Check(rc[0] == rc[1], "blur results differ between targets");
-  bvfuzz::CheckSame(out[0], out[1], "blur targets differ");
   const bool bad = sStride < w || dStride < w || nullSrc || (!withPool && threads != 1) ||
                    (withPool && threads > 4) || k % 2 == 0 || k < 3 || k > 7 || !(sigma > 0);
-  if (entry < 2 && bad && !inPlace) bvfuzz::CheckSame(out[0], before, "refused blur wrote");
-  if (rc[0] == 0 && sStride >= w && dStride >= w) {
+  if (entry < 2 && bad && !inPlace) bvfuzz::CheckSame(r.out, before, "refused blur wrote");
+  if (r.rc == 0 && sStride >= w && dStride >= w) {
     // The same blur on one thread, no pool, into a separate image.
     Bytes ref = before;
     const int rrc = call(image.data(), ref.data(), nullptr, 1, nullptr);
@@ -122,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (static_cast<int>(i % static_cast<size_t>(sStride)) >= w) ref[i] = image[i];
       }
     }
-    bvfuzz::CheckSame(out[0], ref, "split or in-place blur differs from a one-thread blur");
+    bvfuzz::CheckSame(r.out, ref, "split or in-place blur differs from a one-thread blur");
   }
   return 0;
 }

@@ -15,11 +15,8 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-size_t Extent(int w, int h, int stride) {
-  if (w < 1 || h < 1) return 0;
-  return static_cast<size_t>(h - 1) * static_cast<size_t>(stride) + static_cast<size_t>(w);
-}
+using bvfuzz::Area;
+using bvfuzz::Extent;
 
 using Worker = void* (*)(void*, int);
 using Path = int (*)(const uint8_t*, uint8_t*, int, int, int, int, const uint16_t*, void*, int,
@@ -148,32 +145,27 @@ void Quarters(FuzzedDataProvider& p) {
     (p.ConsumeBool() ? sw : sh) += p.ConsumeBool() ? 1 : -1;
     if (p.ConsumeBool()) std::swap(sw, dw);
   }
-  const auto Area = [](int x, int y) { return x > 0 && y > 0 ? static_cast<size_t>(x) * y : 0; };
   const auto src = bvfuzz::Buffer<float>(p, Area(sw, sh));
   const std::vector<float> init(Area(dw, dh), -7.5f);
-  std::vector<float> out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = init;
+  const std::vector<float> out = bvfuzz::Twins(init, "quarter resizers: targets differ", [&](float* o) {
     const float* ret = (down ? ResizeFloatImg_Bilinear_Downsample_Quarter
-                             : ResizeFloatImg_Bilinear_Extend_Quarter)(src.data(), out[lowest].data(),
-                                                                       sw, sh, dw, dh);
+                             : ResizeFloatImg_Bilinear_Extend_Quarter)(src.data(), o, sw, sh, dw, dh);
     bvfuzz::Check(ret == src.data(), "quarter resizer returns its source");
-  });
-  bvfuzz::CheckSame(out[0], out[1], "quarter resizers: targets differ");
+  }).out;
   const bool related = down ? dw >= 1 && dh >= 1 && sw == 2 * dw && sh >= 2 * dh
                             : sw >= 2 && sh >= 2 && dw == 2 * sw && dh == 2 * sh;
-  if (!related) bvfuzz::CheckSame(out[0], init, "quarter resizer wrote off its size relation");
+  if (!related) bvfuzz::CheckSame(out, init, "quarter resizer wrote off its size relation");
   if (related && (!down || sh == 2 * dh)) {
     std::vector<float> via = init;
     ResizeFloatImg_Bilinear(src.data(), via.data(), sw, sh, dw, dh);
-    bvfuzz::CheckSame(via, out[0], "ResizeFloatImg_Bilinear differs from its quarter routine");
+    bvfuzz::CheckSame(via, out, "ResizeFloatImg_Bilinear differs from its quarter routine");
   }
 }
 
 // Double transposes and the squared norm against their definitions.
 void Matrix(FuzzedDataProvider& p) {
   const int rows = bvfuzz::Dim(p, -1, 12), cols = bvfuzz::Dim(p, -1, 40);
-  const size_t n = rows > 0 && cols > 0 ? static_cast<size_t>(rows) * cols : 0;
+  const size_t n = Area(rows, cols);
   const auto d = bvfuzz::Buffer<double>(p, n);
   const auto f = bvfuzz::Buffer<float>(p, n);
   std::vector<double> dt[2];

@@ -7,15 +7,6 @@
 #include "colormatch/colormatch_internal.h"
 #include "support.h"
 
-namespace {
-
-bool g_failTable = false;
-void* FuzzMalloc(size_t size, uint64_t, uint64_t) { return g_failTable ? nullptr : malloc(size); }
-void FuzzFree(void* p, uint64_t, uint64_t) { free(p); }
-vta_algo_mem_allocator_t g_table{FuzzMalloc, FuzzFree, nullptr};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider p(data, size);
   const int pick = p.ConsumeIntegralInRange(0, 3);
@@ -26,31 +17,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const size_t bytes = h > 0 ? static_cast<size_t>(stride) * (h - 1) + static_cast<size_t>(w) * cw : 0;
   const auto ref = bvfuzz::Buffer<uint8_t>(p, bytes);
   const auto cor = bvfuzz::Buffer<uint8_t>(p, bytes);
-  g_failTable = p.ConsumeBool();
-  std::vector<uint8_t> tone[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    auto& out = tone[lowest ? 1 : 0];
-    out = cor;
-    imageColorToneMatching(ref.data(), out.data(), w, h, stride, ch, &g_table);
-  });
-  bvfuzz::CheckSame(tone[0], tone[1], "imageColorToneMatching targets differ");
-  if (g_failTable || (ch != 1 && ch != 3))
-    bvfuzz::Check(tone[0] == cor, "refused tone matching wrote the image");
+  const bool fail = p.ConsumeBool();
+  vta_algo_mem_allocator_t heap = bvfuzz::kHeap;  // the entries take a non-const table
+  bvfuzz::HeapFail(fail ? -1 : 0);
+  bvfuzz::Twins(cor, "imageColorToneMatching: targets differ, or a refusal wrote the image",
+                [&](uint8_t* o) { imageColorToneMatching(ref.data(), o, w, h, stride, ch, &heap); },
+                fail || (ch != 1 && ch != 3));
 
   // NV12: even sizes, stride at least the width, the buffer exactly stride x height x 3 / 2.
   const int nw = 2 * bvfuzz::Dim(p, 0, 24), nh = 2 * bvfuzz::Dim(p, 0, 5);
   const int nstride = nw + bvfuzz::Dim(p, 0, 6), mode = bvfuzz::AnyInt(p);
   const auto nv12 = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(nstride) * nh * 3 / 2);
-  g_failTable = p.ConsumeBool();
-  std::vector<uint8_t> luma[2];
-  int rc[2] = {0, 0};
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    luma[lowest ? 1 : 0] = nv12;
-    rc[lowest ? 1 : 0] = colorImageNV12Adjusting(luma[lowest ? 1 : 0].data(), nw, nh, nstride, mode, &g_table);
+  bvfuzz::HeapFail(p.ConsumeBool() ? -1 : 0);
+  const auto luma = bvfuzz::Twins(nv12, "colorImageNV12Adjusting targets differ", [&](uint8_t* o) {
+    return colorImageNV12Adjusting(o, nw, nh, nstride, mode, &heap);
   });
-  bvfuzz::Check(rc[0] == rc[1], "colorImageNV12Adjusting results differ");
-  bvfuzz::CheckSame(luma[0], luma[1], "colorImageNV12Adjusting targets differ");
-  if (rc[0] != 0) bvfuzz::Check(luma[0] == nv12, "refused NV12 rewrite wrote the image");
+  bvfuzz::HeapFail(0);
+  if (luma.rc != 0) bvfuzz::Check(luma.out == nv12, "refused NV12 rewrite wrote the image");
 
   // Calibration on any samples, then both conversions with whatever was installed.
   float saved[7];

@@ -1,34 +1,9 @@
 // Smoother and border mask: any small size, channel count, guide format, iteration and thread
 // count, any values (zeros, NaNs); the best and the lowest target agree, with a pool on one side
 // and none on the other; a failing allocation leaves the data untouched and releases everything.
-#include <stdlib.h>
-
 #include "bivista/bordermask.h"
 #include "bivista/fgs.h"
-#include "bivista/mthread.h"
 #include "support.h"
-
-namespace {
-
-int g_failAt = 0, g_calls = 0, g_live = 0;
-void* Malloc(size_t size, uint64_t, uint64_t) {
-  if (++g_calls == g_failAt) return nullptr;
-  void* p = malloc(size);
-  g_live += p != nullptr;
-  return p;
-}
-void Free(void* p, uint64_t, uint64_t) {
-  g_live -= p != nullptr;
-  free(p);
-}
-const vta_algo_mem_allocator_t kTable = {Malloc, Free, nullptr};
-
-void* Pool() {
-  static void* pool = MThread_Create(2, nullptr, nullptr);
-  return pool;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider p(data, size);
@@ -45,25 +20,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto guide = bvfuzz::Buffer<uint8_t>(p, guideBytes);
   const auto input = bvfuzz::Buffer<float>(p, area);
 
+  void* pool = bvfuzz::SharedPool(2);
   std::vector<float> out[2];
   bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
     out[lowest] = input;
-    g_failAt = 0;
     FGSFilter(mask.data(), out[lowest].data(), guide.data(), format, h, w, iterations, channels,
-              lowest ? nullptr : Pool(), lowest ? 0 : threads > 0 ? threads : 1, &kTable, sigma,
-              lambda);
+              lowest ? nullptr : pool, lowest ? 0 : threads > 0 ? threads : 1, &bvfuzz::kHeap,
+              sigma, lambda);
   });
   bvfuzz::CheckSame(out[0], out[1], "FGSFilter: targets or thread counts differ");
-  bvfuzz::Check(g_live == 0, "FGSFilter leaked a buffer");
+  bvfuzz::Check(bvfuzz::HeapLive() == 0, "FGSFilter leaked a buffer");
 
-  g_calls = 0;
-  g_failAt = 1 + static_cast<int>(p.ConsumeIntegralInRange<int>(0, 5));
+  bvfuzz::HeapFail(1 + p.ConsumeIntegralInRange<int>(0, 5));
   std::vector<float> failed = input;
-  FGSFilter(mask.data(), failed.data(), guide.data(), format, h, w, iterations, channels, Pool(),
-            threads, &kTable, sigma, lambda);
+  FGSFilter(mask.data(), failed.data(), guide.data(), format, h, w, iterations, channels, pool,
+            threads, &bvfuzz::kHeap, sigma, lambda);
   bvfuzz::CheckSame(failed, input, "FGSFilter wrote its data after a failed allocation");
-  bvfuzz::Check(g_live == 0, "FGSFilter leaked after a failed allocation");
-  g_failAt = 0;
+  bvfuzz::Check(bvfuzz::HeapLive() == 0, "FGSFilter leaked after a failed allocation");
+  bvfuzz::HeapFail(0);
 
   // One pass and lines through the exported building blocks.
   std::vector<float> wts = bvfuzz::Buffer<float>(p, area), scratch(area), lines[2];
@@ -71,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
     lines[lowest] = input;
     DREF_FGS_filter(lines[lowest].data(), wts.data(), wts.data(), h, w, scratch.data(), records,
-                    lowest ? nullptr : Pool(), 2);
+                    lowest ? nullptr : pool, 2);
   });
   bvfuzz::CheckSame(lines[0], lines[1], "DREF_FGS_filter: targets differ");
 
@@ -85,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g[lowest].assign(area, 5.0f);
     getDataGradientAndBorderMask(input.data(), withPrior ? prior.data() : nullptr, w, h, merge,
                                  m[lowest].data(), g[lowest].data(), sc.data(),
-                                 lowest ? nullptr : Pool(), lowest ? 4 : threads);
+                                 lowest ? nullptr : pool, lowest ? 4 : threads);
   });
   if (threads >= 1) {
     bvfuzz::CheckSame(m[0], m[1], "border mask: targets or thread counts differ");

@@ -9,7 +9,6 @@
 
 #include "bivista/bordermask.h"
 #include "bivista/fgs.h"
-#include "bivista/mthread.h"
 #include "depthrefine/bordermask/bordermask_kernels.h"
 #include "support.h"
 
@@ -18,13 +17,9 @@ namespace {
 using Floats = std::vector<float>;
 using Bytes = std::vector<uint8_t>;
 constexpr int kPoolThreads = 4;
+using bvfuzz::Area;
 
-void* Pool() {
-  static void* pool = MThread_Create(kPoolThreads, nullptr, nullptr);
-  return pool;
-}
-
-size_t Area(int a, int b) { return a > 0 && b > 0 ? static_cast<size_t>(a) * b : 0; }
+void* Pool() { return bvfuzz::SharedPool(kPoolThreads); }
 
 // Thread counts: mostly within the pool, sometimes past it, none or negative.
 int Threads(FuzzedDataProvider& p) {
@@ -48,15 +43,13 @@ void Lines(FuzzedDataProvider& p) {
   const size_t area = Area(n, len);
   const Floats in = bvfuzz::Buffer<float>(p, area), w = bvfuzz::Buffer<float>(p, area);
   const Floats scratch0(area, -3.5f);
-  Floats f[2], c[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    f[lowest] = in;
-    c[lowest] = scratch0;
-    DREF_FGSFilter1D(f[lowest].data(), w.data(), c[lowest].data(), n, len);
-  });
-  bvfuzz::CheckSame(f[0], f[1], "DREF_FGSFilter1D targets differ");
+  Floats c[2];
+  int side = 0;
+  bvfuzz::Twins(in, "DREF_FGSFilter1D targets differ", [&](float* o) {
+    c[side] = scratch0;
+    DREF_FGSFilter1D(o, w.data(), c[side++].data(), n, len);
+  }, area == 0);
   bvfuzz::CheckSame(c[0], c[1], "DREF_FGSFilter1D coefficients differ");
-  if (area == 0) bvfuzz::CheckSame(f[0], in, "empty solve wrote");
 
   const bool withPool = p.ConsumeBool();
   const int threads = Threads(p);
@@ -139,13 +132,10 @@ void Couplings(FuzzedDataProvider& p) {
   const size_t area = Area(rows, cols);
   const Bytes guide = bvfuzz::Buffer<uint8_t>(p, area * ch);
   const Floats init(area, 9.25f), table = TableOf(sigma, lambda);
-  Floats out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = init;
-    (planar ? DREF_FGSGuideToWeight_plane : DREF_FGSGuideToWeight_yuv)(
-        out[lowest].data(), guide.data(), rows, cols, channels, sigma, lambda);
-  });
-  bvfuzz::CheckSame(out[0], out[1], "guide couplings: targets differ");
+  const Floats out = bvfuzz::Twins(init, "guide couplings: targets differ", [&](float* o) {
+    (planar ? DREF_FGSGuideToWeight_plane : DREF_FGSGuideToWeight_yuv)(o, guide.data(), rows, cols,
+                                                                      channels, sigma, lambda);
+  }).out;
   for (size_t i = 0; i < area; ++i) {
     int m = 0;
     for (int k = 0; k < ch; ++k) {
@@ -153,7 +143,7 @@ void Couplings(FuzzedDataProvider& p) {
       if (static_cast<int>(i % cols) + 1 < cols) m = std::max(m, std::abs(guide[a] - guide[b]));
     }
     const float want = static_cast<int>(i % cols) + 1 == cols ? 0.0f : table[m];
-    bvfuzz::Check(bvfuzz::SameElement(out[0][i], want), "coupling is not the table's entry");
+    bvfuzz::Check(bvfuzz::SameElement(out[i], want), "coupling is not the table's entry");
   }
 
   // The builder: formats other than 0 touch nothing; 0 reads 3 bytes a pixel at most.
@@ -185,29 +175,22 @@ void Transposes(FuzzedDataProvider& p) {
   const int kind = p.ConsumeIntegralInRange<int>(0, 2);
   if (kind == 1) {
     const Floats src = bvfuzz::Buffer<float>(p, area);
-    Floats out[2];
-    bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-      out[lowest].assign(area, -1.0f);
-      DREF_Rotate_1D_FLOAT(out[lowest].data(), src.data(), rows, cols);
-    });
-    bvfuzz::CheckSame(out[0], out[1], "DREF_Rotate_1D_FLOAT targets differ");
+    const Floats out = bvfuzz::Twins(Floats(area, -1.0f), "DREF_Rotate_1D_FLOAT targets differ",
+                                     [&](float* o) { DREF_Rotate_1D_FLOAT(o, src.data(), rows, cols); }).out;
     for (size_t i = 0; i < area; ++i) {
       const size_t r = i / cols, c = i % cols;
-      bvfuzz::Check(bvfuzz::SameElement(out[0][c * rows + r], src[i]), "float transpose");
+      bvfuzz::Check(bvfuzz::SameElement(out[c * rows + r], src[i]), "float transpose");
     }
     return;
   }
   const int px = kind == 0 ? 1 : 3;
   const Bytes src = bvfuzz::Buffer<uint8_t>(p, area * px);
-  Bytes out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest].assign(area * px, 0x5A);
-    (kind == 0 ? DREF_Rotate_1D_UCHAR : DREF_Rotate_yuv)(out[lowest].data(), src.data(), rows, cols);
-  });
-  bvfuzz::CheckSame(out[0], out[1], "byte transpose targets differ");
+  const Bytes out = bvfuzz::Twins(Bytes(area * px, 0x5A), "byte transpose targets differ", [&](uint8_t* o) {
+    (kind == 0 ? DREF_Rotate_1D_UCHAR : DREF_Rotate_yuv)(o, src.data(), rows, cols);
+  }).out;
   for (size_t i = 0; i < area * px; ++i) {
     const size_t pixel = i / px, r = pixel / cols, c = pixel % cols;
-    bvfuzz::Check(out[0][(c * rows + r) * px + i % px] == src[i], "byte transpose");
+    bvfuzz::Check(out[(c * rows + r) * px + i % px] == src[i], "byte transpose");
   }
 }
 
@@ -297,18 +280,15 @@ void Border(FuzzedDataProvider& p) {
   r.height = p.ConsumeBool() ? h : bvfuzz::AnyInt(p);  // carried, not read
   r.depth = depth.data();
   const Floats init(area, -6.0f);
-  Floats g[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    g[lowest] = init;
-    r.gradient = g[lowest].data();
+  const Floats g = bvfuzz::Twins(init, "getDataGradient_multiThread targets differ", [&](float* o) {
+    r.gradient = o;
     getDataGradient_multiThread(&r, bvfuzz::AnyInt(p));
-  });
-  bvfuzz::CheckSame(g[0], g[1], "getDataGradient_multiThread targets differ");
+  }).out;
   for (size_t i = 0; i < area; ++i) {
     const int y = static_cast<int>(i / w), x = static_cast<int>(i % w);
     const bool in = y >= r.startRow && y < r.endRow && x >= r.startColumn && x < r.endColumn;
     const float v = in ? bivista::border::Gradient(depth.data() + i, w) : init[i];
-    bvfuzz::Check(bvfuzz::SameElement(g[0][i], v), "gradient worker wrote outside its record");
+    bvfuzz::Check(bvfuzz::SameElement(g[i], v), "gradient worker wrote outside its record");
   }
 }
 

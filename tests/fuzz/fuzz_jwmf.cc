@@ -2,19 +2,8 @@
 // (NaN, infinite, negative), out-of-range levels and classes, masks and depth values. The 8-bit
 // and 32-bit guide drivers agree, refusals leave the depth untouched, and the clean-up steps run
 // on anything.
-#include <stdlib.h>
-
 #include "bivista/jwmf.h"
-#include "jwmf_inputs.h"
 #include "support.h"
-
-namespace {
-
-void* Malloc(size_t size, uint64_t, uint64_t) { return malloc(size); }
-void Free(void* p, uint64_t, uint64_t) { free(p); }
-const vta_algo_mem_allocator_t kAllocator = {Malloc, Free, nullptr};
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider p(data, size);
@@ -55,11 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<float> a = depth, b = depth;
     std::vector<uint8_t> ma = mask0, mb = mask0;
     JWMFilterWithImg(a.data(), guide.data(), 1, w, h, withMask ? ma.data() : nullptr, radius, keep,
-                     nullptr, threads, &kAllocator);
+                     nullptr, threads, &bvfuzz::kHeap);
     std::vector<uint8_t> l(n), f(n), o(n);
     const int rc = JWMFilterWithImg2(l.data(), f.data(), o.data(), b.data(), guide.data(), 1, w, h,
                                      withMask ? mb.data() : nullptr, radius, keep, nullptr,
-                                     threads, &kAllocator);
+                                     threads, &bvfuzz::kHeap);
     if (rc != 0) {
       bvfuzz::CheckSame(b, depth, "a refused JWMFilterWithImg2 wrote the depth");
     } else {
@@ -76,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<float> a = depth, b = depth;
     std::vector<uint8_t> ma = mask0, mb = mask0;
     JWMFilter(a.data(), w, h, withMask ? ma.data() : nullptr, keep, colours.data(), labels.data(),
-              segments, nullptr, threads, &kAllocator);
+              segments, nullptr, threads, &bvfuzz::kHeap);
     JWMFFilter(b.data(), w, h, withMask ? mb.data() : nullptr, keep, colours.data(),
                labels.data(), segments, 5, nullptr, threads);
     bvfuzz::CheckSame(a, b, "JWMFFilter with radius 5 differs from JWMFilter");
@@ -89,10 +78,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<float> work(4 * n + 1);
   std::vector<float> work2(4 * n + 1);
   JWMFFilterImage_MaskArea(a.data(), guide.data(), 1, w, h, withMask ? ma.data() : nullptr,
-                           radius, keep, nullptr, threads, &kAllocator, work.data());
+                           radius, keep, nullptr, threads, &bvfuzz::kHeap, work.data());
   const int rc = JWMFFilterImage_MaskArea2(
       b.data(), guide.data(), 1, w, h, withMask ? mb.data() : nullptr, radius, keep, nullptr,
-      threads, &kAllocator, reinterpret_cast<uint8_t*>(work2.data()));
+      threads, &bvfuzz::kHeap, reinterpret_cast<uint8_t*>(work2.data()));
   if (rc != 0) {
     bvfuzz::CheckSame(b, depth, "a refused JWMFFilterImage_MaskArea2 wrote the depth");
   } else {

@@ -11,12 +11,8 @@
 
 namespace {
 
-bool g_failMalloc = false;
-void* HostMalloc(size_t size, uint64_t, uint64_t) { return g_failMalloc ? nullptr : malloc(size); }
-void HostFree(void* p, uint64_t, uint64_t) { free(p); }
-const vta_algo_mem_allocator_t kHost = {HostMalloc, HostFree, nullptr};
-
 using Bytes = std::vector<uint8_t>;
+using bvfuzz::Extent;
 
 // Box decision of the integral engine, counted pixel by pixel (rows/columns 1.. only).
 Bytes BoxReference(const Bytes& src, int w, int h, int k, bool erode) {
@@ -37,33 +33,23 @@ Bytes BoxReference(const Bytes& src, int w, int h, int k, bool erode) {
   return out;
 }
 
-// Image of exactly (h - 1) * stride + w bytes (nothing when empty).
-size_t Extent(int w, int h, int stride) {
-  if (w < 1 || h < 1) return 0;
-  return static_cast<size_t>(h - 1) * static_cast<size_t>(stride) + static_cast<size_t>(w);
-}
-
 void Integral(FuzzedDataProvider& p) {
   const int w = bvfuzz::Dim(p, 0, 70), h = bvfuzz::Dim(p, 0, 70);
   const int k = bvfuzz::AnyInt(p);
   const bool erode = p.ConsumeBool();
-  g_failMalloc = p.ConsumeIntegralInRange<int>(0, 15) == 0;
+  const bool fail = p.ConsumeIntegralInRange<int>(0, 15) == 0;
   Bytes src = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
   for (auto& b : src) b &= 1;
   const Bytes before(src.size(), 7);
-  Bytes out[2];
-  int rc[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = before;
-    rc[lowest] = (erode ? ImErode : ImDilate)(&kHost, src.data(), out[lowest].data(), w, h, k);
+  bvfuzz::HeapFail(fail ? -1 : 0);
+  const auto r = bvfuzz::Twins(before, "ImErode/ImDilate targets differ", [&](uint8_t* o) {
+    return (erode ? ImErode : ImDilate)(&bvfuzz::kHeap, src.data(), o, w, h, k);
   });
-  g_failMalloc = false;
-  bvfuzz::Check(rc[0] == rc[1], "ImErode/ImDilate results differ between targets");
-  bvfuzz::CheckSame(out[0], out[1], "ImErode/ImDilate targets differ");
-  if (rc[0] != 0) {
-    bvfuzz::CheckSame(out[0], before, "refused ImErode/ImDilate wrote its output");
+  bvfuzz::HeapFail(0);
+  if (r.rc != 0) {
+    bvfuzz::CheckSame(r.out, before, "refused ImErode/ImDilate wrote its output");
   } else if (w * h <= 900) {
-    bvfuzz::CheckSame(out[0], BoxReference(src, w, h, k, erode), "ImErode/ImDilate box count");
+    bvfuzz::CheckSame(r.out, BoxReference(src, w, h, k, erode), "ImErode/ImDilate box count");
   }
   std::vector<unsigned int> integral(src.size());
   ImIntegral(src.data(), integral.data(), w, h);
@@ -75,21 +61,14 @@ void Counter(FuzzedDataProvider& p) {
   const uint8_t v = p.ConsumeIntegral<uint8_t>();
   const int op = p.ConsumeIntegralInRange<int>(0, 2);
   const Bytes src = bvfuzz::Buffer<uint8_t>(p, static_cast<size_t>(w) * h);
-  Bytes out[2];
-  int rc[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = src;
-    if (op == 0) {
-      rc[lowest] = Erosion_Dilation_Function_opt(out[lowest].data(), w, h, kw, kh, v);
-    } else {
-      Bytes in = src;
-      rc[lowest] = (op == 1 ? ImOpen : ImClose)(&kHost, in.data(), out[lowest].data(), w, h, kw);
-      bvfuzz::CheckSame(in, src, "ImOpen/ImClose wrote their source");
-    }
+  const auto r = bvfuzz::Twins(src, "counter engine targets differ", [&](uint8_t* o) {
+    if (op == 0) return Erosion_Dilation_Function_opt(o, w, h, kw, kh, v);
+    Bytes in = src;
+    const int rc = (op == 1 ? ImOpen : ImClose)(&bvfuzz::kHeap, in.data(), o, w, h, kw);
+    bvfuzz::CheckSame(in, src, "ImOpen/ImClose wrote their source");
+    return rc;
   });
-  bvfuzz::Check(rc[0] == rc[1], "counter engine results differ between targets");
-  bvfuzz::CheckSame(out[0], out[1], "counter engine targets differ");
-  if (op == 0 && rc[0] != 0) bvfuzz::CheckSame(out[0], src, "refused counter pass wrote its image");
+  if (op == 0 && r.rc != 0) bvfuzz::CheckSame(r.out, src, "refused counter pass wrote its image");
 }
 
 void Fixed(FuzzedDataProvider& p) {
@@ -154,11 +133,8 @@ void Manhattan(FuzzedDataProvider& p) {
   if (p.ConsumeBool()) {
     for (auto& b : image) b = b & 1 ? 255 : 0;
   }
-  Bytes out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = image;
-    uint8_t* a = out[lowest].data();
-    const auto n8 = static_cast<uint8_t>(n);
+  const auto n8 = static_cast<uint8_t>(n);
+  bvfuzz::Twins(image, "city-block targets differ", [&](uint8_t* a) {
     switch (op) {
       case 0: bivista_manhattan(a, w, h); break;
       case 1: Dilate_quick_timesN(a, w, h, n); break;
@@ -168,7 +144,6 @@ void Manhattan(FuzzedDataProvider& p) {
       default: bvfuzz::Check(erode_manh(a, w, h, n8) == a, "erode_manh result"); break;
     }
   });
-  bvfuzz::CheckSame(out[0], out[1], "city-block targets differ");
 }
 
 void Legacy(FuzzedDataProvider& p) {

@@ -75,7 +75,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Most inputs reuse a pool per count (starting threads dominates the run time); it is left
   // idle at the end of every input.
   const bool fresh = p.ConsumeIntegralInRange<int>(0, 3) == 3 || count < 1 || count > kMaxThreads;
-  static void* cached[kMaxThreads + 1] = {};
   int status = -77;
   void* pool = nullptr;
   if (fresh) {
@@ -84,8 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (count > kMaxThreads) bvfuzz::Check(pool == nullptr && status == 1, "huge count accepted");
     if (pool != nullptr) bvfuzz::Check(status == count, "status is not the worker count");
   } else {
-    if (cached[count] == nullptr) cached[count] = MThread_Create(count, nullptr, nullptr);
-    pool = cached[count];
+    pool = bvfuzz::SharedPool(count);
   }
   if (count >= 1 && count <= kMaxThreads && pool == nullptr) return 0;  // out of threads
 

@@ -29,13 +29,7 @@ bool Small(const Shape& s) { return s.Pixels() <= 40000; }
 
 template <class T, class F>
 void Compare(const std::vector<T>& init, const char* what, bool mustStay, F&& call) {
-  std::vector<T> out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = init;
-    call(out[lowest].data());
-  });
-  bvfuzz::CheckSame(out[0], out[1], what);
-  if (mustStay) bvfuzz::CheckSame(out[0], init, what);
+  bvfuzz::Twins(init, what, call, mustStay);
 }
 
 void Floats(FuzzedDataProvider& p, const Shape& s, const Shape& d) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 
+#include "bivista/mthread.h"
 #include "hwy/targets.h"
 
 namespace bvfuzz {
@@ -51,6 +52,46 @@ void Check(bool ok, const char* what) {
     fprintf(stderr, "fuzz check failed: %s\n", what);
     abort();
   }
+}
+
+size_t Extent(int w, int h, int stride) {
+  if (w < 1 || h < 1) return 0;
+  return static_cast<size_t>(h - 1) * static_cast<size_t>(stride) + static_cast<size_t>(w);
+}
+
+void* SharedPool(int workers) {
+  // A plain static array: nothing destroys it before the leak check at exit.
+  static void* pools[9];
+  if (workers < 1 || workers > 8) abort();
+  if (pools[workers] == nullptr) pools[workers] = MThread_Create(workers, nullptr, nullptr);
+  return pools[workers];
+}
+
+namespace {
+int g_failAt = 0, g_live = 0;
+void* HeapMalloc(size_t size, uint64_t, uint64_t) {
+  if (g_failAt < 0 || (g_failAt > 0 && --g_failAt == 0)) return nullptr;
+  void* p = malloc(size);
+  g_live += p != nullptr;
+  return p;
+}
+void HeapFree(void* p, uint64_t, uint64_t) {
+  g_live -= p != nullptr;
+  free(p);
+}
+}  // namespace
+
+const vta_algo_mem_allocator_t kHeap = {HeapMalloc, HeapFree, nullptr};
+void HeapFail(int nth) { g_failAt = nth; }
+int HeapLive() { return g_live; }
+
+float** WeightMap(FuzzedDataProvider& p, int classes) {
+  const int c = classes > 0 ? classes : 1;
+  float** map = float2D(c, c);
+  if (map == nullptr) return nullptr;
+  const std::vector<float> v = Buffer<float>(p, static_cast<size_t>(c) * c);
+  memcpy(map[0], v.data(), v.size() * sizeof(float));
+  return map;
 }
 
 void ReportDiff(const char* what, size_t index, size_t sizeA, size_t sizeB, const void* a,

@@ -12,6 +12,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "bivista/mem_services.h"
+
 namespace bvfuzz {
 
 // Log lines the library wrote since the last ClearLog (text only, formatted).
@@ -46,6 +48,24 @@ std::vector<T> Buffer(FuzzedDataProvider& p, size_t n) {
 // Aborts (a finding) when the condition fails; message goes to stderr.
 void Check(bool ok, const char* what);
 
+// Elements of h rows of w, rows `stride` apart, up to the end of the last row (0 when empty).
+size_t Extent(int w, int h, int stride);
+// Elements of an a x b plane (0 when a side is below 1).
+inline size_t Area(int a, int b) { return Extent(a, b, a); }
+
+// A pool of 1 to 8 workers made once for the program (null while it cannot be made).
+void* SharedPool(int workers);
+
+// A host memory table on the C library that counts its live blocks. HeapFail(n): the n-th
+// allocation from now fails (n < 0: every one, 0: none).
+extern const vta_algo_mem_allocator_t kHeap;
+void HeapFail(int nth);
+int HeapLive();
+
+// A classes x classes weight map (1 x 1 for a count below 1) of any floats from the input;
+// null when it cannot be allocated. Release with float2D_release.
+float** WeightMap(FuzzedDataProvider& p, int classes);
+
 // Elements equal bit for bit; any two NaNs count as equal (payloads differ between ISAs and
 // instructions and are not part of any result).
 template <class T>
@@ -78,6 +98,33 @@ void CheckSame(const std::vector<T>& a, const std::vector<T>& b, const char* wha
 }
 
 void SetTargetForTest(bool lowest);
+
+template <class T>
+struct Twin {
+  std::vector<T> out;  // the best target's output
+  int rc;              // its result (0 when the call returns none)
+};
+
+// Runs call(out) on the best and on the lowest target, each on a fresh copy of init: outputs and
+// integer results must agree; with mustStay the output must still be init.
+template <class T, class F>
+Twin<T> Twins(const std::vector<T>& init, const char* what, F&& call, bool mustStay = false) {
+  std::vector<T> out[2];
+  int rc[2] = {0, 0};
+  OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = init;
+    using R = decltype(call(out[lowest].data()));
+    if constexpr (std::is_integral_v<R>) {
+      rc[lowest] = static_cast<int>(call(out[lowest].data()));
+    } else {
+      call(out[lowest].data());
+    }
+  });
+  Check(rc[0] == rc[1], what);
+  CheckSame(out[0], out[1], what);
+  if (mustStay) CheckSame(out[0], init, what);
+  return {std::move(out[0]), rc[0]};
+}
 
 template <class F>
 void OnBestAndLowestTarget(F&& fn) {

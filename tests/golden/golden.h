@@ -68,11 +68,14 @@ class Sink {
 };
 
 using CaseFn = std::function<void(Sink&)>;
+class Rng;
 
 // The cases of one subsystem, in the order they are added; names are unique within it.
 class Cases {
  public:
   void Add(const std::string& name, CaseFn run) { list_.push_back({name, std::move(run)}); }
+  // A case whose inputs come from an Rng seeded with SeedOf(name).
+  void Seeded(const std::string& name, std::function<void(Sink&, Rng&)> run);
   struct Entry {
     std::string name;
     CaseFn run;
@@ -145,6 +148,13 @@ void Into(Sink& s, size_t n, T fill, F call) {
 
 // Seed from a case name, so that a case's inputs do not depend on the cases before it.
 uint64_t SeedOf(const std::string& name);
+
+inline void Cases::Seeded(const std::string& name, std::function<void(Sink&, Rng&)> run) {
+  Add(name, [name, run](Sink& s) {
+    Rng rng(SeedOf(name));
+    run(s, rng);
+  });
+}
 
 // A scratch directory, and its path replaced by "<dir>" in the log lines of the case.
 std::string TempDir();

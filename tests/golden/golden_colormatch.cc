@@ -40,9 +40,7 @@ void RestoreSets() {
 BVGOLDEN_CASES(colormatch) {
   for (const Shape& z : {Shape{1, 1, 0}, Shape{7, 5, 3}, Shape{65, 9, 1}, Shape{130, 17, 0},
                          Shape{1030, 520, 2}}) {
-    const std::string name = "tone_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("tone_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       for (int ch : {1, 3, 2}) {
         if (z.w == 1030 && ch != 1) continue;
         const int cw = ch == 2 ? 1 : ch, stride = z.w * cw + z.pad;
@@ -71,9 +69,7 @@ BVGOLDEN_CASES(colormatch) {
     });
   }
   for (const Shape& z : {Shape{2, 2, 0}, Shape{6, 3, 4}, Shape{34, 10, 0}, Shape{66, 7, 2}}) {
-    const std::string name = "nv12_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("nv12_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       const int stride = z.w + z.pad;
       const auto src = rng.Bytes<uint8_t>(static_cast<size_t>(stride) * (z.h + (z.h + 1) / 2));
       for (int mode : {0, 1}) {
@@ -87,8 +83,7 @@ BVGOLDEN_CASES(colormatch) {
       g_fail = false;
     });
   }
-  cases.Add("yeq", [](Sink& s) {
-    Rng rng(bvgolden::SeedOf("yeq"));
+  cases.Seeded("yeq", [](Sink& s, Rng& rng) {
     for (int count : {1, 15, 16, 17, 100}) {
       const auto rgb = rng.Bytes<uint8_t>(3 * count);
       std::vector<uint8_t> y(count + 4, 0x33);

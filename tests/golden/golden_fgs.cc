@@ -21,9 +21,7 @@ struct Shape {
 BVGOLDEN_CASES(fgs) {
   bvgolden::SharedPool();  // made here, outside any case's log
   for (const Shape& z : {Shape{1, 1}, Shape{2, 7}, Shape{13, 5}, Shape{37, 29}, Shape{70, 33}}) {
-    const std::string name = "fgs_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("fgs_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       const size_t n = static_cast<size_t>(z.w) * z.h;
       const auto data0 = rng.Floats(n, 100.0f, 3000.0f);
       const auto guide = rng.Bytes<uint8_t>(n * 3);
@@ -42,8 +40,7 @@ BVGOLDEN_CASES(fgs) {
       }
     });
   }
-  cases.Add("fgs_blocks", [](Sink& s) {
-    Rng rng(bvgolden::SeedOf("fgs_blocks"));
+  cases.Seeded("fgs_blocks", [](Sink& s, Rng& rng) {
     const int w = 19, h = 11;
     const size_t n = static_cast<size_t>(w) * h;
     const auto guide = rng.Bytes<uint8_t>(n * 3);
@@ -71,9 +68,7 @@ BVGOLDEN_CASES(fgs) {
     s.Value(_gauss(3.5f, 8.0f));
   });
   for (const Shape& z : {Shape{3, 3}, Shape{17, 16}, Shape{45, 31}, Shape{101, 64}}) {
-    const std::string name = "bordermask_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("bordermask_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       const size_t n = static_cast<size_t>(z.w) * z.h;
       auto depth = rng.Floats(n, 500.0f, 600.0f);
       for (size_t i = 0; i < n; ++i) {

@@ -33,9 +33,7 @@ void Padded(Sink& s, size_t n, T fill, F call) {
 
 BVGOLDEN_CASES(imageformat) {
   for (const Resize& r : kResizes) {
-    const std::string name = Name("float", r);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("float", r), [=](Sink& s, Rng& rng) {
       const size_t n = size_t(r.dw) * r.dh;
       std::vector<float> src = rng.Floats(size_t(r.sw) * r.sh, -4.0f, 60.0f);
       for (size_t i = 0; i < src.size(); i += 7) src[i] = -1.0f;  // invalid samples
@@ -78,9 +76,7 @@ BVGOLDEN_CASES(imageformat) {
   cases.Add("bilateral_weights", [](Sink& s) { Padded(s, 511, -1.0f, getBilateralWeight); });
 
   for (const Resize& r : kResizes) {
-    const std::string name = Name("uchar", r);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("uchar", r), [=](Sink& s, Rng& rng) {
       const size_t n = size_t(r.dw) * r.dh;
       const std::vector<uint8_t> src = rng.Bytes<uint8_t>(size_t(r.sw) * r.sh * 3);
       for (auto f : {ResizeUchar, ResizeUcharMask, ResizeUchar_upScale2x2}) {
@@ -96,9 +92,7 @@ BVGOLDEN_CASES(imageformat) {
     });
   }
   for (const Resize& r : kEvenResizes) {
-    const std::string name = Name("nv21", r);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("nv21", r), [=](Sink& s, Rng& rng) {
       const std::vector<uint8_t> src = rng.Bytes<uint8_t>(size_t(r.sw) * r.sh * 3 / 2);
       Padded(s, size_t(r.dw) * r.dh * 3 / 2, uint8_t(0xCD), [&](uint8_t* d) {
         ResizeUcharNV21(src.data(), d, r.sw, r.sh, r.dw, r.dh);
@@ -119,9 +113,7 @@ BVGOLDEN_CASES(imageformat) {
     int w, h, stride;
   };
   for (const Yuv& y : {Yuv{2, 2, 2}, Yuv{38, 24, 38}, Yuv{37, 23, 41}, Yuv{130, 6, 136}}) {
-    const std::string name = "yuv_" + bvgolden::Dims(y.w, y.h) + "_s" + std::to_string(y.stride);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("yuv_" + bvgolden::Dims(y.w, y.h) + "_s" + std::to_string(y.stride), [=](Sink& s, Rng& rng) {
       const size_t planes = size_t(y.stride) * (y.h + (y.h + 1) / 2);
       const std::vector<uint8_t> src = rng.Bytes<uint8_t>(planes + kMargin);
       const size_t n = size_t(y.w) * y.h;

@@ -39,9 +39,7 @@ void Scene(Rng& rng, int w, int h, std::vector<float>* depth, std::vector<uint8_
 
 BVGOLDEN_CASES(jwmf) {
   for (const Shape& z : {Shape{1, 1}, Shape{7, 5}, Shape{23, 17}, Shape{40, 9}}) {
-    const std::string name = "core_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("core_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       const size_t n = static_cast<size_t>(z.w) * z.h;
       for (int classes : {1, 5, 70, 260}) {
         const int levels = classes > 256 ? 9 : 1 + rng.Int(0, 20);
@@ -75,8 +73,7 @@ BVGOLDEN_CASES(jwmf) {
     });
   }
 
-  cases.Add("stages", [](Sink& s) {
-    Rng rng(bvgolden::SeedOf("stages"));
+  cases.Seeded("stages", [](Sink& s, Rng& rng) {
     const int w = 19, h = 11;
     const size_t n = static_cast<size_t>(w) * h;
     std::vector<float> depth(n);
@@ -123,9 +120,7 @@ BVGOLDEN_CASES(jwmf) {
   });
 
   for (const Shape& z : {Shape{2, 2}, Shape{9, 7}, Shape{31, 22}}) {
-    const std::string name = "drivers_" + bvgolden::Dims(z.w, z.h);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded("drivers_" + bvgolden::Dims(z.w, z.h), [=](Sink& s, Rng& rng) {
       std::vector<float> depth;
       std::vector<uint8_t> guide, mask;
       Scene(rng, z.w, z.h, &depth, &guide, &mask);

@@ -12,10 +12,8 @@ BVGOLDEN_CASES(matrix) {
     int m, k, n;
   };
   for (const Dims& d : {Dims{1, 1, 1}, Dims{3, 3, 3}, Dims{5, 7, 9}, Dims{17, 3, 33}, Dims{2, 40, 5}}) {
-    const std::string name =
-        "products_" + std::to_string(d.m) + "x" + std::to_string(d.k) + "x" + std::to_string(d.n);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    const std::string dims = std::to_string(d.m) + "x" + std::to_string(d.k) + "x" + std::to_string(d.n);
+    cases.Seeded("products_" + dims, [=](Sink& s, Rng& rng) {
       const std::vector<float> a = rng.Floats(size_t(d.m) * d.k, -3, 3);
       const std::vector<float> b = rng.Floats(size_t(d.k) * d.n, -3, 3);
       std::vector<double> da(a.begin(), a.end()), db(b.begin(), b.end());

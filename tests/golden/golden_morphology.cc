@@ -28,9 +28,7 @@ std::string Name(const char* what, const Shape& s) {
 
 BVGOLDEN_CASES(morphology) {
   for (const Shape& sh : kShapes) {
-    const std::string name = Name("integral", sh);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("integral", sh), [=](Sink& s, Rng& rng) {
       const std::vector<uint8_t> src = Mask(rng, sh, 1);
       std::vector<unsigned> integral(src.size(), 7);
       ImIntegral(src.data(), integral.data(), sh.w, sh.h);
@@ -56,9 +54,7 @@ BVGOLDEN_CASES(morphology) {
   }
   // Fixed kernels with padded strides; the padding must stay as it was.
   for (const Shape& sh : kShapes) {
-    const std::string name = Name("fixed", sh);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("fixed", sh), [=](Sink& s, Rng& rng) {
       const int stride = sh.w + 3;
       Shape padded{stride, sh.h, sh.percent};
       for (uint8_t on : {1, 255}) {
@@ -81,9 +77,7 @@ BVGOLDEN_CASES(morphology) {
     });
   }
   for (const Shape& sh : kShapes) {
-    const std::string name = Name("components", sh);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("components", sh), [=](Sink& s, Rng& rng) {
       const std::vector<uint8_t> src = Mask(rng, sh, 200);
       for (uint8_t value : {0, 200}) {
         for (auto f : {connectTwoPass, connectTwoPass_8}) {
@@ -98,9 +92,7 @@ BVGOLDEN_CASES(morphology) {
     });
   }
   for (const Shape& sh : kShapes) {
-    const std::string name = Name("manhattan", sh);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("manhattan", sh), [=](Sink& s, Rng& rng) {
       const std::vector<uint8_t> src = Mask(rng, sh, 255);
       std::vector<uint8_t> img = src;
       bivista_manhattan(img.data(), sh.w, sh.h);
@@ -123,9 +115,7 @@ BVGOLDEN_CASES(morphology) {
     });
   }
   for (const Shape& sh : kShapes) {
-    const std::string name = Name("legacy", sh);
-    cases.Add(name, [=](Sink& s) {
-      Rng rng(bvgolden::SeedOf(name));
+    cases.Seeded(Name("legacy", sh), [=](Sink& s, Rng& rng) {
       const std::vector<uint8_t> src = Mask(rng, sh, 255);
       for (int rx : {0, 1, 3}) {
         for (int ry : {0, 2}) {

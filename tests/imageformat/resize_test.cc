@@ -487,16 +487,6 @@ TEST(ResizeU8, UpScale2x2KeepsItsEdgeRule) {
   }
 }
 
-TEST(ResizeU8, RandFloatSequence) {
-  // This test owns the process-wide state: it must be the only caller in the program.
-  EXPECT_EQ(randFloat(), 1.0f);
-  uint32_t state = 16383;
-  for (int i = 0; i < 1000; ++i) {
-    state = ((state & 0xFFFF) * 16383 + (state >> 16)) & 0x7FFFFFFF;
-    ASSERT_EQ(randFloat(), static_cast<float>(state & 255) * 0.00392156862745098f) << i;
-  }
-}
-
 TEST(ResizeU8Kernels, RowsMatchScalarOnEveryTarget) {
   std::mt19937 rng(56);
   bvtest::ForEachHwyTarget([&](const char*) {
