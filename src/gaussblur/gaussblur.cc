@@ -229,11 +229,12 @@ void* BodyCaller(const PathText& text, void* argument) {
 
 // Work sharing. When every row is computed from the source alone (not in place, no overlap), a
 // row's bytes do not depend on which thread computes it, so the strips are cut into chunks that
-// any participant may take: a late worker then leaves no one idle. Each participant takes its
-// own strip's chunks top-down (its row ring goes on from chunk to chunk), then the free chunks of
-// every strip from the bottom end (each with its own ring warm-up), in its own scratch rows.
-constexpr int kMaxChunks = 64;     // per strip
-constexpr int kMinChunkRows = 16;  // the warm-up of a taken chunk is 2 x radius rows
+// any participant may take: a late worker then leaves no one idle. A participant runs chunks
+// downward from a start chunk while it can claim the next one (the row ring goes on from chunk to
+// chunk); it starts at the top of its own strip, then in the middle of the longest run of free
+// chunks left, so a thief that takes a late worker's rows pays few ring warm-ups (2r rows each).
+constexpr int kMaxChunks = 64;    // per strip
+constexpr int kMinChunkRows = 8;  // per chunk
 
 struct GaussShare {
   GaussJob* job;
@@ -244,10 +245,11 @@ struct GaussShare {
   Waiter allDone;
 };
 
-// One participant: the share and its thread index; next is its own strip's next chunk.
+// One participant: the share, its thread index, and the strip and chunk it goes on with.
 struct ShareArg {
   GaussShare* share;
   int index;
+  int strip;
   int next;
 };
 
@@ -258,38 +260,56 @@ bool Claim(GaussShare& s, int strip, int chunk) {
 
 bool ClaimNext(void* context) {
   ShareArg& a = *static_cast<ShareArg*>(context);
-  return a.next < a.share->chunks[a.index] && Claim(*a.share, a.index, a.next++);
+  return a.next < a.share->chunks[a.strip] && Claim(*a.share, a.strip, a.next++);
+}
+
+// Chunks of `strip` from `chunk` (claimed) on, in the participant's scratch rows.
+void RunFrom(ShareArg& a, int strip, int chunk) {
+  const GaussShare& s = *a.share;
+  const GaussJob& job = *s.job;
+  int first = 0;
+  int count = 0;
+  StripOf(job, strip, &first, &count);
+  const int begin = first + chunk * s.chunkRows;
+  const int end = first + count;
+  GaussStripArgs run =
+      RowsArgs(job, begin, end, job.src + static_cast<long>(begin - job.radius) * job.srcStride,
+               job.src + static_cast<long>(end) * job.srcStride,
+               job.scratch + static_cast<long>(a.index) * job.scratchBlock);
+  run.more = ClaimNext;
+  run.context = &a;
+  run.chunkRows = s.chunkRows;
+  a.strip = strip;
+  a.next = chunk + 1;
+  GaussStrip(run);
+}
+
+// The middle chunk of the longest run of free chunks; false when every chunk is taken.
+bool FindFree(const GaussShare& s, int* strip, int* chunk) {
+  int longest = 0;
+  for (int v = 0; v < s.job->thNum; ++v) {
+    for (int c = 0; c < s.chunks[v];) {
+      const int from = c;
+      while (c < s.chunks[v] && !s.taken[v][c].load(std::memory_order_relaxed)) ++c;
+      if (c - from > longest) {
+        longest = c - from;
+        *strip = v;
+        *chunk = from + longest / 2;
+      }
+      if (c == from) ++c;
+    }
+  }
+  return longest > 0;
 }
 
 void Participate(ShareArg& a) {
   GaussShare& s = *a.share;
-  const GaussJob& job = *s.job;
   if (gaussShareHook != nullptr) gaussShareHook(a.index);
-  uint8_t* scratch = job.scratch + static_cast<long>(a.index) * job.scratchBlock;
-  const auto rows = [&](int begin, int end) {
-    return RowsArgs(job, begin, end,
-                    job.src + static_cast<long>(begin - job.radius) * job.srcStride,
-                    job.src + static_cast<long>(end) * job.srcStride, scratch);
-  };
-  int first = 0;
-  int count = 0;
-  StripOf(job, a.index, &first, &count);
-  a.next = 0;
-  if (ClaimNext(&a)) {
-    GaussStripArgs own = rows(first, first + count);
-    own.more = ClaimNext;
-    own.context = &a;
-    own.chunkRows = s.chunkRows;
-    GaussStrip(own);
-  }
-  for (int d = 1; d <= job.thNum; ++d) {
-    const int v = (a.index + d) % job.thNum;
-    StripOf(job, v, &first, &count);
-    for (int c = s.chunks[v] - 1; c >= 0; --c) {
-      if (!Claim(s, v, c)) continue;
-      const int begin = first + c * s.chunkRows;
-      GaussStrip(rows(begin, std::min(begin + s.chunkRows, first + count)));
-    }
+  if (Claim(s, a.index, 0)) RunFrom(a, a.index, 0);
+  int strip = 0;
+  int chunk = 0;
+  while (FindFree(s, &strip, &chunk)) {
+    if (Claim(s, strip, chunk)) RunFrom(a, strip, chunk);
   }
 }
 
@@ -525,9 +545,10 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
       int count = 0;
       StripOf(job, t, &first, &count);
       share.chunks[t] = (count + share.chunkRows - 1) / share.chunkRows;
-      for (int c = 0; c < share.chunks[t]; ++c)
+      for (int c = 0; c < share.chunks[t]; ++c) {
         share.taken[t][c].store(false, std::memory_order_relaxed);
-      parts[t] = {&share, t, 0};
+      }
+      parts[t] = {&share, t, t, 0};
     }
     int booted = 0;
     for (int t = 0; t < last; ++t) {
