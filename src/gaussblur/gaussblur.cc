@@ -241,6 +241,7 @@ struct GaussShare {
   int chunkRows;
   int chunks[kGaussMaxThreads];
   std::atomic<bool> taken[kGaussMaxThreads][kMaxChunks];
+  std::atomic<int> started{0};   // workers in their job
   std::atomic<int> finished{0};  // workers done, their streaming stores fenced
   Waiter allDone;
 };
@@ -315,6 +316,7 @@ void Participate(ShareArg& a) {
 
 void* ShareJob(void* argument, int) {
   ShareArg& a = *static_cast<ShareArg*>(argument);
+  a.share->started.fetch_add(1, std::memory_order_relaxed);
   Participate(a);
   a.share->allDone.Wake([&] { a.share->finished.fetch_add(1, std::memory_order_release); });
   return nullptr;
@@ -559,9 +561,13 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
       }
     }
     Participate(parts[last]);
-    // The workers' last chunks are usually about to end: wait for them briefly rather than
-    // sleep in the sync, whose wake-up costs more than a chunk.
-    share.allDone.WaitFor([&] { return share.finished.load(std::memory_order_acquire) == booted; });
+    // Started workers are about to end their last chunks: wait for them briefly rather than
+    // sleep in the sync, whose wake-up costs more than a chunk. A worker not yet started may
+    // need the caller's core (the machine may be loaded): sleep at once.
+    if (share.started.load(std::memory_order_relaxed) == booted) {
+      share.allDone.WaitFor(
+          [&] { return share.finished.load(std::memory_order_acquire) == booted; });
+    }
     MThread_Sync(pool, 0, last);
   } else {
     for (int t = 0; t < thNum; ++t) {
