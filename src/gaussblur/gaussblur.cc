@@ -3,16 +3,23 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
+#include <atomic>
+
 #include "bivista/mem_services.h"
 #include "bivista/mthread.h"
 #include "common/alloc_size.h"
 #include "common/log_internal.h"
 #include "gaussblur/gaussblur_internal.h"
 #include "gaussblur/gaussblur_kernels.h"
+#include "mthread/handoff.h"
 
 using bivista::kTagAlgo;
 
 namespace bivista {
+
+void (*gaussShareHook)(int participant) = nullptr;
+
 namespace {
 
 // gaussian_blur
@@ -158,6 +165,25 @@ const uint8_t* StripRow(const GaussJob& job, int t, int first, int count, int i)
   return job.src + static_cast<long>(i) * job.srcStride;
 }
 
+// Kernel arguments for interior rows [begin, end) with the r rows above and below them.
+GaussStripArgs RowsArgs(const GaussJob& job, int begin, int end, const uint8_t* above,
+                        const uint8_t* below, uint8_t* scratch) {
+  GaussStripArgs a;
+  a.above = above;
+  a.src = job.src + static_cast<long>(begin) * job.srcStride;
+  a.below = below;
+  a.srcStride = job.srcStride;
+  a.dst = job.dst + static_cast<long>(begin) * job.dstStride;
+  a.dstStride = job.dstStride;
+  a.count = end - begin;
+  a.width = job.width;
+  a.scratch = scratch;
+  a.scratchStride = job.srcStride;
+  a.kernel = job.kernel;
+  a.radius = job.radius;
+  return a;
+}
+
 int Body(const PathText& text, GaussJob& job, int t) {
   int first = 0;
   int count = 0;
@@ -180,21 +206,8 @@ int Body(const PathText& text, GaussJob& job, int t) {
                 static_cast<void*>(scratch));
     return -1;
   }
-  const int r = job.radius;
-  GaussStripArgs strip;
-  strip.above = StripRow(job, t, first, count, first - r);
-  strip.src = job.src + static_cast<long>(first) * job.srcStride;
-  strip.below = StripRow(job, t, first, count, first + count);
-  strip.srcStride = job.srcStride;
-  strip.dst = job.dst + static_cast<long>(first) * job.dstStride;
-  strip.dstStride = job.dstStride;
-  strip.count = count;
-  strip.width = job.width;
-  strip.scratch = scratch;
-  strip.scratchStride = job.srcStride;
-  strip.kernel = job.kernel;
-  strip.radius = r;
-  GaussStrip(strip);
+  GaussStrip(RowsArgs(job, first, first + count, StripRow(job, t, first, count, first - job.radius),
+                      StripRow(job, t, first, count, first + count), scratch));
   return 0;
 }
 
@@ -212,6 +225,118 @@ void* BodyCaller(const PathText& text, void* argument) {
   }
   job.status[arg->index] = Body(text, job, arg->index);
   return nullptr;
+}
+
+// Work sharing. When every row is computed from the source alone (not in place, no overlap), a
+// row's bytes do not depend on which thread computes it, so the strips are cut into chunks that
+// any participant may take: a late worker then leaves no one idle. A participant runs chunks
+// downward from a start chunk while it can claim the next one (the row ring goes on from chunk to
+// chunk); it starts at the top of its own strip, then in the middle of the longest run of free
+// chunks left, so a thief that takes a late worker's rows pays few ring warm-ups (2r rows each).
+constexpr int kMaxChunks = 64;    // per strip
+constexpr int kMinChunkRows = 8;  // per chunk
+
+struct GaussShare {
+  GaussJob* job;
+  int chunkRows;
+  int chunks[kGaussMaxThreads];
+  std::atomic<bool> taken[kGaussMaxThreads][kMaxChunks];
+  std::atomic<int> started{0};   // workers in their job
+  std::atomic<int> finished{0};  // workers done, their streaming stores fenced
+  Waiter allDone;
+};
+
+// One participant: the share, its thread index, and the strip and chunk it goes on with.
+struct ShareArg {
+  GaussShare* share;
+  int index;
+  int strip;
+  int next;
+};
+
+bool Claim(GaussShare& s, int strip, int chunk) {
+  std::atomic<bool>& flag = s.taken[strip][chunk];
+  return !flag.load(std::memory_order_relaxed) && !flag.exchange(true, std::memory_order_relaxed);
+}
+
+bool ClaimNext(void* context) {
+  ShareArg& a = *static_cast<ShareArg*>(context);
+  return a.next < a.share->chunks[a.strip] && Claim(*a.share, a.strip, a.next++);
+}
+
+// Chunks of `strip` from `chunk` (claimed) on, in the participant's scratch rows.
+void RunFrom(ShareArg& a, int strip, int chunk) {
+  const GaussShare& s = *a.share;
+  const GaussJob& job = *s.job;
+  int first = 0;
+  int count = 0;
+  StripOf(job, strip, &first, &count);
+  const int begin = first + chunk * s.chunkRows;
+  const int end = first + count;
+  GaussStripArgs run =
+      RowsArgs(job, begin, end, job.src + static_cast<long>(begin - job.radius) * job.srcStride,
+               job.src + static_cast<long>(end) * job.srcStride,
+               job.scratch + static_cast<long>(a.index) * job.scratchBlock);
+  run.more = ClaimNext;
+  run.context = &a;
+  run.chunkRows = s.chunkRows;
+  a.strip = strip;
+  a.next = chunk + 1;
+  GaussStrip(run);
+}
+
+// The middle chunk of the longest run of free chunks; false when every chunk is taken.
+bool FindFree(const GaussShare& s, int* strip, int* chunk) {
+  int longest = 0;
+  for (int v = 0; v < s.job->thNum; ++v) {
+    for (int c = 0; c < s.chunks[v];) {
+      const int from = c;
+      while (c < s.chunks[v] && !s.taken[v][c].load(std::memory_order_relaxed)) ++c;
+      if (c - from > longest) {
+        longest = c - from;
+        *strip = v;
+        *chunk = from + longest / 2;
+      }
+      if (c == from) ++c;
+    }
+  }
+  return longest > 0;
+}
+
+void Participate(ShareArg& a) {
+  GaussShare& s = *a.share;
+  if (gaussShareHook != nullptr) gaussShareHook(a.index);
+  if (Claim(s, a.index, 0)) RunFrom(a, a.index, 0);
+  int strip = 0;
+  int chunk = 0;
+  while (FindFree(s, &strip, &chunk)) {
+    if (Claim(s, strip, chunk)) RunFrom(a, strip, chunk);
+  }
+}
+
+void* ShareJob(void* argument, int) {
+  ShareArg& a = *static_cast<ShareArg*>(argument);
+  a.share->started.fetch_add(1, std::memory_order_relaxed);
+  Participate(a);
+  a.share->allDone.Wake([&] { a.share->finished.fetch_add(1, std::memory_order_release); });
+  return nullptr;
+}
+
+// Whether the chunks may go to any thread: results, messages and status are then those of the
+// fixed strips. Every worker must run (the caller takes the last strip), every strip must have
+// rows and be blurred (no "too small" copy), and no destination row may be a source row.
+bool CanShare(const GaussJob& job, void* pool, const uint8_t* src, const uint8_t* dst, int height) {
+  if (job.thNum < 2 || pool == nullptr || job.rows < job.thNum || job.width < 2 * job.radius + 1 ||
+      job.scratch == nullptr) {
+    return false;
+  }
+  const MThread_Pool* p = static_cast<const MThread_Pool*>(pool);
+  if (p->workers == nullptr || p->count < job.thNum - 1) return false;
+  const uintptr_t s = reinterpret_cast<uintptr_t>(src);
+  const uintptr_t d = reinterpret_cast<uintptr_t>(dst);
+  const uintptr_t sEnd = s + static_cast<uintptr_t>(height - 1) * job.srcStride + job.width;
+  const uintptr_t dEnd = d + static_cast<uintptr_t>(height - 1) * job.dstStride + job.width;
+  return sEnd <= d || dEnd <= s;
 }
 
 // Border rows 0 .. r-1 and height-r .. height-1, on the caller after the workers are done.
@@ -409,13 +534,50 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
   // The caller does the last strip itself rather than idle while a woken worker does it. The
   // border rows follow the sync, so that their messages come after every strip's.
   const int last = thNum - 1;
-  for (int t = 0; t < thNum; ++t) {
-    args[t].job = &job;
-    args[t].index = t;
-    if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
+  if (CanShare(job, pool, src, dst, height)) {
+    GaussShare share;
+    share.job = &job;
+    int lastFirst = 0;
+    int lastCount = 0;
+    StripOf(job, last, &lastFirst, &lastCount);  // the longest strip
+    share.chunkRows = std::max(kMinChunkRows, (lastCount + kMaxChunks - 1) / kMaxChunks);
+    ShareArg parts[kGaussMaxThreads];
+    for (int t = 0; t < thNum; ++t) {
+      int first = 0;
+      int count = 0;
+      StripOf(job, t, &first, &count);
+      share.chunks[t] = (count + share.chunkRows - 1) / share.chunkRows;
+      for (int c = 0; c < share.chunks[t]; ++c) {
+        share.taken[t][c].store(false, std::memory_order_relaxed);
+      }
+      parts[t] = {&share, t, t, 0};
+    }
+    int booted = 0;
+    for (int t = 0; t < last; ++t) {
+      if (MThread_Boot(pool, t, ShareJob, &parts[t]) == 0) {
+        ++booted;
+      } else {
+        status[t] = -1;
+      }
+    }
+    Participate(parts[last]);
+    // Started workers are about to end their last chunks: wait for them briefly rather than
+    // sleep in the sync, whose wake-up costs more than a chunk. A worker not yet started may
+    // need the caller's core (the machine may be loaded): sleep at once.
+    if (share.started.load(std::memory_order_relaxed) == booted) {
+      share.allDone.WaitFor(
+          [&] { return share.finished.load(std::memory_order_acquire) == booted; });
+    }
+    MThread_Sync(pool, 0, last);
+  } else {
+    for (int t = 0; t < thNum; ++t) {
+      args[t].job = &job;
+      args[t].index = t;
+      if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
+    }
+    worker(&args[last], last);
+    MThread_Sync(pool, 0, last);
   }
-  worker(&args[last], last);
-  MThread_Sync(pool, 0, last);
   const int edge = HeadTail(text, src, dst, width, height, srcStride, dstStride, kernel, headRows,
                             tailRows, scratch, r);
 

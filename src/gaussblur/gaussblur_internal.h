@@ -33,6 +33,9 @@ struct GaussArg {
   int index;
 };
 
+// Tests only: when set, called by every participant of a shared blur before it takes a chunk.
+extern void (*gaussShareHook)(int participant);
+
 // Integer taps (n of them, summing to 256) for sigma; 0 or -1.
 int get_gaussian_kernel(int n, uint16_t* kernel, float sigma);
 

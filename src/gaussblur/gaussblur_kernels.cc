@@ -67,7 +67,12 @@ void StripLoop(const GaussStripArgs& a, const Rows& rows) {
     rows.H(source(j - r), slot[j]);
   }
   const uint8_t* win[2 * kGaussMaxRadius];
+  int ask = a.more != nullptr && a.chunkRows > 0 ? a.chunkRows : a.count;
   for (int i = 0; i < a.count; ++i) {
+    if (i == ask) {
+      if (!a.more(a.context)) break;
+      ask += a.chunkRows;
+    }
     const int oldest = i % window;
     for (int j = 0; j < window; ++j) win[j] = slot[(oldest + j) % window];
     rows.HV(win, source(i + r), slot[oldest], a.dst + i * a.dstStride);

@@ -30,6 +30,11 @@ struct GaussStripArgs {
   long scratchStride;
   const uint16_t* kernel;
   int radius;
+  // Optional: before each later run of chunkRows rows the strip calls more(context) and ends
+  // there when it returns false (another thread took the rest).
+  bool (*more)(void* context) = nullptr;
+  void* context = nullptr;
+  int chunkRows = 0;
 };
 
 // Border rows: h[j] = horizontal pass of src[j] for j < 2r, all of them before any output

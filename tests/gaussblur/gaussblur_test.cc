@@ -8,10 +8,12 @@
 #include <string.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bivista/mthread.h"
@@ -226,6 +228,47 @@ TEST_F(GaussBlur, EqualsTheDefinitionAcrossSizesStridesThreadsAndInPlace) {
       ASSERT_EQ(buf[i], 0x77) << "caller buffer overrun";
     }
   }
+}
+
+// A participant of the shared chunks that starts late: the others then take its chunks.
+int gLate = -1;
+int gLateUs = 0;
+void StartLate(int participant) {
+  if (participant == gLate) std::this_thread::sleep_for(std::chrono::microseconds(gLateUs));
+}
+
+// Chunks taken by any thread give the bytes of one thread, silently, with pools larger than
+// th_num too; the late one's chunks are taken whole (a long delay) or partly (a short one).
+TEST_F(GaussBlur, SharedChunksEqualOneThread) {
+  std::mt19937 rng(77);
+  bivista::gaussShareHook = StartLate;
+  for (int iter = 0; iter < 60; ++iter) {
+    const int k = 3 + 2 * (iter % 3), threads = 2 + static_cast<int>(rng() % 3);
+    const int poolSize = threads + static_cast<int>(rng() % (5 - threads));
+    const int width = k + 2 * static_cast<int>(rng() % 120),
+              height = k - 1 + threads + static_cast<int>(rng() % 500);
+    const int srcStride = width + static_cast<int>(rng() % 9),
+              dstStride = width + static_cast<int>(rng() % 9);
+    gLate = static_cast<int>(rng() % (threads + 1));  // threads: nobody
+    gLateUs = rng() % 2 ? 3000 : static_cast<int>(rng() % 300);
+    SCOPED_TRACE(Fmt("k %d %dx%d threads %d pool %d late %d by %d us", k, width, height, threads,
+                     poolSize, gLate, gLateUs));
+    const std::vector<uint8_t> image =
+        bvtest::RandomBytes(size_t(srcStride) * (height - 1) + width, rng);
+    const std::vector<uint16_t> taps = bvtest::RandomTaps(k, rng);
+    std::vector<uint8_t> one(size_t(dstStride) * height, 0xEE), out = one;
+    ASSERT_EQ(PathFor(k)(image.data(), one.data(), width, height, srcStride, dstStride, taps.data(),
+                         nullptr, 1, nullptr),
+              0);
+    LogCapture log;
+    std::vector<uint8_t> buf(rng() % 2 ? BufBytes(k, threads, srcStride, false) : 0);
+    ASSERT_EQ(PathFor(k)(image.data(), out.data(), width, height, srcStride, dstStride, taps.data(),
+                         pools_[poolSize], threads, buf.empty() ? nullptr : buf.data()),
+              0);
+    EXPECT_TRUE(log.Lines().empty());
+    ASSERT_EQ(out, one);
+  }
+  bivista::gaussShareHook = nullptr;
 }
 
 TEST(GaussKernel, FixedRowsAndTheIndependentFormulation) {
