@@ -71,14 +71,18 @@ void Wait(sem_t* sem) {
   }
 }
 
-// A caller usually reaches a sync shortly before the workers finish: polling first spares it a
-// sleep and a wake-up, which cost tens of microseconds on some systems. Idle workers do not poll.
-void WaitForEnd(sem_t* sem) {
+// A caller usually reaches a sync shortly before a running worker finishes: polling first spares
+// it a sleep and a wake-up, which cost tens of microseconds on some systems. A job still waiting
+// in start_sem means the worker has not run yet (the scheduler may have queued it on this very
+// CPU), so then the caller sleeps at once. Idle workers do not poll.
+void WaitForEnd(MThread_Worker* w) {
   for (int i = 0; i < bivista::kSpins; ++i) {
-    if (sem_trywait(sem) == 0) return;
+    if (sem_trywait(&w->end_sem) == 0) return;
+    int queued = 0;
+    if (sem_getvalue(&w->start_sem, &queued) == 0 && queued > 0) break;
     bivista::CpuRelax();
   }
-  Wait(sem);
+  Wait(&w->end_sem);
 }
 
 void* ThreadProc(void* param) {
@@ -297,7 +301,7 @@ int MThread_Sync(void* pool, int first, int count) {
       result = -1;
       continue;
     }
-    WaitForEnd(&w->end_sem);
+    WaitForEnd(w);
     w->function = nullptr;
     w->argument = nullptr;
     sem_post(&w->end_sem);
