@@ -15,6 +15,22 @@ namespace bivista {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+// Marked() of each lane of g against vth, lane i in bit i.
+template <class D>
+HWY_INLINE uint64_t MarkedBits(D d, hn::Vec<D> g, hn::Vec<D> vth) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+  (void)d;
+  return _mm512_cmp_ps_mask(g.raw, vth.raw, _CMP_GE_OQ);
+#else
+  const size_t lanes = hn::Lanes(d);
+  uint8_t b[8] = {0};
+  hn::StoreMaskBits(d, hn::Ge(g, vth), b);
+  uint64_t v;
+  memcpy(&v, b, sizeof(v));
+  return lanes >= 64 ? v : v & ((uint64_t{1} << lanes) - 1);
+#endif
+}
+
 // out[x] = Gradient(row + x, s) for x in [col0, col1); with bits, also their Marked() bits with
 // th, taken from the registers rather than read back from out. stream: out is not read again
 // soon, so its whole lines may bypass the cache.
@@ -25,16 +41,7 @@ HWY_INLINE void GradientRow(const float* row, float* out, ptrdiff_t s, int col0,
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto vth = hn::Set(d, th);
   const auto mark = [&](int x, V g) {
-    if (bits == nullptr) return;
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-    border::OrBits(bits, x, _mm512_cmp_ps_mask(g.raw, vth.raw, _CMP_GE_OQ), 16);
-#else
-    uint8_t b[8] = {0};
-    hn::StoreMaskBits(d, hn::Ge(g, vth), b);
-    uint64_t v;
-    memcpy(&v, b, sizeof(v));
-    border::OrBits(bits, x, lanes >= 64 ? v : v & ((uint64_t{1} << lanes) - 1), lanes);
-#endif
+    if (bits != nullptr) border::OrBits(bits, x, MarkedBits(d, g, vth), lanes);
   };
   const auto at = [&](int x) {
     const float* p = row + x;
@@ -182,13 +189,8 @@ HWY_INLINE void MarkBits(const float* g, int w, float th, uint64_t* bits) {
   const hn::ScalableTag<float> d;
   const int lanes = static_cast<int>(hn::Lanes(d));
   const auto vth = hn::Set(d, th);
-  const uint64_t valid = lanes >= 64 ? ~uint64_t{0} : (uint64_t{1} << lanes) - 1;
   for (; 64 % lanes == 0 && x + lanes <= w; x += lanes) {
-    uint8_t b[8] = {0};
-    hn::StoreMaskBits(d, hn::Ge(hn::LoadU(d, g + x), vth), b);
-    uint64_t v;
-    memcpy(&v, b, sizeof(v));
-    bits[x >> 6] |= (v & valid) << (x & 63);
+    border::OrBits(bits, x, MarkedBits(d, hn::LoadU(d, g + x), vth), lanes);
   }
 #endif
   for (; x < w; ++x) bits[x >> 6] |= uint64_t{border::Marked(g[x], th)} << (x & 63);
