@@ -17,14 +17,25 @@ std::vector<std::string>& Log() {
   static std::vector<std::string> lines;
   return lines;
 }
+// Pool workers log concurrently with the input's own thread.
+std::mutex& LogLock() {
+  static std::mutex lock;
+  return lock;
+}
 std::map<std::string, std::string>& Props() {
   static std::map<std::string, std::string> props;
   return props;
 }
 }  // namespace
 
-const std::vector<std::string>& LogLines() { return Log(); }
-void ClearLog() { Log().clear(); }
+std::vector<std::string> LogLines() {
+  const std::lock_guard<std::mutex> hold(LogLock());
+  return Log();
+}
+void ClearLog() {
+  const std::lock_guard<std::mutex> hold(LogLock());
+  Log().clear();
+}
 void SetProperty(const char* name, const char* value) { Props()[name] = value; }
 
 int Dim(FuzzedDataProvider& p, int lo, int hi) {
@@ -124,9 +135,7 @@ void SetTargetForTest(bool lowest) {
 extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
   char buf[1024];
   vsnprintf(buf, sizeof buf, fmt, ap);
-  // Pool workers log too (the blur's "too small" lines), concurrently.
-  static std::mutex lock;
-  const std::lock_guard<std::mutex> hold(lock);
+  const std::lock_guard<std::mutex> hold(bvfuzz::LogLock());
   std::vector<std::string>& log = bvfuzz::Log();
   if (log.size() < 4096) log.emplace_back(buf);
   return 1;

@@ -17,7 +17,7 @@
 namespace bvfuzz {
 
 // Log lines the library wrote since the last ClearLog (text only, formatted).
-const std::vector<std::string>& LogLines();
+std::vector<std::string> LogLines();
 void ClearLog();
 // Properties served to the library; all read empty unless set (dumps stay off).
 void SetProperty(const char* name, const char* value);
