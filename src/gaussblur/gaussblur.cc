@@ -560,6 +560,8 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
         status[t] = -1;
       }
     }
+    // Before any work of the caller's own: a worker queued behind it would wait for all of it.
+    if (booted > 0) MoveQueuedOff(pool, 0, last);
     Participate(parts[last]);
     // Started workers are about to end their last chunks: wait for them briefly rather than
     // sleep in the sync, whose wake-up costs more than a chunk. A worker not yet started may
@@ -575,6 +577,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
       args[t].index = t;
       if (t < last && MThread_Boot(pool, t, worker, &args[t]) != 0) status[t] = -1;
     }
+    MoveQueuedOff(pool, 0, last);
     worker(&args[last], last);
     MThread_Sync(pool, 0, last);
   }

@@ -20,6 +20,10 @@ inline void CpuRelax() {
 #endif
 }
 
+// Workers first .. first + count - 1 of pool whose posted job has not started yet are moved off
+// the calling thread's CPU (see mthread.cc). Call after some work of one's own.
+void MoveQueuedOff(void* pool, int first, int count);
+
 // Spins, then sleeps until done() holds; wake() must run under the mutex after the change.
 class Waiter {
  public:

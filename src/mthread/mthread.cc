@@ -1,9 +1,12 @@
 #include "bivista/mthread.h"
 
 #include <errno.h>
+#include <pthread.h>
+#include <sched.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include "bivista/mem_services.h"
@@ -156,6 +159,51 @@ MThread_Pool* EnteredPool(void* pool, const char* fn, int lineEnter, int lineNul
 }
 
 }  // namespace
+
+namespace bivista {
+
+// A woken worker may be queued on the CPU of the thread that posted its job, behind that thread
+// (some virtual machines hide idle CPUs from the wake-up placement), and then waits until that
+// thread blocks. A job still waiting in start_sem is moved: the worker's set without this CPU,
+// then the request it made itself at start again (it stays where it was moved). Only workers of
+// bind mode 0 whose set is every CPU that mode names are touched, so neither a binding nor a
+// restricted CPU set is ever widened.
+void MoveQueuedOff(void* pool, int first, int count) {
+  MThread_Pool* p = static_cast<MThread_Pool*>(pool);
+  if (p == nullptr || p->workers == nullptr || count < 1) return;
+  const uint32_t all = kCoreMasks[MTHREAD_BIND_ALL];
+  const int cpu = sched_getcpu();
+  if (cpu < 0 || cpu >= 32 || ((all >> cpu) & 1u) == 0) return;
+  // The C library reads the CPU count from files: once per process.
+  static const int existing = get_nprocs_conf();
+  cpu_set_t request;
+  cpu_set_t named;  // the CPUs of the request that exist
+  CPU_ZERO(&request);
+  CPU_ZERO(&named);
+  for (int c = 0; c < 32; ++c) {
+    if (((all >> c) & 1u) == 0) continue;
+    CPU_SET(c, &request);
+    if (c < existing) CPU_SET(c, &named);
+  }
+  cpu_set_t away = named;
+  CPU_CLR(cpu, &away);
+  if (CPU_COUNT(&away) < 1) return;
+  for (int64_t i = first < 0 ? 0 : first; i < RangeEnd(first, count) && i < p->count; ++i) {
+    MThread_Worker* w = &p->workers[i];
+    int queued = 0;
+    cpu_set_t own;
+    if (__atomic_load_n(&w->bindMode, __ATOMIC_RELAXED) != MTHREAD_BIND_ALL ||
+        sem_getvalue(&w->start_sem, &queued) != 0 || queued < 1 ||
+        pthread_getaffinity_np(w->thread, sizeof own, &own) != 0 || !CPU_EQUAL(&own, &named)) {
+      continue;
+    }
+    if (pthread_setaffinity_np(w->thread, sizeof away, &away) == 0) {
+      pthread_setaffinity_np(w->thread, sizeof request, &request);
+    }
+  }
+}
+
+}  // namespace bivista
 
 extern "C" {
 

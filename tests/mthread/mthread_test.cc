@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bivista/mem_services.h"
+#include "mthread/handoff.h"
 #include "support/alloc_table.h"
 #include "support/platform_capture.h"
 
@@ -281,3 +282,35 @@ TEST(MThread, BindAndName) {
 }
 
 }  // namespace
+
+// Jobs still waiting in start_sem are moved off the caller's CPU; every worker ends with the CPU
+// set it had, and a set the host narrowed is never widened.
+TEST(MThread, MovingQueuedWorkersKeepsTheirCpuSets) {
+  std::atomic<bool> release{false};
+  std::vector<std::thread> threads;
+  MThread_Worker workers[3] = {};
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] { while (!release.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1)); });
+    workers[i].thread = threads.back().native_handle();
+    sem_init(&workers[i].start_sem, 0, 1);  // a job posted, not yet taken
+    workers[i].bindMode = i == 2 ? MTHREAD_BIND_LITTLE : MTHREAD_BIND_ALL;
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  pthread_setaffinity_np(workers[1].thread, sizeof one, &one);
+  cpu_set_t before[3];
+  for (int i = 0; i < 3; ++i) pthread_getaffinity_np(workers[i].thread, sizeof before[i], &before[i]);
+  MThread_Pool pool = {workers, 3};
+  bivista::MoveQueuedOff(&pool, 0, 3);
+  for (int i = 0; i < 3; ++i) {
+    cpu_set_t after;
+    pthread_getaffinity_np(workers[i].thread, sizeof after, &after);
+    EXPECT_TRUE(CPU_EQUAL(&after, &before[i])) << i;
+  }
+  release = true;
+  for (int i = 0; i < 3; ++i) {
+    threads[i].join();
+    sem_destroy(&workers[i].start_sem);
+  }
+}

@@ -246,6 +246,7 @@ int getDataGradientAndBorderMask(const float* depth, const uint8_t* prior, int w
     team.scratch = scratch;
     team.bandRows = (height + kBands - 1) / kBands;
     for (int i = 1; i < workers; ++i) MThread_Boot(pool, i, TeamJob, &team);
+    MoveQueuedOff(pool, 1, workers - 1);
     sum = SampleDepth(depth, width, height, samples);
     k = count;
   } else {
