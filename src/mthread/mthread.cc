@@ -168,6 +168,18 @@ namespace bivista {
 // then the request it made itself at start again (it stays where it was moved). Only workers of
 // bind mode 0 whose set is every CPU that mode names are touched, so neither a binding nor a
 // restricted CPU set is ever widened.
+// A thread's CPU set, read (get) or written: the C library's calls, or Android's system calls by
+// kernel thread id (its C library has no pthread affinity calls).
+static int ThreadCpus(pthread_t thread, cpu_set_t* set, bool get) {
+#if defined(__ANDROID__)
+  const pid_t tid = pthread_gettid_np(thread);
+  return get ? sched_getaffinity(tid, sizeof *set, set) : sched_setaffinity(tid, sizeof *set, set);
+#else
+  return get ? pthread_getaffinity_np(thread, sizeof *set, set)
+             : pthread_setaffinity_np(thread, sizeof *set, set);
+#endif
+}
+
 void MoveQueuedOff(void* pool, int first, int count) {
   MThread_Pool* p = static_cast<MThread_Pool*>(pool);
   if (p == nullptr || p->workers == nullptr || count < 1) return;
@@ -194,12 +206,10 @@ void MoveQueuedOff(void* pool, int first, int count) {
     cpu_set_t own;
     if (__atomic_load_n(&w->bindMode, __ATOMIC_RELAXED) != MTHREAD_BIND_ALL ||
         sem_getvalue(&w->start_sem, &queued) != 0 || queued < 1 ||
-        pthread_getaffinity_np(w->thread, sizeof own, &own) != 0 || !CPU_EQUAL(&own, &named)) {
+        ThreadCpus(w->thread, &own, true) != 0 || !CPU_EQUAL(&own, &named)) {
       continue;
     }
-    if (pthread_setaffinity_np(w->thread, sizeof away, &away) == 0) {
-      pthread_setaffinity_np(w->thread, sizeof request, &request);
-    }
+    if (ThreadCpus(w->thread, &away, false) == 0) ThreadCpus(w->thread, &request, false);
   }
 }
 
