@@ -172,6 +172,9 @@ inline void CopyRows(const uint8_t* src, uint8_t* dst, int width, int rows, long
 
 // Widest row whose window rows the fixed kernels keep in a ring on the stack.
 constexpr int kFixedRingWidth = 8192;
+// The fixed kernels prefetch the image row this far below the one they copy: the hardware
+// prefetcher alone left the loads of each new row waiting on memory for half of the time.
+constexpr int kFixedAhead = 4;
 
 // One fixed-kernel call over the image. Every iteration's input is copied once, when it is read:
 // the first 2r rows up front, row y + r by the pass of output row y. The window rows come from
@@ -200,6 +203,10 @@ void FixedLoop(uint8_t* image, uint8_t* scratch, int width, int height, long str
     }
     const uint8_t* rows[5];
     for (int y = r; y < height - r; ++y) {
+      if (y + r + kFixedAhead < height) {
+        const uint8_t* ahead = image + (y + r + kFixedAhead) * stride;
+        for (int x = 0; x < width; x += 64) hwy::Prefetch(ahead + x);
+      }
       for (int j = 0; j <= 2 * r; ++j) rows[j] = window(y - r + j) + r;
       rowOut(rows, image + (y + r) * stride + r, image + y * stride + r, width - 2 * r);
       if (inRing) copy(scratch + (y + r) * stride, window(y + r), width);
