@@ -332,6 +332,7 @@ void RunTeam(const AuxJob& aux, float* data, float* scratch, int iterations, voi
   team.iterations = iterations;
   team.count = count;
   for (int i = 1; i < count; ++i) MThread_Boot(pool, i, MemberRun, &team);
+  MoveQueuedOff(pool, 1, count - 1);
   MemberRun(&team, 0);
   if (count > 1) MThread_Sync(pool, 1, count - 1);
 }
