@@ -21,7 +21,7 @@ inline void CpuRelax() {
 }
 
 // Workers first .. first + count - 1 of pool whose posted job has not started yet are moved off
-// the calling thread's CPU (see mthread.cc). Call after some work of one's own.
+// the calling thread's CPU (see mthread.cc). Call right after the boots, before one's own share.
 void MoveQueuedOff(void* pool, int first, int count);
 
 // Spins, then sleeps until done() holds; wake() must run under the mutex after the change.

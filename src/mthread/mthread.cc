@@ -162,12 +162,6 @@ MThread_Pool* EnteredPool(void* pool, const char* fn, int lineEnter, int lineNul
 
 namespace bivista {
 
-// A woken worker may be queued on the CPU of the thread that posted its job, behind that thread
-// (some virtual machines hide idle CPUs from the wake-up placement), and then waits until that
-// thread blocks. A job still waiting in start_sem is moved: the worker's set without this CPU,
-// then the request it made itself at start again (it stays where it was moved). Only workers of
-// bind mode 0 whose set is every CPU that mode names are touched, so neither a binding nor a
-// restricted CPU set is ever widened.
 // A thread's CPU set, read (get) or written: the C library's calls, or Android's system calls by
 // kernel thread id (its C library has no pthread affinity calls).
 static int ThreadCpus(pthread_t thread, cpu_set_t* set, bool get) {
@@ -180,6 +174,12 @@ static int ThreadCpus(pthread_t thread, cpu_set_t* set, bool get) {
 #endif
 }
 
+// A woken worker may be queued on the CPU of the thread that posted its job, behind that thread
+// (some virtual machines hide idle CPUs from the wake-up placement), and then waits until that
+// thread blocks. A job still waiting in start_sem is moved: the worker's set without this CPU,
+// then the request it made itself at start again (it stays where it was moved). Only workers of
+// bind mode 0 whose set is every CPU that mode names are touched, so neither a binding nor a
+// restricted CPU set is ever widened.
 void MoveQueuedOff(void* pool, int first, int count) {
   MThread_Pool* p = static_cast<MThread_Pool*>(pool);
   if (p == nullptr || p->workers == nullptr || count < 1) return;
