@@ -227,11 +227,15 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
         }
       }
     }
-    // Couplings of 3-byte pixels, including the largest difference 255.
-    for (int n : {1, 15, 16, 17, 63, 64, 65, 100, 129}) {
+    // Couplings of 3-byte pixels, including the largest difference 255; a smooth guide (all
+    // differences below 32) takes the short table lookup.
+    for (int n : {1, 15, 16, 17, 63, 64, 65, 100, 129}) for (bool smooth : {false, true}) {
       const int rows = 3;
       std::vector<uint8_t> g(static_cast<size_t>(rows + 1) * (n + 1) * 3);
-      for (uint8_t& v : g) v = rng() % 5 == 0 ? 255 * (rng() & 1) : static_cast<uint8_t>(rng());
+      for (uint8_t& v : g) {
+        v = smooth ? static_cast<uint8_t>(100 + rng() % 32)
+            : rng() % 5 == 0 ? 255 * (rng() & 1) : static_cast<uint8_t>(rng());
+      }
       // Distinct entries, so that any wrong index shows.
       std::vector<float> table(256);
       for (int i = 0; i < 256; ++i) table[i] = -0.37f * static_cast<float>(i + 1);

@@ -461,7 +461,8 @@ void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work
 
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
 // The 256 entries in sixteen registers: eight two-register permutes pick by the low five bits of
-// each index, three rounds of blends by bits 5, 6 and 7 (a gather costs several times more).
+// each index, three rounds of blends by bits 5, 6 and 7 (a gather costs several times more);
+// indices all below 32 take one permute.
 struct Table256 {
   __m512 r[16];
   explicit Table256(const float* t) {
@@ -470,6 +471,10 @@ struct Table256 {
   template <class DF, class VI>
   HWY_INLINE hn::Vec<DF> Lookup(DF, VI index) const {
     const __m512i i = index.raw;
+    // Neighbouring guide pixels mostly differ by less than 32: then the first pair holds them all.
+    if (_mm512_test_epi32_mask(i, _mm512_set1_epi32(0xE0)) == 0) {
+      return hn::Vec<DF>{_mm512_permutex2var_ps(r[0], i, r[1])};
+    }
     __m512 v[8];
     for (int k = 0; k < 8; ++k) v[k] = _mm512_permutex2var_ps(r[2 * k], i, r[2 * k + 1]);
     for (int bit = 5, half = 4; bit < 8; ++bit, half /= 2) {
