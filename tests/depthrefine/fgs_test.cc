@@ -8,9 +8,11 @@
 #include <string.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <random>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -224,6 +226,25 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
           ExpectSameBits(a, b);
           ExpectSameBits(ca, cb);
           ExpectSameBits(wa, wb);
+          // Three slices (any may be empty) swept down in turn, the last one also back up, then
+          // the others back up.
+          const int c1 = static_cast<int>(rng() % (n + 1));
+          const int cut[4] = {0, c1, c1 + static_cast<int>(rng() % (n - c1 + 1)), n};
+          for (auto slice : {bivista::FgsSolveColumnsSlice, bivista::scalar::FgsSolveColumnsSlice}) {
+            std::vector<float> fs = data, cs(size, 7.0f), ws = wt;
+            const auto run = [&](int k, bool down, bool up) {
+              slice(fs.data(), ws.data(), cs.data(), lines, n, 0, lines, cut[k], cut[k + 1], down,
+                    up, mask.data(), 0.25f, clear);
+            };
+            run(0, true, false);
+            run(1, true, false);
+            run(2, true, true);
+            run(1, false, true);
+            run(0, false, true);
+            ExpectSameBits(fs, b);
+            ExpectSameBits(cs, cb);
+            ExpectSameBits(ws, wb);
+          }
         }
       }
     }
@@ -261,7 +282,7 @@ TEST(FgsFilter, EqualsDirectFormulationForAnyThreadsAndTarget) {
     double mask;
   };
   const Case cases[] = {{1, 1, 0}, {1, 9, 0.2}, {9, 1, 0.2}, {2, 2, 0}, {13, 70, 0},
-                        {37, 21, 0.1}, {66, 67, 0.05}, {20, 20, 1.0}};
+                        {37, 21, 0.1}, {66, 67, 0.05}, {20, 20, 1.0}, {300, 40, 0.05}};
   void* pool = MThread_Create(3, nullptr, nullptr);
   ASSERT_NE(pool, nullptr);
   AllocTable table;
@@ -295,6 +316,43 @@ TEST(FgsFilter, EqualsDirectFormulationForAnyThreadsAndTarget) {
   });
   EXPECT_EQ(table.live(), 0);
   MThread_Destroy(pool);
+}
+
+int gLate = -1;
+int gLateUs = 0;
+void PassLate(int participant, int) {
+  if (participant == gLate) std::this_thread::sleep_for(std::chrono::microseconds(gLateUs));
+}
+
+// A participant late in every pass (beyond the others' patience, or briefly): its row chunks and
+// column tasks are taken by the others, with the same bits.
+TEST(FgsFilter, LateParticipantsWorkIsTaken) {
+  const int h = 400, w = 300;
+  const Scene s = MakeScene(h, w, 0.05, 17);
+  std::vector<float> expected = s.data;
+  AllocTable table;
+  FGSFilter(s.mask.data(), expected.data(), s.guide.data(), 0, h, w, 3, 3, nullptr, 1,
+            table.table(), 8.0f, 100.0f);
+  void* pool = MThread_Create(3, nullptr, nullptr);
+  ASSERT_NE(pool, nullptr);
+  bivista::fgsPassHook = PassLate;
+  for (int threads : {2, 3}) {
+    for (int late = 0; late < threads; ++late) {
+      for (int us : {100, 2000}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads, " + std::to_string(late) + " late by " +
+                     std::to_string(us) + " us");
+        gLate = late;
+        gLateUs = us;
+        std::vector<float> got = s.data;
+        FGSFilter(s.mask.data(), got.data(), s.guide.data(), 0, h, w, 3, 3, pool, threads,
+                  table.table(), 8.0f, 100.0f);
+        ExpectSameBits(got, expected);
+      }
+    }
+  }
+  bivista::fgsPassHook = nullptr;
+  MThread_Destroy(pool);
+  EXPECT_EQ(table.live(), 0);
 }
 
 TEST(FgsFilter, OnePassAndLinesEqualDirectFormulation) {

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <time.h>
+
 #include <atomic>
 
 #include "bivista/mthread.h"
@@ -16,6 +18,9 @@
 using bivista::kTagAlgo;
 
 namespace bivista {
+
+void (*fgsPassHook)(int participant, int pass) = nullptr;
+
 namespace {
 
 constexpr char kTag[] = "OPT_SMOOTH";
@@ -221,20 +226,24 @@ void RunAux(const AuxJob& all, void* pool, int threadCount) {
 }
 
 // The whole filter as one job per participant (the caller, and pool workers 1 .. count - 1):
-// the couplings, then per iteration the row solves and the column solves, each pass cut into
-// chunks. Participant i owns the i-th share of each pass's chunks, so the same rows and columns
-// (their couplings and coefficients) stay in its core's caches from pass to pass: moving lines
-// between cores costs more than solving them. A participant that has done its share takes the
-// others' remaining chunks, then waits until every chunk of the pass is done. Every line is
-// solved exactly as by the separate passes, so the results do not depend on who takes what.
-// Workers are woken once per call, and a late or descheduled one leaves no idle time on the
-// others.
-// Chunks: couplings of 32 rows; row solves of 128 rows (their own rows of the scratch plane are
-// the workspace: two bands of 64); column solves of 128 columns (whole cache lines).
+// per iteration the row solves (the first one building each chunk's couplings just before
+// solving it) and the column solves. Participant i owns a slice of the rows, its share of the
+// row chunks, in every pass: it solves those rows and, in the column passes (Pipeline), those
+// rows of every column, so the plane's values, couplings and coefficients stay in its core's
+// caches from pass to pass (moving lines between cores costs more than solving them). Having
+// done its share of a row pass, a participant takes the others' remaining chunks, then waits
+// until the pass is done; in a column pass it takes others' tasks after a short patience. Every
+// line is solved exactly as by the separate passes, so the results do not depend on who takes
+// what. Workers are woken once per call, and a late or descheduled one holds up the others at
+// most that patience.
+// Chunks: couplings of 32 rows (iterations < 1: a pass of their own); row solves of 128 rows
+// (their own rows of the scratch plane are the workspace: two bands of 64); column bands of 128
+// columns (whole cache lines; at most kMaxBands bands).
 constexpr int kAuxRows = 32;
 constexpr int kRowChunk = 128;
 constexpr int kColumnChunk = 128;
 constexpr int kMaxMembers = 8;
+constexpr int kMaxBands = 64;
 
 struct Team {
   AuxJob aux;  // the whole plane; rows cut per chunk
@@ -249,6 +258,11 @@ struct Team {
   Share shares[kMaxMembers];
   std::atomic<int64_t> completed{0};  // chunks finished, over all passes
   Waiter waiter;
+  // Column passes: per row slice and band, the state of its task (see Pipeline).
+  struct alignas(64) Slice {
+    std::atomic<int> state[kMaxBands];
+  };
+  Slice slices[kMaxMembers]{};
 };
 
 int64_t ChunkCount(int n, int size) { return n > 0 ? (static_cast<int64_t>(n) + size - 1) / size : 0; }
@@ -256,24 +270,178 @@ int64_t ChunkCount(int n, int size) { return n > 0 ? (static_cast<int64_t>(n) + 
 // Chunks [ShareBegin(n, i, count), ShareBegin(n, i + 1, count)) of n are participant i's share.
 int64_t ShareBegin(int64_t n, int i, int count) { return n * i / count; }
 
+// Column bands: at most kMaxBands of whole cache lines, kColumnChunk wide where that suffices.
+int BandWidth(int w) {
+  const int64_t bands = ChunkCount(w, kColumnChunk) < kMaxBands ? ChunkCount(w, kColumnChunk)
+                                                                 : kMaxBands;
+  const int64_t width = bands > 0 ? (ChunkCount(w, static_cast<int>(bands)) + 15) / 16 * 16 : 16;
+  return static_cast<int>(width);
+}
+
+// Participant i's rows: its share of the row chunks, so that the column passes touch the rows
+// its row passes solved.
+int SliceBegin(int h, int i, int count) {
+  const int64_t y = ShareBegin(ChunkCount(h, kRowChunk), i, count) * kRowChunk;
+  return y < h ? static_cast<int>(y) : h;
+}
+
+// One column pass as a pipeline over the participants' row slices (the non-empty ones): per
+// band, each slice sweeps down after the slice above, the bottom slice turns back up at once,
+// and each slice goes back up after the slice below. A participant runs its own slice's tasks,
+// so the plane's values stay with the participant whose rows they are (only one row per band
+// and slice boundary crosses); one that has found no task of its own for kPatienceNs takes any
+// ready task, so a descheduled participant holds up the others only that long. Every column
+// sees exactly the operations of one whole-column solve. Each band of each slice completes one
+// chunk. Task state per slice and band: tag x 4 + 0 sweep taken, + 1 swept, + 2 return taken,
+// + 3 finished; below tag x 4: not started in this pass.
+constexpr int64_t kPatienceNs = 200000;
+
+int64_t NowNs() {
+  timespec q;
+  clock_gettime(CLOCK_MONOTONIC, &q);
+  return static_cast<int64_t>(q.tv_sec) * 1000000000 + q.tv_nsec;
+}
+
+struct Pipeline {
+  Team& t;
+  int tag;
+  const uint8_t* decay;
+  int width;
+  int bands;
+  int slices;  // non-empty ones
+  int first[kMaxMembers + 1];  // rows of slice k: [first[k], first[k + 1])
+  int owner[kMaxMembers];
+
+  Pipeline(Team& team, int tagValue, const uint8_t* decayMask) : t(team), tag(tagValue), decay(decayMask) {
+    const int h = t.aux.height;
+    width = BandWidth(t.aux.width);
+    bands = static_cast<int>(ChunkCount(t.aux.width, width));
+    slices = 0;
+    for (int i = 0; i < t.count; ++i) {
+      const int y0 = SliceBegin(h, i, t.count);
+      const int y1 = SliceBegin(h, i + 1, t.count);
+      if (y0 >= y1) continue;
+      first[slices] = y0;
+      owner[slices++] = i;
+      first[slices] = y1;
+    }
+  }
+  std::atomic<int>& State(int k, int b) { return t.slices[k].state[b]; }
+  int Load(int k, int b) { return State(k, b).load(std::memory_order_acquire); }
+  // Claims a ready task of slice k (with take; else only looks for one); returns its band and
+  // whether it is the return (up).
+  bool Claim(int k, int* band, bool* up, bool take = true) {
+    const int base = tag * 4;
+    const bool bottom = k == slices - 1;
+    for (int b = 0; !bottom && b < bands; ++b) {
+      int s = base + 1;
+      if (Load(k, b) == s && Load(k + 1, b) == base + 3 &&
+          (!take || State(k, b).compare_exchange_strong(s, base + 2, std::memory_order_acq_rel))) {
+        *band = b;
+        *up = true;
+        return true;
+      }
+    }
+    for (int b = 0; b < bands; ++b) {
+      int s = Load(k, b);
+      if (s < base && (k == 0 || Load(k - 1, b) >= base + 1) &&
+          (!take || State(k, b).compare_exchange_strong(s, base, std::memory_order_acq_rel))) {
+        *band = b;
+        *up = false;
+        return true;
+      }
+    }
+    return false;
+  }
+  bool AllClaimed() {
+    for (int k = 0; k < slices; ++k) {
+      const int least = k == slices - 1 ? tag * 4 : tag * 4 + 2;
+      for (int b = 0; b < bands; ++b) {
+        if (Load(k, b) < least) return false;
+      }
+    }
+    return true;
+  }
+  void Run(int k, int b, bool up) {
+    const bool bottom = k == slices - 1;
+    const int w = t.aux.width;
+    const int x0 = b * width;
+    const int x1 = w - x0 < width ? w : x0 + width;
+    FgsSolveColumnsSlice(t.data, t.aux.vW, t.scratch, w, t.aux.height, x0, x1, first[k],
+                         first[k + 1], !up, up || bottom, decay, kDecay, t.aux.maskClear);
+    const bool done = up || bottom;
+    t.waiter.Wake([&] {
+      State(k, b).store(tag * 4 + (done ? 3 : 1), std::memory_order_release);
+      if (done) t.completed.fetch_add(1, std::memory_order_release);
+    });
+  }
+  void Member(int me) {
+    int mine = -1;
+    for (int k = 0; k < slices; ++k) mine = owner[k] == me ? k : mine;
+    int64_t idleSince = -1;
+    int band = 0;
+    bool up = false;
+    for (;;) {
+      if (mine >= 0 && Claim(mine, &band, &up)) {
+        Run(mine, band, up);
+        idleSince = -1;
+        continue;
+      }
+      if (AllClaimed()) return;
+      const int64_t now = NowNs();
+      if (idleSince < 0) idleSince = now;
+      if (mine < 0 || now - idleSince >= kPatienceNs) {
+        bool ran = false;
+        for (int k = 0; k < slices && !ran; ++k) {
+          if (k != mine && Claim(k, &band, &up)) {
+            Run(k, band, up);
+            ran = true;
+          }
+        }
+        if (ran) continue;
+        // Nothing ready anywhere: the tasks in progress end with a wake-up.
+        t.waiter.WaitFor([&] {
+          int b = 0;
+          bool u = false;
+          for (int k = 0; k < slices; ++k) {
+            if (Claim(k, &b, &u, false)) return true;
+          }
+          return AllClaimed();
+        });
+        continue;
+      }
+      CpuRelax();
+    }
+  }
+};
+
+int NonEmptySlices(int h, int count) {
+  int n = 0;
+  for (int i = 0; i < count; ++i) n += SliceBegin(h, i, count) < SliceBegin(h, i + 1, count);
+  return n;
+}
+
 void* MemberRun(void* argument, int index) {
   Team& t = *static_cast<Team*>(argument);
   const int me = index >= 0 ? index % t.count : 0;
   const int h = t.aux.height;
   const int w = t.aux.width;
   const int64_t counts[3] = {ChunkCount(h, kAuxRows), ChunkCount(h, kRowChunk),
-                             ChunkCount(w, kColumnChunk)};
+                             ChunkCount(w, BandWidth(w)) * NonEmptySlices(h, t.count)};
   const int64_t passes = 1 + 2 * static_cast<int64_t>(t.iterations > 0 ? t.iterations : 0);
   // base: chunks of all earlier passes; shareBase[j]: chunks of j's shares in them.
   int64_t base = 0;
   int64_t shareBase[kMaxMembers] = {};
-  for (int64_t pass = 0; pass < passes; ++pass) {
+  // With iterations, the first row pass builds each chunk's couplings right before solving it.
+  for (int64_t pass = t.iterations > 0 ? 1 : 0; pass < passes; ++pass) {
     // 0: couplings; then rows and columns of iteration (pass - 1) / 2.
     const int kind = pass == 0 ? 0 : pass % 2 == 1 ? 1 : 2;
     const uint8_t* decay = (pass - 1) / 2 + 1 < t.iterations ? t.aux.mask : nullptr;
     const int64_t n = counts[kind];
+    if (fgsPassHook != nullptr) fgsPassHook(me, static_cast<int>(pass));
+    if (kind == 2) Pipeline(t, static_cast<int>((pass + 1) / 2), decay).Member(me);
     // Own share first, then the next participants' in turn.
-    for (int k = 0; k < t.count; ++k) {
+    for (int k = 0; kind != 2 && k < t.count; ++k) {
       const int j = (me + k) % t.count;
       const int64_t first = ShareBegin(n, j, t.count);
       const int64_t size = ShareBegin(n, j + 1, t.count) - first;
@@ -290,6 +458,12 @@ void* MemberRun(void* argument, int index) {
         } else if (kind == 1) {
           const int r0 = c * kRowChunk;
           const int r1 = h - r0 < kRowChunk ? h : r0 + kRowChunk;
+          for (int y = r0; pass == 1 && y < r1; y += kAuxRows) {
+            AuxJob aux = t.aux;
+            aux.rowFirst = y;
+            aux.rowEnd = r1 - y < kAuxRows ? r1 : y + kAuxRows;
+            AuxJobRun(&aux, 0);
+          }
           FgsSolveRowsWork(t.data, t.aux.hW, w, r0, r1,
                            t.scratch + static_cast<ptrdiff_t>(r0) * w, r1 - r0, decay, kDecay,
                            t.aux.maskClear);
@@ -303,7 +477,7 @@ void* MemberRun(void* argument, int index) {
         got = taken.load(std::memory_order_relaxed);
       }
     }
-    for (int j = 0; j < t.count; ++j) {
+    for (int j = 0; kind != 2 && j < t.count; ++j) {
       shareBase[j] += ShareBegin(n, j + 1, t.count) - ShareBegin(n, j, t.count);
     }
     base += n;

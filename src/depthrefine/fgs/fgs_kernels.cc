@@ -227,34 +227,50 @@ HWY_INLINE void BackSteps(float* f, const float* c, ptrdiff_t fs, int last, int 
 #endif
 
 #ifdef BIVISTA_FGS_VECTOR
-// m columns going down, then back up while their rows are still in cache. With mx, each row of
-// couplings decays as soon as the forward sweep is past it.
-HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m,
-                           const uint8_t* mx, bool maskClear, float factor) {
-  FirstRow(fx, wx, cx, m);
-  ForwardSteps(fx, cx, s, wx, s, n - 1, m, [&](ptrdiff_t i, int j, int k) {
-    if (mx != nullptr) {
-      MaskedPass<false>(wx + i * s + j, maskClear ? nullptr : mx + i * s + j, k, factor);
-    }
-  });
-  BackSteps(fx, cx, s, n - 2, 0, m);
+// Rows [y0, y1) of m columns going down, then back up while they are still in cache (see
+// FgsSolveColumnsSlice). With mx, each row of couplings decays as soon as the forward sweep is
+// past it; the slice's last row is left to the slice below, whose first step still reads it.
+HWY_INLINE void ColumnBand(float* fx, float* wx, float* cx, ptrdiff_t s, int n, int m, int y0,
+                           int y1, bool down, bool up, const uint8_t* mx, bool maskClear,
+                           float factor) {
+  if (down) {
+    const ptrdiff_t from = y0 > 0 ? y0 - 1 : 0;  // element 0 of the steps
+    const int lastDecayed = y1 == n ? y1 - 1 : y1 - 2;
+    const auto after = [&](ptrdiff_t i, int j, int k) {
+      const ptrdiff_t row = from + i;
+      if (mx != nullptr && row <= lastDecayed) {
+        MaskedPass<false>(wx + row * s + j, maskClear ? nullptr : mx + row * s + j, k, factor);
+      }
+    };
+    if (y0 == 0) FirstRow(fx, wx, cx, m);
+    ForwardSteps(fx + from * s, cx + from * s, s, wx + from * s, s, y1 - 1 - static_cast<int>(from),
+                 m, after);
+  }
+  const int last = y1 == n ? n - 2 : y1 - 1;
+  if (up && last >= y0) BackSteps(fx, cx, s, last, y0, m);
 }
 #endif
 
-void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
-                     const uint8_t* decayMask, float factor, bool maskClear) {
+void FgsSolveColumnsSlice(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
+                          int y0, int y1, bool down, bool up, const uint8_t* decayMask,
+                          float factor, bool maskClear) {
 #ifdef BIVISTA_FGS_VECTOR
-  if (n < 1) return;
-  // A band of columns goes down and back up while its rows are still in cache, then its
-  // couplings decay.
+  if (n < 1 || y0 < 0 || y1 > n || y0 >= y1) return;
   for (int x = first; x < end; x += kColumnBand) {
     const int m = end - x < kColumnBand ? end - x : kColumnBand;
     const uint8_t* mx = decayMask != nullptr ? decayMask + x : nullptr;
-    ColumnBand(f + x, w + x, c + x, s, n, m, mx, maskClear, factor);
+    ColumnBand(f + x, w + x, c + x, s, n, m, y0, y1, down, up, mx, maskClear, factor);
   }
 #else
-  scalar::FgsSolveColumns(f, w, c, s, n, first, end, decayMask, factor, maskClear);
+  scalar::FgsSolveColumnsSlice(f, w, c, s, n, first, end, y0, y1, down, up, decayMask, factor,
+                               maskClear);
 #endif
+}
+
+// A band of columns goes down and back up while its rows are still in cache.
+void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
+                     const uint8_t* decayMask, float factor, bool maskClear) {
+  FgsSolveColumnsSlice(f, w, c, s, n, first, end, 0, n, true, true, decayMask, factor, maskClear);
 }
 
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end) {
@@ -578,6 +594,7 @@ namespace bivista {
 
 HWY_EXPORT(FgsSolveRows);
 HWY_EXPORT(FgsSolveColumns);
+HWY_EXPORT(FgsSolveColumnsSlice);
 HWY_EXPORT(FgsSolveRowsWork);
 HWY_EXPORT(FgsWeights3);
 HWY_EXPORT(FgsDecay);
@@ -590,6 +607,12 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int 
                      const uint8_t* decayMask, float factor, bool maskClear) {
   HWY_DYNAMIC_DISPATCH(FgsSolveColumns)(f, w, c, stride, n, first, end, decayMask, factor,
                                         maskClear);
+}
+void FgsSolveColumnsSlice(float* f, float* w, float* c, ptrdiff_t stride, int n, int first,
+                          int end, int y0, int y1, bool down, bool up, const uint8_t* decayMask,
+                          float factor, bool maskClear) {
+  HWY_DYNAMIC_DISPATCH(FgsSolveColumnsSlice)(f, w, c, stride, n, first, end, y0, y1, down, up,
+                                             decayMask, factor, maskClear);
 }
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
                       const uint8_t* decayMask, float factor, bool maskClear) {
@@ -636,6 +659,35 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int 
   for (ptrdiff_t i = 0; decayMask != nullptr && i < n; ++i) {
     for (int x = first; x < end; ++x) {
       const ptrdiff_t k = i * stride + x;
+      w[k] = fgs::Decayed(w[k], maskClear ? 0 : decayMask[k], factor);
+    }
+  }
+}
+void FgsSolveColumnsSlice(float* f, float* w, float* c, ptrdiff_t s, int n, int first, int end,
+                          int y0, int y1, bool down, bool up, const uint8_t* decayMask,
+                          float factor, bool maskClear) {
+  if (n < 1 || y0 < 0 || y1 > n || y0 >= y1) return;
+  for (int x = first; x < end; ++x) {
+    float* fx = f + x;
+    float* cx = c + x;
+    const float* wx = w + x;
+    for (ptrdiff_t i = y0; down && i < y1; ++i) {
+      if (i == 0) {
+        fgs::First(fx, wx[0], cx);
+      } else {
+        fgs::Forward(fx[(i - 1) * s], wx[(i - 1) * s], cx[(i - 1) * s], fx + i * s, wx[i * s],
+                     cx + i * s);
+      }
+    }
+    for (ptrdiff_t i = y1 == n ? n - 2 : y1 - 1; up && i >= y0; --i) {
+      fgs::Back(fx[(i + 1) * s], cx[i * s], fx + i * s);
+    }
+  }
+  // Rows y0 - 1 .. y1 - 2, and the last row in the last slice: the slice below reads row y1 - 1.
+  const ptrdiff_t lastDecayed = y1 == n ? y1 - 1 : y1 - 2;
+  for (ptrdiff_t i = y0 > 0 ? y0 - 1 : 0; down && decayMask != nullptr && i <= lastDecayed; ++i) {
+    for (int x = first; x < end; ++x) {
+      const ptrdiff_t k = i * s + x;
       w[k] = fgs::Decayed(w[k], maskClear ? 0 : decayMask[k], factor);
     }
   }

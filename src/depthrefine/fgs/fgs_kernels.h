@@ -76,6 +76,14 @@ void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int 
                      const uint8_t* decayMask, float factor, bool maskClear = false);
 // out[r * outStride + x] = Weight(table, a + r * inStride + 3x, b + r * inStride + 3x, mask + r *
 // outStride + x (or null), value) for r < rows, x < n: the mask, when given, has out's layout.
+// Rows [y0, y1) of the columns: down is the forward sweep (from row y0 - 1, which the slice
+// above has swept), up the back substitution (from row y1, which the slice below has finished).
+// With decayMask, the sweep decays coupling rows y0 - 1 .. y1 - 2 (.. n - 1 in the last slice).
+// Slices swept top to bottom and then back bottom to top give exactly FgsSolveColumns, which is
+// the slice [0, n) down and up.
+void FgsSolveColumnsSlice(float* f, float* w, float* c, ptrdiff_t stride, int n, int first,
+                          int end, int y0, int y1, bool down, bool up, const uint8_t* decayMask,
+                          float factor, bool maskClear = false);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride,
                  const uint8_t* mask = nullptr, float value = 0.0f);
@@ -84,12 +92,24 @@ void FgsDecay(float* w, const uint8_t* mask, ptrdiff_t n, float factor);
 // w[i] = Masked(w[i], mask[i], value) for i < n.
 void FgsSetMasked(float* w, const uint8_t* mask, ptrdiff_t n, float value);
 
+// Tests only: when set, called by every participant of a filter's team at the start of each
+// pass (the couplings being pass 0).
+extern void (*fgsPassHook)(int participant, int pass);
+
 namespace scalar {
 void FgsSolveRows(float* f, const float* w, float* c, int n, int first, int end);
 void FgsSolveRowsWork(float* f, float* w, int n, int first, int end, float* work, int workLines,
                       const uint8_t* decayMask, float factor, bool maskClear = false);
 void FgsSolveColumns(float* f, float* w, float* c, ptrdiff_t stride, int n, int first, int end,
                      const uint8_t* decayMask, float factor, bool maskClear = false);
+// Rows [y0, y1) of the columns: down is the forward sweep (from row y0 - 1, which the slice
+// above has swept), up the back substitution (from row y1, which the slice below has finished).
+// With decayMask, the sweep decays coupling rows y0 - 1 .. y1 - 2 (.. n - 1 in the last slice).
+// Slices swept top to bottom and then back bottom to top give exactly FgsSolveColumns, which is
+// the slice [0, n) down and up.
+void FgsSolveColumnsSlice(float* f, float* w, float* c, ptrdiff_t stride, int n, int first,
+                          int end, int y0, int y1, bool down, bool up, const uint8_t* decayMask,
+                          float factor, bool maskClear = false);
 void FgsWeights3(const uint8_t* a, const uint8_t* b, ptrdiff_t inStride, int rows, int n,
                  const float* table, float* out, ptrdiff_t outStride,
                  const uint8_t* mask = nullptr, float value = 0.0f);
