@@ -369,7 +369,7 @@ void RowHV(const uint8_t* const* rowsIn, const uint8_t* next, uint8_t* hNext, ui
   for (; x < last && x < streamFrom; x += n) {
     FusedBlock<R, false, kUnit>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
   }
-  for (; x + n <= streamTo; x += n) {
+  for (const ptrdiff_t streamEnd = streamTo - n; x <= streamEnd; x += n) {
     FusedBlock<R, true, kUnit>(rows, x, next + x, hNext + x, dst + x, BV_TAP_ARGS);
   }
   for (; x < last; x += n) {
