@@ -230,7 +230,8 @@ TEST(FgsKernels, VectorEqualsScalarOnEveryTarget) {
           // the others back up.
           const int c1 = static_cast<int>(rng() % (n + 1));
           const int cut[4] = {0, c1, c1 + static_cast<int>(rng() % (n - c1 + 1)), n};
-          for (auto slice : {bivista::FgsSolveColumnsSlice, bivista::scalar::FgsSolveColumnsSlice}) {
+          for (auto slice :
+               {bivista::FgsSolveColumnsSlice, bivista::scalar::FgsSolveColumnsSlice}) {
             std::vector<float> fs = data, cs(size, 7.0f), ws = wt;
             const auto run = [&](int k, bool down, bool up) {
               slice(fs.data(), ws.data(), cs.data(), lines, n, 0, lines, cut[k], cut[k + 1], down,

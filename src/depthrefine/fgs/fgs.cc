@@ -312,7 +312,8 @@ struct Pipeline {
   int first[kMaxMembers + 1];  // rows of slice k: [first[k], first[k + 1])
   int owner[kMaxMembers];
 
-  Pipeline(Team& team, int tagValue, const uint8_t* decayMask) : t(team), tag(tagValue), decay(decayMask) {
+  Pipeline(Team& team, int tagValue, const uint8_t* decayMask)
+      : t(team), tag(tagValue), decay(decayMask) {
     const int h = t.aux.height;
     width = BandWidth(t.aux.width);
     bands = static_cast<int>(ChunkCount(t.aux.width, width));
