@@ -416,19 +416,15 @@ struct Pipeline {
   }
 };
 
-int NonEmptySlices(int h, int count) {
-  int n = 0;
-  for (int i = 0; i < count; ++i) n += SliceBegin(h, i, count) < SliceBegin(h, i + 1, count);
-  return n;
-}
-
 void* MemberRun(void* argument, int index) {
   Team& t = *static_cast<Team*>(argument);
   const int me = index >= 0 ? index % t.count : 0;
   const int h = t.aux.height;
   const int w = t.aux.width;
+  // The column passes' slices and bands, set once; each pass gives its tag and decay.
+  Pipeline columns(t, 0, nullptr);
   const int64_t counts[3] = {ChunkCount(h, kAuxRows), ChunkCount(h, kRowChunk),
-                             ChunkCount(w, BandWidth(w)) * NonEmptySlices(h, t.count)};
+                             static_cast<int64_t>(columns.bands) * columns.slices};
   const int64_t passes = 1 + 2 * static_cast<int64_t>(t.iterations > 0 ? t.iterations : 0);
   // base: chunks of all earlier passes; shareBase[j]: chunks of j's shares in them.
   int64_t base = 0;
@@ -440,7 +436,11 @@ void* MemberRun(void* argument, int index) {
     const uint8_t* decay = (pass - 1) / 2 + 1 < t.iterations ? t.aux.mask : nullptr;
     const int64_t n = counts[kind];
     if (fgsPassHook != nullptr) fgsPassHook(me, static_cast<int>(pass));
-    if (kind == 2) Pipeline(t, static_cast<int>((pass + 1) / 2), decay).Member(me);
+    if (kind == 2) {
+      columns.tag = static_cast<int>((pass + 1) / 2);
+      columns.decay = decay;
+      columns.Member(me);
+    }
     // Own share first, then the next participants' in turn.
     for (int k = 0; kind != 2 && k < t.count; ++k) {
       const int j = (me + k) % t.count;
