@@ -1,7 +1,7 @@
 // Gaussian blur of a 4000x3000 8-bit plane against OpenCV and a memcpy of the plane on the same
 // data; two pool workers against one thread, the pool made as a host makes it, called back to
-// back and once per frame; and the strip
-// kernel over the whole plane for the scalar definition and each vector target. Run with
+// back and once per frame, with two independent half-plane blurs at once as the bound; and the
+// strip kernel over the whole plane for the scalar definition and each vector target. Run with
 // --benchmark_repetitions=3 --benchmark_min_time=0.3 --benchmark_report_aggregates_only=true
 // and compare medians of the same run; the 2-worker figure needs two otherwise idle CPUs.
 #include <benchmark/benchmark.h>
@@ -9,8 +9,10 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench_targets.h"
@@ -84,6 +86,40 @@ void BM_OursPool2Frame(benchmark::State& state) {
   MThread_Destroy(pool);
 }
 
+// What two threads can reach on this machine at this moment: the top and the bottom half of the
+// plane blurred as two independent single-thread calls at the same time, the second on a thread
+// that spins for its job (no wake-up, no sharing). Against BM_Ours it bounds the pool's gain.
+void BM_TwoHalvesAtOnce(benchmark::State& state) {
+  const int k = static_cast<int>(state.range(0));
+  const int half = kHeight / 2;
+  const size_t halfBytes = static_cast<size_t>(half) * kWidth;
+  std::vector<uint8_t> out(Input().size());
+  std::atomic<int> go{0};
+  std::atomic<int> done{0};
+  std::thread other([&] {
+    for (int round = 1;; ++round) {
+      int g = 0;
+      while ((g = go.load(std::memory_order_acquire)) >= 0 && g < round) {
+      }
+      if (g < 0) return;
+      gaussian_blur(Input().data() + halfBytes, out.data() + halfBytes, kWidth, half, k,
+                    SigmaFor(k), nullptr, 1, nullptr);
+      done.store(round, std::memory_order_release);
+    }
+  });
+  int round = 0;
+  for (auto _ : state) {
+    go.store(++round, std::memory_order_release);
+    gaussian_blur(Input().data(), out.data(), kWidth, half, k, SigmaFor(k), nullptr, 1, nullptr);
+    while (done.load(std::memory_order_acquire) < round) {
+    }
+    benchmark::DoNotOptimize(out.data());
+  }
+  go.store(-1, std::memory_order_release);
+  other.join();
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
+}
+
 // The same 12 MB source and a 12 MB destination as the blur, both warm after the first
 // iteration, exactly as the blur's buffers are.
 void BM_Memcpy(benchmark::State& state) {
@@ -118,6 +154,7 @@ BENCHMARK(BM_Ours)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRe
 BENCHMARK(BM_OursPool2)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OursFrame)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OursPool2Frame)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_TwoHalvesAtOnce)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The interior of the plane as one strip, through kernel `strip`.

@@ -247,12 +247,23 @@ struct GaussShare {
 };
 
 // One participant: the share, its thread index, and the strip and chunk it goes on with.
+// The caller also holds the pool until its first chunk is done (see Participate).
 struct ShareArg {
   GaussShare* share;
   int index;
   int strip;
   int next;
+  void* movePool = nullptr;
 };
+
+// Workers still queued after the caller's first chunk are moved off its CPU. By then a worker
+// placed well has started (a few microseconds), so the move's system calls are paid only when
+// one is needed.
+void MoveLateWorkers(ShareArg& a) {
+  if (a.movePool == nullptr) return;
+  MoveQueuedOff(a.movePool, 0, a.index);
+  a.movePool = nullptr;
+}
 
 bool Claim(GaussShare& s, int strip, int chunk) {
   std::atomic<bool>& flag = s.taken[strip][chunk];
@@ -261,6 +272,7 @@ bool Claim(GaussShare& s, int strip, int chunk) {
 
 bool ClaimNext(void* context) {
   ShareArg& a = *static_cast<ShareArg*>(context);
+  MoveLateWorkers(a);
   return a.next < a.share->chunks[a.strip] && Claim(*a.share, a.strip, a.next++);
 }
 
@@ -307,6 +319,7 @@ void Participate(ShareArg& a) {
   GaussShare& s = *a.share;
   if (gaussShareHook != nullptr) gaussShareHook(a.index);
   if (Claim(s, a.index, 0)) RunFrom(a, a.index, 0);
+  MoveLateWorkers(a);
   int strip = 0;
   int chunk = 0;
   while (FindFree(s, &strip, &chunk)) {
@@ -560,8 +573,7 @@ int RunPath(const PathText& text, void* (*worker)(void*, int), const uint8_t* sr
         status[t] = -1;
       }
     }
-    // Before any work of the caller's own: a worker queued behind it would wait for all of it.
-    if (booted > 0) MoveQueuedOff(pool, 0, last);
+    if (booted > 0) parts[last].movePool = pool;
     Participate(parts[last]);
     // Started workers are about to end their last chunks: wait for them briefly rather than
     // sleep in the sync, whose wake-up costs more than a chunk. A worker not yet started may
