@@ -5,6 +5,7 @@
 // --benchmark_repetitions=3 --benchmark_min_time=0.3 --benchmark_report_aggregates_only=true
 // and compare medians of the same run; the 2-worker figure needs two otherwise idle CPUs.
 #include <benchmark/benchmark.h>
+#include <semaphore.h>
 #include <stdarg.h>
 #include <string.h>
 #include <unistd.h>
@@ -88,16 +89,23 @@ void BM_OursPool2Frame(benchmark::State& state) {
 
 // What two threads can reach on this machine at this moment: the top and the bottom half of the
 // plane blurred as two independent single-thread calls at the same time, the second on a thread
-// that spins for its job (no wake-up, no sharing). Against BM_Ours it bounds the pool's gain.
+// that spins for its job (range 1: no wake-up at all) or sleeps on a semaphore as a pool worker
+// does (range 0). No sharing, no chunks: against BM_Ours they bound the pool's gain.
 void BM_TwoHalvesAtOnce(benchmark::State& state) {
   const int k = static_cast<int>(state.range(0));
+  const bool spin = state.range(1) != 0;
   const int half = kHeight / 2;
   const size_t halfBytes = static_cast<size_t>(half) * kWidth;
   std::vector<uint8_t> out(Input().size());
   std::atomic<int> go{0};
   std::atomic<int> done{0};
+  sem_t start;
+  sem_t end;
+  sem_init(&start, 0, 0);
+  sem_init(&end, 0, 0);
   std::thread other([&] {
     for (int round = 1;; ++round) {
+      if (!spin) sem_wait(&start);
       int g = 0;
       while ((g = go.load(std::memory_order_acquire)) >= 0 && g < round) {
       }
@@ -105,18 +113,24 @@ void BM_TwoHalvesAtOnce(benchmark::State& state) {
       gaussian_blur(Input().data() + halfBytes, out.data() + halfBytes, kWidth, half, k,
                     SigmaFor(k), nullptr, 1, nullptr);
       done.store(round, std::memory_order_release);
+      if (!spin) sem_post(&end);
     }
   });
   int round = 0;
   for (auto _ : state) {
     go.store(++round, std::memory_order_release);
+    if (!spin) sem_post(&start);
     gaussian_blur(Input().data(), out.data(), kWidth, half, k, SigmaFor(k), nullptr, 1, nullptr);
+    if (!spin) sem_wait(&end);
     while (done.load(std::memory_order_acquire) < round) {
     }
     benchmark::DoNotOptimize(out.data());
   }
   go.store(-1, std::memory_order_release);
+  if (!spin) sem_post(&start);
   other.join();
+  sem_destroy(&start);
+  sem_destroy(&end);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Input().size()));
 }
 
@@ -154,7 +168,10 @@ BENCHMARK(BM_Ours)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRe
 BENCHMARK(BM_OursPool2)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OursFrame)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OursPool2Frame)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_TwoHalvesAtOnce)->Arg(3)->Arg(5)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_TwoHalvesAtOnce)
+    ->ArgsProduct({{3, 5, 7}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The interior of the plane as one strip, through kernel `strip`.
