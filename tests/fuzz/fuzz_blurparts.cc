@@ -63,7 +63,6 @@ void Workers(FuzzedDataProvider& p) {
   job.status = status;
   job.kernel = taps;
   job.src = interior ? src.data() + static_cast<size_t>(r) * ss : src.data();
-  Bytes out[2];
   job.bounds = bounds;
   job.scratch = withScratch ? scratch.data() : nullptr;
   job.scratchBlock = static_cast<long>(2 * r) * ss;
@@ -85,9 +84,8 @@ void Workers(FuzzedDataProvider& p) {
   }
   std::reverse(order.begin(), order.begin() + p.ConsumeIntegralInRange<size_t>(0, order.size()));
   if (kind == 0) order.clear();
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = init;
-    job.dst = interior ? out[lowest].data() + static_cast<size_t>(r) * ds : out[lowest].data();
+  const Bytes out = bvfuzz::Twins(init, "blur workers: targets differ", [&](uint8_t* o) {
+    job.dst = interior ? o + static_cast<size_t>(r) * ds : o;
     std::fill(status, status + th, 77);
     bivista::GaussArg arg = {&job, 0};
     if (kind == 0) {
@@ -106,8 +104,7 @@ void Workers(FuzzedDataProvider& p) {
       arg.index = t;
       worker(&arg, anyIndex);
     }
-  });
-  bvfuzz::CheckSame(out[0], out[1], "blur workers: targets differ");
+  }).out;
   // A strip fails when it is empty, narrower than the kernel or without scratch; a failed
   // strip of a narrow image holds its source rows, one without scratch stays untouched.
   const auto countOf = [&](int t) { return t == th - 1 ? job.rows - (th - 1) * per : per; };
@@ -125,12 +122,10 @@ void Workers(FuzzedDataProvider& p) {
     for (int x = 0; x < w; ++x) {
       uint8_t want = init[at + x];
       if (ran) want = status[t] == 0 ? whole[at + x] : w < k ? src[static_cast<size_t>(y) * ss + x] : want;
-      bvfuzz::Check(out[0][at + x] == want, "blur worker wrote outside its strip or differs");
-    }
-    for (int x = w; x < ds && at + x < out[0].size(); ++x) {
-      bvfuzz::Check(out[0][at + x] == init[at + x], "blur worker wrote row padding");
+      bvfuzz::Check(out[at + x] == want, "blur worker wrote outside its strip or differs");
     }
   }
+  bvfuzz::CheckPadding(out, init, w, h, ds, "blur worker wrote row padding");
   if (wholeRc != 0) bvfuzz::Check(w < k || h < k, "whole blur refused a fitting image");
 }
 
@@ -168,27 +163,21 @@ void Matrix(FuzzedDataProvider& p) {
   const size_t n = Area(rows, cols);
   const auto d = bvfuzz::Buffer<double>(p, n);
   const auto f = bvfuzz::Buffer<float>(p, n);
-  std::vector<double> dt[2];
-  std::vector<float> ft[2], mt[2];
-  double q[2];
+  using Doubles = std::vector<double>;
+  using Floats = std::vector<float>;
   const int len = p.ConsumeBool() ? static_cast<int>(n) : p.ConsumeIntegralInRange<int>(-3, 0);
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    dt[lowest].assign(n, -1.0);
-    ft[lowest].assign(n, -1.0f);
-    mt[lowest].assign(n, -1.0f);
-    dMatTransPose(d.data(), dt[lowest].data(), rows, cols);
-    dfMatTranspose(d.data(), ft[lowest].data(), rows, cols);
-    MatTranspose(f.data(), mt[lowest].data(), rows, cols);
-    q[lowest] = qnorm(f.data(), len);
-  });
-  bvfuzz::CheckSame(dt[0], dt[1], "dMatTransPose targets differ");
-  bvfuzz::CheckSame(ft[0], ft[1], "dfMatTranspose targets differ");
-  bvfuzz::Check(bvfuzz::SameElement(q[0], q[1]), "qnorm targets differ");
+  const auto [dt, ft, mt, q] = bvfuzz::TwinSet("transposes or qnorm: targets differ",
+                                               [&](Doubles& a, Floats& b, Floats& c, Doubles& r) {
+    dMatTransPose(d.data(), a.data(), rows, cols);
+    dfMatTranspose(d.data(), b.data(), rows, cols);
+    MatTranspose(f.data(), c.data(), rows, cols);
+    r[0] = qnorm(f.data(), len);
+  }, Doubles(n, -1.0), Floats(n, -1.0f), Floats(n, -1.0f), Doubles(1));
   for (size_t i = 0; i < n; ++i) {
     const size_t at = (i % cols) * rows + i / cols;
-    bvfuzz::Check(bvfuzz::SameElement(dt[0][at], d[i]), "dMatTransPose");
-    bvfuzz::Check(bvfuzz::SameElement(ft[0][at], static_cast<float>(d[i])), "dfMatTranspose");
-    bvfuzz::Check(bvfuzz::SameElement(mt[0][at], f[i]), "MatTranspose");
+    bvfuzz::Check(bvfuzz::SameElement(dt[at], d[i]), "dMatTransPose");
+    bvfuzz::Check(bvfuzz::SameElement(ft[at], static_cast<float>(d[i])), "dfMatTranspose");
+    bvfuzz::Check(bvfuzz::SameElement(mt[at], f[i]), "MatTranspose");
   }
   double want = 0.0;
   for (int i = len - 1; i >= 0; --i) want += static_cast<double>(f[i] * f[i]);
@@ -198,11 +187,5 @@ void Matrix(FuzzedDataProvider& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider p(data, size);
-  switch (p.ConsumeIntegralInRange<int>(0, 2)) {
-    case 0: Workers(p); break;
-    case 1: Quarters(p); break;
-    default: Matrix(p); break;
-  }
-  return 0;
+  return bvfuzz::RunFamily(data, size, {Workers, Quarters, Matrix});
 }

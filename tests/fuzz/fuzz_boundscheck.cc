@@ -295,13 +295,5 @@ void FuzzScanf(FuzzedDataProvider& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider p(data, size);
-  bvfuzz::ClearLog();
-  switch (p.ConsumeIntegralInRange<int>(0, 3)) {
-    case 0: FuzzMem(p); break;
-    case 1: FuzzStrings(p); break;
-    case 2: FuzzPrintf(p); break;
-    default: FuzzScanf(p);
-  }
-  return 0;
+  return bvfuzz::RunFamily(data, size, {FuzzMem, FuzzStrings, FuzzPrintf, FuzzScanf});
 }

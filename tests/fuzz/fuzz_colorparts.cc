@@ -236,11 +236,5 @@ void Pair(FuzzedDataProvider& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider p(data, size);
-  switch (p.ConsumeIntegralInRange<int>(0, 2)) {
-    case 0: Histograms(p); break;
-    case 1: Stages(p); break;
-    default: Pair(p); break;
-  }
-  return 0;
+  return bvfuzz::RunFamily(data, size, {Histograms, Stages, Pair});
 }

@@ -11,23 +11,6 @@
 #include "bivista/depthcalc_stages.h"
 #include "support.h"
 
-namespace {
-
-struct Out {
-  int rc = 0;
-  float result[4] = {-1.0f, -2.0f, -3.0f, -4.0f};
-  std::vector<uint8_t> disp, conf;
-  std::vector<std::string> log;
-  bool operator==(const Out& o) const {
-    for (int i = 0; i < 4; ++i) {
-      if (!bvfuzz::SameElement(result[i], o.result[i])) return false;
-    }
-    return rc == o.rc && disp == o.disp && conf == o.conf && log == o.log;
-  }
-};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider p(data, size);
   const int stage = p.ConsumeIntegralInRange<int>(0, 5);
@@ -58,21 +41,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const BIVISTA_Rect area{left, top, left + w - 1, top + h - 1};
   const int offset = top * S + left;
 
-  Out res[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    Out o;
-    o.disp = disp0;
-    o.conf = conf0;
+  using Floats = std::vector<float>;
+  bvfuzz::TwinSet("best and lowest target differ", [&](std::vector<uint8_t>& disp,
+                                                       std::vector<uint8_t>& conf, Floats& result,
+                                                       std::vector<int>& rc, std::vector<std::string>& log) {
     bvfuzz::ClearLog();
     DisparityType call = rec;
-    call.data = o.disp.data();
+    call.data = disp.data();
     switch (stage) {
       case 0:
-        o.rc = D2DataAnalysisAFDisparity_New(call, S, w, h, offset, o.result, winW, winH,
-                                             conf0.data());
+        rc[0] = D2DataAnalysisAFDisparity_New(call, S, w, h, offset, result.data(), winW, winH,
+                                              conf0.data());
         break;
-      case 1: o.rc = analysisAFDepth(call, S, w, h, offset, o.result, K, conf0.data()); break;
-      case 2: o.rc = D2AnalysisAFMultiDepth(call, S, w, h, offset); break;
+      case 1: rc[0] = analysisAFDepth(call, S, w, h, offset, result.data(), K, conf0.data()); break;
+      case 2: rc[0] = D2AnalysisAFMultiDepth(call, S, w, h, offset); break;
       case 3: {
         // Outputs start as a pattern; everything outside the area must keep it.
         std::vector<uint8_t> outDisp(n * bytes, 0x5A), outConf(n, 0xA5);
@@ -86,26 +68,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                           "correction wrote disparity outside its area");
           }
         }
-        o.disp = outDisp;
-        o.conf = outConf;
+        disp = outDisp;
+        conf = outConf;
         break;
       }
       case 4:
         // The dump paints its frame into an 8-bit plane; the writes are refused by the root.
-        SaveDispTransImage(bytes == 1 ? o.disp.data() : nullptr, conf0.data(), W, H, S, area);
+        SaveDispTransImage(bytes == 1 ? disp.data() : nullptr, conf0.data(), W, H, S, area);
         break;
       default: {
         const size_t fileBytes =
             rows > 0 && rowBytes > 0 ? static_cast<size_t>(rows - 1) * fileStride + rowBytes : 0;
         std::vector<uint8_t> file(disp0.begin(), disp0.begin() + std::min(fileBytes, disp0.size()));
         file.resize(fileBytes, 0x33);
-        o.rc = writeFile(refusedPath ? "/tmp/./fuzz_depthstages" : "/dev/null", file.data(),
-                         rowBytes, rows, fileStride);
+        rc[0] = writeFile(refusedPath ? "/tmp/./fuzz_depthstages" : "/dev/null", file.data(),
+                          rowBytes, rows, fileStride);
       }
     }
-    o.log = bvfuzz::LogLines();
-    res[lowest ? 1 : 0] = o;
-  });
-  bvfuzz::Check(res[0] == res[1], "best and lowest target differ");
+    log = bvfuzz::LogLines();
+  }, disp0, conf0, Floats{-1.0f, -2.0f, -3.0f, -4.0f}, std::vector<int>(1, 0), std::vector<std::string>());
   return 0;
 }

@@ -21,14 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto input = bvfuzz::Buffer<float>(p, area);
 
   void* pool = bvfuzz::SharedPool(2);
-  std::vector<float> out[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = input;
-    FGSFilter(mask.data(), out[lowest].data(), guide.data(), format, h, w, iterations, channels,
+  bvfuzz::TwinSet("FGSFilter: targets or thread counts differ", [&](bool lowest, std::vector<float>& o) {
+    FGSFilter(mask.data(), o.data(), guide.data(), format, h, w, iterations, channels,
               lowest ? nullptr : pool, lowest ? 0 : threads > 0 ? threads : 1, &bvfuzz::kHeap,
               sigma, lambda);
-  });
-  bvfuzz::CheckSame(out[0], out[1], "FGSFilter: targets or thread counts differ");
+  }, input);
   bvfuzz::Check(bvfuzz::HeapLive() == 0, "FGSFilter leaked a buffer");
 
   bvfuzz::HeapFail(1 + p.ConsumeIntegralInRange<int>(0, 5));
@@ -40,14 +37,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bvfuzz::HeapFail(0);
 
   // One pass and lines through the exported building blocks.
-  std::vector<float> wts = bvfuzz::Buffer<float>(p, area), scratch(area), lines[2];
+  std::vector<float> wts = bvfuzz::Buffer<float>(p, area), scratch(area);
   DREF_FGSThreadParam records[3];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    lines[lowest] = input;
-    DREF_FGS_filter(lines[lowest].data(), wts.data(), wts.data(), h, w, scratch.data(), records,
+  bvfuzz::TwinSet("DREF_FGS_filter: targets differ", [&](bool lowest, std::vector<float>& o) {
+    DREF_FGS_filter(o.data(), wts.data(), wts.data(), h, w, scratch.data(), records,
                     lowest ? nullptr : pool, 2);
-  });
-  bvfuzz::CheckSame(lines[0], lines[1], "DREF_FGS_filter: targets differ");
+  }, input);
 
   // Border mask, with or without a prior.
   const bool withPrior = p.ConsumeBool(), merge = p.ConsumeBool();

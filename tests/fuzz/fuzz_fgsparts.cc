@@ -43,13 +43,9 @@ void Lines(FuzzedDataProvider& p) {
   const size_t area = Area(n, len);
   const Floats in = bvfuzz::Buffer<float>(p, area), w = bvfuzz::Buffer<float>(p, area);
   const Floats scratch0(area, -3.5f);
-  Floats c[2];
-  int side = 0;
-  bvfuzz::Twins(in, "DREF_FGSFilter1D targets differ", [&](float* o) {
-    c[side] = scratch0;
-    DREF_FGSFilter1D(o, w.data(), c[side++].data(), n, len);
-  }, area == 0);
-  bvfuzz::CheckSame(c[0], c[1], "DREF_FGSFilter1D coefficients differ");
+  bvfuzz::TwinSet("DREF_FGSFilter1D targets differ", [&](Floats& f, Floats& c) {
+    DREF_FGSFilter1D(f.data(), w.data(), c.data(), n, len);
+  }, in, scratch0);
 
   const bool withPool = p.ConsumeBool();
   const int threads = Threads(p);
@@ -93,19 +89,16 @@ void Iteration(FuzzedDataProvider& p) {
   const int threads = Threads(p);
   if (Pool() == nullptr) return;
   std::vector<DREF_FGSThreadParam> records(threads > 0 ? threads : 0);
-  Floats ref = in, scratch(area), out[2];
+  Floats ref = in, scratch(area);
   DREF_FGS_filter(ref.data(), hw.data(), vw.data(), h, w, scratch.data(), nullptr, nullptr,
                   bvfuzz::AnyInt(p));
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = in;
-    DREF_FGS_filter(out[lowest].data(), hw.data(), vw.data(), h, w, scratch.data(),
-                    records.data(), Pool(), threads);
-  });
-  bvfuzz::CheckSame(out[0], out[1], "DREF_FGS_filter targets differ");
+  const Floats out = bvfuzz::Twins(in, "DREF_FGS_filter targets differ, or no workers changed data",
+                                   [&](float* o) {
+    DREF_FGS_filter(o, hw.data(), vw.data(), h, w, scratch.data(), records.data(), Pool(), threads);
+  }, threads < 1).out;
   if (threads >= 1 && threads <= kPoolThreads) {
-    bvfuzz::CheckSame(out[0], ref, "DREF_FGS_filter on the pool differs from no pool");
+    bvfuzz::CheckSame(out, ref, "DREF_FGS_filter on the pool differs from no pool");
   }
-  if (threads < 1) bvfuzz::CheckSame(out[0], in, "DREF_FGS_filter without workers changed data");
 }
 
 // Table entry d as the one-channel path gives it for a pixel pair differing by d (row d).
@@ -150,21 +143,12 @@ void Couplings(FuzzedDataProvider& p) {
   const uint32_t format = p.ConsumeBool() ? 0u : p.ConsumeIntegral<uint32_t>();
   if (planar || channels > 3) return;
   const Bytes g3 = area * 3 == guide.size() ? guide : bvfuzz::Buffer<uint8_t>(p, area * 3);
-  Floats hw[2], vw[2];
-  Bytes tg[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    hw[lowest] = init;
-    vw[lowest] = init;
-    tg[lowest].assign(area * 3, 0xA5);
-    DREF_GetFGS_Weight(g3.data(), rows, cols, channels, format, hw[lowest].data(),
-                       vw[lowest].data(), tg[lowest].data(), sigma, lambda);
-  });
-  bvfuzz::CheckSame(hw[0], hw[1], "DREF_GetFGS_Weight targets differ");
-  bvfuzz::CheckSame(vw[0], vw[1], "DREF_GetFGS_Weight vertical targets differ");
-  bvfuzz::CheckSame(tg[0], tg[1], "DREF_GetFGS_Weight transposed guide differs");
+  const auto [hw, vw, tg] = bvfuzz::TwinSet("DREF_GetFGS_Weight targets differ", [&](Floats& h, Floats& v, Bytes& t) {
+    DREF_GetFGS_Weight(g3.data(), rows, cols, channels, format, h.data(), v.data(), t.data(), sigma, lambda);
+  }, init, init, Bytes(area * 3, 0xA5));
   if (format != 0) {
-    bvfuzz::CheckSame(hw[0], init, "DREF_GetFGS_Weight wrote for another format");
-    bvfuzz::CheckSame(vw[0], init, "DREF_GetFGS_Weight wrote for another format");
+    bvfuzz::CheckSame(hw, init, "DREF_GetFGS_Weight wrote for another format");
+    bvfuzz::CheckSame(vw, init, "DREF_GetFGS_Weight wrote for another format");
   }
 }
 
@@ -204,46 +188,34 @@ void Masks(FuzzedDataProvider& p) {
     for (auto& m : mask) m &= 1;
   }
   const float value = p.ConsumeFloatingPoint<float>();
-  Floats a[2], b[2];
   const bool adapt = p.ConsumeBool();
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    a[lowest] = hw;
-    b[lowest] = vw;
+  const auto [a, b] = bvfuzz::TwinSet("mask pass targets differ", [&](Floats& x, Floats& y) {
     if (adapt) {
-      adaptWeightBymask(a[lowest].data(), b[lowest].data(), mask.data(), tmask.data(), h, w, value);
+      adaptWeightBymask(x.data(), y.data(), mask.data(), tmask.data(), h, w, value);
     } else {
-      changeWeight(a[lowest].data(), mask.data(), h, w, value);
+      changeWeight(x.data(), mask.data(), h, w, value);
     }
-  });
-  bvfuzz::CheckSame(a[0], a[1], "mask pass targets differ");
-  bvfuzz::CheckSame(b[0], b[1], "mask pass targets differ");
+  }, hw, vw);
   for (size_t i = 0; i < area; ++i) {
     const bool hSet = mask[i] != 0 && static_cast<int>(i % w) + 1 < w;
     const bool vSet = adapt && tmask[i] != 0 && static_cast<int>(i % h) + 1 < h;
-    bvfuzz::Check(bvfuzz::SameElement(a[0][i], hSet ? value : hw[i]), "changeWeight value");
-    bvfuzz::Check(bvfuzz::SameElement(b[0][i], vSet ? value : vw[i]), "adaptWeightBymask value");
+    bvfuzz::Check(bvfuzz::SameElement(a[i], hSet ? value : hw[i]), "changeWeight value");
+    bvfuzz::Check(bvfuzz::SameElement(b[i], vSet ? value : vw[i]), "adaptWeightBymask value");
   }
 
   const float factor = p.ConsumeFloatingPoint<float>();
   const int count = p.ConsumeBool() ? static_cast<int>(area) - p.ConsumeIntegralInRange<int>(0, 3)
                                     : (p.ConsumeBool() ? std::numeric_limits<int>::min() : -1);
-  float inv[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    a[lowest] = hw;
-    b[lowest] = vw;
-    inv[lowest] = updateWeight(a[lowest].data(), b[lowest].data(), count, mask.data(),
-                               tmask.data(), factor);
-  });
-  bvfuzz::CheckSame(a[0], a[1], "updateWeight targets differ");
-  bvfuzz::CheckSame(b[0], b[1], "updateWeight targets differ");
+  const auto [ua, ub, inv] = bvfuzz::TwinSet("updateWeight targets differ", [&](Floats& x, Floats& y, Floats& r) {
+    r[0] = updateWeight(x.data(), y.data(), count, mask.data(), tmask.data(), factor);
+  }, hw, vw, Floats(1));
   const float want = 1.0f / factor;
-  bvfuzz::Check(bvfuzz::SameElement(inv[0], want) && bvfuzz::SameElement(inv[1], want),
-                "updateWeight result");
+  bvfuzz::Check(bvfuzz::SameElement(inv[0], want), "updateWeight result");
   for (size_t i = 0; i < area; ++i) {
     const bool in = static_cast<int64_t>(i) < count;
-    bvfuzz::Check(bvfuzz::SameElement(a[0][i], in && mask[i] == 0 ? hw[i] * want : hw[i]),
+    bvfuzz::Check(bvfuzz::SameElement(ua[i], in && mask[i] == 0 ? hw[i] * want : hw[i]),
                   "updateWeight horizontal");
-    bvfuzz::Check(bvfuzz::SameElement(b[0][i], in && tmask[i] == 0 ? vw[i] * want : vw[i]),
+    bvfuzz::Check(bvfuzz::SameElement(ub[i], in && tmask[i] == 0 ? vw[i] * want : vw[i]),
                   "updateWeight vertical");
   }
 }
@@ -295,14 +267,5 @@ void Border(FuzzedDataProvider& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider p(data, size);
-  switch (p.ConsumeIntegralInRange<int>(0, 5)) {
-    case 0: Lines(p); break;
-    case 1: Iteration(p); break;
-    case 2: Couplings(p); break;
-    case 3: Transposes(p); break;
-    case 4: Masks(p); break;
-    default: Border(p); break;
-  }
-  return 0;
+  return bvfuzz::RunFamily(data, size, {Lines, Iteration, Couplings, Transposes, Masks, Border});
 }

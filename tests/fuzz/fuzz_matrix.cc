@@ -10,34 +10,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto b = bvfuzz::Buffer<float>(p, static_cast<size_t>(k) * n);
   const auto da = bvfuzz::Buffer<double>(p, static_cast<size_t>(m) * k);
   const auto db = bvfuzz::Buffer<double>(p, static_cast<size_t>(k) * n);
-  std::vector<float> c[2];
-  std::vector<double> dc[2];
-  std::vector<float> t[2], rot[2], inv[2];
-  float dot[2] = {0, 0};
+  using Floats = std::vector<float>;
   const float thr = p.ConsumeFloatingPoint<float>();
   const int angle = bvfuzz::AnyInt(p);
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    const int i = lowest ? 1 : 0;
-    c[i].assign(static_cast<size_t>(m) * n, -1.0f);
-    dc[i].assign(static_cast<size_t>(m) * n, -1.0);
+  const Floats zeros(b.size(), 0.0f);
+  bvfuzz::TwinSet("matrix helpers: targets differ", [&](Floats& c, std::vector<double>& dc,
+                                                        Floats& t, Floats& rot, Floats& dot, Floats& inv) {
     if (k > 0) {
-      MatMul(a.data(), b.data(), c[i].data(), m, k, k, n);
-      dMatMul(da.data(), db.data(), dc[i].data(), m, k, k, n);
+      MatMul(a.data(), b.data(), c.data(), m, k, k, n);
+      dMatMul(da.data(), db.data(), dc.data(), m, k, k, n);
     }
-    t[i].assign(b.size(), 0.0f);
-    MatTranspose(b.data(), t[i].data(), k, n);
-    rot[i].assign(b.size(), 0.0f);
-    AnticlockRotation(b.data(), rot[i].data(), n, k, angle);
-    MatDot(a.data(), a.data(), &dot[i], m, k);
-    inv[i] = b;
-    InvertDisparity(inv[i].data(), inv[i].data() + inv[i].size(), thr);
-  });
-  bvfuzz::CheckSame(c[0], c[1], "MatMul targets differ");
-  bvfuzz::CheckSame(dc[0], dc[1], "dMatMul targets differ");
-  bvfuzz::CheckSame(t[0], t[1], "MatTranspose targets differ");
-  bvfuzz::CheckSame(rot[0], rot[1], "AnticlockRotation targets differ");
-  bvfuzz::Check(bvfuzz::SameElement(dot[0], dot[1]), "MatDot targets differ");
-  bvfuzz::CheckSame(inv[0], inv[1], "InvertDisparity targets differ");
+    MatTranspose(b.data(), t.data(), k, n);
+    AnticlockRotation(b.data(), rot.data(), n, k, angle);
+    MatDot(a.data(), a.data(), dot.data(), m, k);
+    InvertDisparity(inv.data(), inv.data() + inv.size(), thr);
+  }, Floats(static_cast<size_t>(m) * n, -1.0f), std::vector<double>(static_cast<size_t>(m) * n, -1.0),
+     zeros, zeros, Floats(1, 0.0f), b);
 
   if (a.size() >= 9 && da.size() >= 9) {
     double out[9], before[9];

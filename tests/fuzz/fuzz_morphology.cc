@@ -81,12 +81,9 @@ void Fixed(FuzzedDataProvider& p) {
   const int iterations = p.ConsumeBool() ? p.ConsumeIntegralInRange<int>(-2, 4)
                                          : std::numeric_limits<int>::min();
   const Bytes image = bvfuzz::Buffer<uint8_t>(p, Extent(w, h, stride));
-  Bytes out[2], scratch[2];
-  bvfuzz::OnBestAndLowestTarget([&](bool lowest) {
-    out[lowest] = image;
-    scratch[lowest].assign(image.size(), 0x5A);
-    uint8_t* a = out[lowest].data();
-    uint8_t* s = scratch[lowest].data();
+  const auto [out, scratch] = bvfuzz::TwinSet("fixed-kernel targets differ", [&](Bytes& o, Bytes& sc) {
+    uint8_t* a = o.data();
+    uint8_t* s = sc.data();
     switch (op) {
       case 0: ErodeWith3x3Cross(a, s, w, h, stride, iterations); break;
       case 1: DilateWith3x3Cross(a, s, w, h, stride, iterations); break;
@@ -95,16 +92,8 @@ void Fixed(FuzzedDataProvider& p) {
       case 4: ErodeWith5x5Rect(a, s, w, h, stride); break;
       default: DilateWith5x5Rect(a, s, w, h, stride); break;
     }
-  });
-  bvfuzz::CheckSame(out[0], out[1], "fixed-kernel targets differ");
-  bvfuzz::CheckSame(scratch[0], scratch[1], "fixed-kernel scratch differs between targets");
-  // Padding bytes beyond the width of each row are never written.
-  for (int y = 0; !image.empty() && y + 1 < h; ++y) {
-    for (size_t i = static_cast<size_t>(y) * stride + w; i < static_cast<size_t>(y + 1) * stride;
-         ++i) {
-      if (out[0][i] != image[i]) bvfuzz::Check(false, "fixed kernel wrote row padding");
-    }
-  }
+  }, image, Bytes(image.size(), 0x5A));
+  bvfuzz::CheckPadding(out, image, w, h, stride, "fixed kernel wrote row padding");
 }
 
 void Connected(FuzzedDataProvider& p) {
@@ -173,14 +162,5 @@ void Legacy(FuzzedDataProvider& p) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider p(data, size);
-  switch (p.ConsumeIntegralInRange<int>(0, 5)) {
-    case 0: Integral(p); break;
-    case 1: Counter(p); break;
-    case 2: Fixed(p); break;
-    case 3: Connected(p); break;
-    case 4: Manhattan(p); break;
-    default: Legacy(p); break;
-  }
-  return 0;
+  return bvfuzz::RunFamily(data, size, {Integral, Counter, Fixed, Connected, Manhattan, Legacy});
 }

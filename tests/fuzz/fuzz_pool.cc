@@ -122,6 +122,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     return rc;
   };
+  // The model's result first and the call's (no order between them: they touch apart state).
+  const auto expect = [](int want, int got, const char* what) { bvfuzz::Check(got == want, what); };
   const auto index = [&]() {
     return p.ConsumeBool() ? p.ConsumeIntegralInRange<int>(-1, kMaxThreads) : bvfuzz::AnyInt(p);
   };
@@ -132,31 +134,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     switch (p.ConsumeIntegralInRange<int>(0, 8)) {
       case 0: {
         const bool withJob = p.ConsumeIntegralInRange<int>(0, 7) != 0;
-        const int want = range(first, 1, withJob);
-        bvfuzz::Check(MThread_Boot(h, first, withJob ? Job : nullptr, &slots) == want,
-                      "MThread_Boot result");
+        expect(range(first, 1, withJob), MThread_Boot(h, first, withJob ? Job : nullptr, &slots),
+               "MThread_Boot result");
         break;
       }
-      case 1: {
-        const int want = range(first, cnt, true);
-        bvfuzz::Check(MThread_Run(h, first, cnt, Job, &slots) == want, "MThread_Run result");
+      case 1:
+        expect(range(first, cnt, true), MThread_Run(h, first, cnt, Job, &slots), "MThread_Run result");
         break;
-      }
-      case 2: {
-        const int want = range(first, cnt, false);
-        bvfuzz::Check(MThread_Sync(h, first, cnt) == want, "MThread_Sync result");
+      case 2: expect(range(first, cnt, false), MThread_Sync(h, first, cnt), "MThread_Sync result"); break;
+      case 3: expect(range(first, 1, false), MThread_Clean(h, first), "MThread_Clean result"); break;
+      case 4:
+        expect(range(first, cnt, true) | range(first, cnt, false),
+               MThread_Finish(h, first, cnt, Job, &slots), "MThread_Finish result");
         break;
-      }
-      case 3: {
-        const int want = range(first, 1, false);
-        bvfuzz::Check(MThread_Clean(h, first) == want, "MThread_Clean result");
-        break;
-      }
-      case 4: {
-        const int want = range(first, cnt, true) | range(first, cnt, false);
-        bvfuzz::Check(MThread_Finish(h, first, cnt, Job, &slots) == want, "MThread_Finish result");
-        break;
-      }
       case 5:
         MThread_ChangeBindCoreFlag(h, Mode(p));
         break;

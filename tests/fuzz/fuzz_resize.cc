@@ -1,7 +1,9 @@
 // Resampling of float and 8-bit images: any small sizes (one row, one column, empty, negative,
 // a huge side beside an empty one), any sample values. Vector and lowest target agree; a call
 // whose source or destination is empty writes nothing.
+#include <functional>
 #include <limits>
+#include <utility>
 
 #include "bivista/imageformat.h"
 #include "support.h"
@@ -27,10 +29,8 @@ struct Shape {
 
 bool Small(const Shape& s) { return s.Pixels() <= 40000; }
 
-template <class T, class F>
-void Compare(const std::vector<T>& init, const char* what, bool mustStay, F&& call) {
-  bvfuzz::Twins(init, what, call, mustStay);
-}
+template <class T>
+using Call = std::pair<const char*, std::function<void(T*)>>;
 
 void Floats(FuzzedDataProvider& p, const Shape& s, const Shape& d) {
   const auto src = bvfuzz::Buffer<float>(p, s.Pixels());
@@ -43,45 +43,29 @@ void Floats(FuzzedDataProvider& p, const Shape& s, const Shape& d) {
   const std::vector<float> init(d.Pixels(), -7.0f);
   const bool none = s.Empty() || d.Empty();
   const float* in = src.data();
-  switch (p.ConsumeIntegralInRange<int>(0, 7)) {
-    case 0:
-      Compare(init, "ResizeFloat", none, [&](float* o) { ResizeFloat(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 1:
-      Compare(init, "ResizeDepth", none, [&](float* o) { ResizeDepth(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 2:
-      Compare(init, "ResizeSpareDisparity", none,
-              [&](float* o) { ResizeSpareDisparity(in, o, s.w, s.h, d.w, d.h, invalid); });
-      break;
-    case 3:
-      Compare(init, "ResizeSparedataFloat", none, [&](float* o) {
-        ResizeSparedataFloat(in, mask.data(), o, s.w, s.h, d.w, d.h, scale, invalid);
-      });
-      break;
-    case 4:
-      Compare(init, "ResizeSpareDisparityNearest", none,
-              [&](float* o) { ResizeSpareDisparityNearest(in, o, s.w, s.h, d.w, d.h, invalid); });
-      break;
-    case 5:
-      Compare(init, "ResizeFloatImg_Bilinear", none,
-              [&](float* o) { ResizeFloatImg_Bilinear(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 6:
-      Compare(init, "ResizeFloatImg_Bilinear quarters", none, [&](float* o) {
-        ResizeFloatImg_Bilinear_Downsample_Quarter(in, o, s.w, s.h, d.w, d.h);
-        ResizeFloatImg_Bilinear_Extend_Quarter(in, o, s.w, s.h, d.w, d.h);
-      });
-      break;
-    default: {
-      const auto low = bvfuzz::Buffer<uint8_t>(p, 3 * s.Pixels());
-      const auto full = bvfuzz::Buffer<uint8_t>(p, 3 * d.Pixels());
-      Compare(init, "ResizeFloatImage_KeepBorder_full", none, [&](float* o) {
-        ResizeFloatImage_KeepBorder_full(in, o, low.data(), full.data(), s.w, s.h, d.w, d.h);
-      });
-      break;
-    }
+  const int op = p.ConsumeIntegralInRange<int>(0, 7);
+  if (op == 7) {
+    const auto low = bvfuzz::Buffer<uint8_t>(p, 3 * s.Pixels());
+    const auto full = bvfuzz::Buffer<uint8_t>(p, 3 * d.Pixels());
+    bvfuzz::Twins(init, "ResizeFloatImage_KeepBorder_full", [&](float* o) {
+      ResizeFloatImage_KeepBorder_full(in, o, low.data(), full.data(), s.w, s.h, d.w, d.h);
+    }, none);
+    return;
   }
+  const Call<float> calls[] = {
+      {"ResizeFloat", [&](float* o) { ResizeFloat(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeDepth", [&](float* o) { ResizeDepth(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeSpareDisparity", [&](float* o) { ResizeSpareDisparity(in, o, s.w, s.h, d.w, d.h, invalid); }},
+      {"ResizeSparedataFloat",
+       [&](float* o) { ResizeSparedataFloat(in, mask.data(), o, s.w, s.h, d.w, d.h, scale, invalid); }},
+      {"ResizeSpareDisparityNearest",
+       [&](float* o) { ResizeSpareDisparityNearest(in, o, s.w, s.h, d.w, d.h, invalid); }},
+      {"ResizeFloatImg_Bilinear", [&](float* o) { ResizeFloatImg_Bilinear(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeFloatImg_Bilinear quarters", [&](float* o) {
+         ResizeFloatImg_Bilinear_Downsample_Quarter(in, o, s.w, s.h, d.w, d.h);
+         ResizeFloatImg_Bilinear_Extend_Quarter(in, o, s.w, s.h, d.w, d.h);
+       }}};
+  bvfuzz::Twins(init, calls[op].first, calls[op].second, none);
 }
 
 void Bytes(FuzzedDataProvider& p, const Shape& s, const Shape& d) {
@@ -95,9 +79,9 @@ void Bytes(FuzzedDataProvider& p, const Shape& s, const Shape& d) {
     const size_t sn = ch > 0 ? s.Pixels() * ch : 0, dn = ch > 0 ? d.Pixels() * ch : 0;
     const auto src = bvfuzz::Buffer<uint8_t>(p, sn);
     const std::vector<uint8_t> init(dn, 0xA5);
-    Compare(init, "ResizeUcharChl", none || ch < 1, [&](uint8_t* o) {
+    bvfuzz::Twins(init, "ResizeUcharChl", [&](uint8_t* o) {
       ResizeUcharChl(src.data() + (sn ? c : 0), o + (dn ? c : 0), s.w, s.h, d.w, d.h, ch);
-    });
+    }, none || ch < 1);
     return;
   }
   size_t sn = s.Pixels(), dn = d.Pixels();
@@ -109,27 +93,14 @@ void Bytes(FuzzedDataProvider& p, const Shape& s, const Shape& d) {
   const auto src = bvfuzz::Buffer<uint8_t>(p, sn);
   const std::vector<uint8_t> init(dn, 0xA5);
   const uint8_t* in = src.data();
-  switch (op) {
-    case 0:
-      Compare(init, "ResizeUchar", none, [&](uint8_t* o) { ResizeUchar(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 1:
-      Compare(init, "ResizeUcharMask", none,
-              [&](uint8_t* o) { ResizeUcharMask(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 3:
-      Compare(init, "ResizeUcharNV21", none,
-              [&](uint8_t* o) { ResizeUcharNV21(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    case 4:
-      Compare(init, "ResizeUcharRGB", none,
-              [&](uint8_t* o) { ResizeUcharRGB(in, o, s.w, s.h, d.w, d.h); });
-      break;
-    default:
-      Compare(init, "ResizeUchar_upScale2x2", none,
-              [&](uint8_t* o) { ResizeUchar_upScale2x2(in, o, s.w, s.h, d.w, d.h); });
-      break;
-  }
+  const Call<uint8_t> calls[] = {
+      {"ResizeUchar", [&](uint8_t* o) { ResizeUchar(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeUcharMask", [&](uint8_t* o) { ResizeUcharMask(in, o, s.w, s.h, d.w, d.h); }},
+      {nullptr, nullptr},  // op 2: one channel, above
+      {"ResizeUcharNV21", [&](uint8_t* o) { ResizeUcharNV21(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeUcharRGB", [&](uint8_t* o) { ResizeUcharRGB(in, o, s.w, s.h, d.w, d.h); }},
+      {"ResizeUchar_upScale2x2", [&](uint8_t* o) { ResizeUchar_upScale2x2(in, o, s.w, s.h, d.w, d.h); }}};
+  bvfuzz::Twins(init, calls[op].first, calls[op].second, none);
 }
 
 }  // namespace

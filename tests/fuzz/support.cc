@@ -38,6 +38,14 @@ void ClearLog() {
 }
 void SetProperty(const char* name, const char* value) { Props()[name] = value; }
 
+int RunFamily(const uint8_t* data, size_t size, std::initializer_list<Family> families) {
+  FuzzedDataProvider p(data, size);
+  ClearLog();
+  const int pick = p.ConsumeIntegralInRange<int>(0, static_cast<int>(families.size()) - 1);
+  families.begin()[pick](p);
+  return 0;
+}
+
 int Dim(FuzzedDataProvider& p, int lo, int hi) {
   switch (p.ConsumeIntegralInRange<int>(0, 3)) {
     case 0: return lo;

@@ -8,7 +8,9 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <initializer_list>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -26,6 +28,11 @@ void SetProperty(const char* name, const char* value);
 // scalar-most), restoring the dispatch afterwards. fn(bool lowest).
 template <class F>
 void OnBestAndLowestTarget(F&& fn);
+
+// One input for one of the families, picked by the input's first choice (in list order) after
+// the log is cleared. Returns 0 for LLVMFuzzerTestOneInput.
+using Family = void (*)(FuzzedDataProvider&);
+int RunFamily(const uint8_t* data, size_t size, std::initializer_list<Family> families);
 
 // A dimension in [lo, hi], biased towards small values and the edges of the range.
 int Dim(FuzzedDataProvider& p, int lo, int hi);
@@ -67,13 +74,17 @@ int HeapLive();
 float** WeightMap(FuzzedDataProvider& p, int classes);
 
 // Elements equal bit for bit; any two NaNs count as equal (payloads differ between ISAs and
-// instructions and are not part of any result).
+// instructions and are not part of any result). Other than plain data (log lines) by ==.
 template <class T>
 bool SameElement(const T& a, const T& b) {
-  if constexpr (std::is_floating_point_v<T>) {
-    if (a != a && b != b) return true;
+  if constexpr (!std::is_trivially_copyable_v<T>) {
+    return a == b;
+  } else {
+    if constexpr (std::is_floating_point_v<T>) {
+      if (a != a && b != b) return true;
+    }
+    return memcmp(&a, &b, sizeof(T)) == 0;
   }
-  return memcmp(&a, &b, sizeof(T)) == 0;
 }
 template <class T>
 bool SameBytes(const std::vector<T>& a, const std::vector<T>& b) {
@@ -94,7 +105,18 @@ void CheckSame(const std::vector<T>& a, const std::vector<T>& b, const char* wha
   size_t i = 0;
   while (i < a.size() && i < b.size() && SameElement(a[i], b[i])) ++i;
   ReportDiff(what, i, a.size(), b.size(), i < a.size() ? &a[i] : nullptr,
-             i < b.size() ? &b[i] : nullptr, sizeof(T));
+             i < b.size() ? &b[i] : nullptr, std::is_trivially_copyable_v<T> ? sizeof(T) : 0);
+}
+
+// Every element past the width of a row, up to the next row, still equals init's.
+template <class T>
+void CheckPadding(const std::vector<T>& out, const std::vector<T>& init, int w, int h, int stride,
+                  const char* what) {
+  for (int y = 0; y + 1 < h && w >= 1; ++y) {
+    for (size_t i = static_cast<size_t>(y) * stride + w; i < static_cast<size_t>(y + 1) * stride; ++i) {
+      Check(SameElement(out[i], init[i]), what);
+    }
+  }
 }
 
 void SetTargetForTest(bool lowest);
@@ -124,6 +146,29 @@ Twin<T> Twins(const std::vector<T>& init, const char* what, F&& call, bool mustS
   CheckSame(out[0], out[1], what);
   if (mustStay) CheckSame(out[0], init, what);
   return {std::move(out[0]), rc[0]};
+}
+
+// Twins for several outputs of any element types: call(outs...) runs on each target with every
+// output a fresh copy of its init; each output must agree between the targets. Returns the best
+// target's outputs (a one-element output carries a scalar result). A call taking a leading bool
+// is told which run it is (lowest).
+template <class F, class... V>
+std::tuple<V...> TwinSet(const char* what, F&& call, const V&... init) {
+  std::tuple<V...> out[2];
+  OnBestAndLowestTarget([&](bool lowest) {
+    out[lowest] = std::tuple<V...>(init...);
+    std::apply([&](V&... o) {
+      if constexpr (std::is_invocable_v<F&, bool, V&...>) {
+        call(lowest, o...);
+      } else {
+        call(o...);
+      }
+    }, out[lowest]);
+  });
+  std::apply([&](const V&... a) {
+    std::apply([&](const V&... b) { (CheckSame(a, b, what), ...); }, out[1]);
+  }, out[0]);
+  return std::move(out[0]);
 }
 
 template <class F>
