@@ -1,4 +1,5 @@
-// Resizers against direct formulations, their messages, and vector against scalar rows.
+// The float resizers against direct formulations, the messages, exact buffers, allocation
+// failures, and vector against scalar rows (the other resizers' values are in the golden digests).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -201,42 +202,9 @@ TEST(ResizeFloatKernels, RowsMatchScalarOnEveryTarget) {
   });
 }
 
-// Channel k of pixel p of an image with ch bytes a pixel, resized by the definition.
-float Direct(const std::vector<uint8_t>& s, int sw, int sh, int dw, int dh, int ch, int k, int p) {
-  const float fx = (p % dw) * (static_cast<float>(sw - 1) / dw), fy = (p / dw) * (static_cast<float>(sh - 1) / dh);
-  const int x0 = static_cast<int>(fx), y0 = static_cast<int>(fy);
-  const float ax = fx - x0, ay = fy - y0;
-  auto at = [&](int y, int x) { return static_cast<float>(s[(y * sw + x) * ch + k]); };
-  return (at(y0, x0) * (1 - ax) + at(y0, x0 + 1) * ax) * (1 - ay) + (at(y0 + 1, x0) * (1 - ax) + at(y0 + 1, x0 + 1) * ax) * ay;
-}
-
-TEST(ResizeU8, ResizersFollowTheDefinition) {
-  std::mt19937 rng(51);
-  for (const auto& z : kSizes) {
-    const int sw = z[0], sh = z[1], dw = z[2], dh = z[3];
-    for (int ch = 1; ch <= 4; ++ch) {
-      const auto src = Bytes(sw * sh * ch, rng);
-      if (ch == 1) {  // the plane truncates, the mask thresholds above 127
-        std::vector<uint8_t> out(dw * dh + 1, 0xEE), mask(dw * dh + 1, 0xEE);
-        ResizeUchar(src.data(), out.data(), sw, sh, dw, dh);
-        ResizeUcharMask(src.data(), mask.data(), sw, sh, dw, dh);
-        for (int p = 0; p < dw * dh; ++p) {
-          const float v = Direct(src, sw, sh, dw, dh, 1, 0, p);
-          ASSERT_TRUE(out[p] == static_cast<uint8_t>(static_cast<int>(v)) && mask[p] == (v > 127.0f ? 255 : 0)) << p;
-        }
-        EXPECT_TRUE(out[dw * dh] == 0xEE && mask[dw * dh] == 0xEE);
-      }
-      // A channel resizer touches only its channel.
-      for (int k = 0; k < ch; ++k) {
-        auto dst = Bytes(dw * dh * ch, rng);
-        const auto before = dst;
-        ResizeUcharChl(src.data() + k, dst.data() + k, sw, sh, dw, dh, ch);
-        for (int i = 0; i < dw * dh * ch; ++i)
-          ASSERT_EQ(dst[i], i % ch != k ? before[i] : static_cast<uint8_t>(static_cast<int>(Direct(src, sw, sh, dw, dh, ch, k, i / ch)))) << ch << " " << k << " " << i;
-      }
-    }
-  }
-  // At exactly 127 the mask stays 0; values just above 127 come up in the random images.
+// The mask thresholds above 127: at exactly 127 it stays 0. (The byte resizers' values are in
+// the golden digests; the rows' vector code is checked against scalar below.)
+TEST(ResizeU8, MaskStaysZeroAtExactly127) {
   const uint8_t flat[4] = {127, 127, 127, 127};
   uint8_t m[2];
   ResizeUcharMask(flat, m, 2, 2, 2, 1);
