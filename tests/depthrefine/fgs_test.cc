@@ -384,7 +384,7 @@ TEST(FgsFilter, OnePassAndLinesEqualDirectFormulation) {
     ExpectSameBits(data, expected);
     ExpectSameBits(scratch, t);
   }
-  // Lines: the scratch holds the modified upper coefficients; the split follows (i x N) / T.
+  // Lines: the scratch holds the modified upper coefficients; split over a pool, the same rows.
   std::vector<float> lines = s.data, c1(area);
   DREF_FGSFilter1D(lines.data(), hw.data(), c1.data(), h, w);
   ExpectSameBits(lines, rows);
@@ -393,10 +393,6 @@ TEST(FgsFilter, OnePassAndLinesEqualDirectFormulation) {
   lines = s.data;
   DREF_FGSFilter1D_multiThread(lines.data(), hw.data(), c1.data(), h, w, records, pool, 3);
   ExpectSameBits(lines, rows);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(records[i].startLine, i * 6);
-    EXPECT_EQ(records[i].endLine, i == 2 ? h : 6 * i + 6);
-  }
   // Four channels: the vertical couplings stay within the 3-byte transposed guide (fuzz finding).
   const std::vector<uint8_t> guide4(area * 4, 9);
   DREF_GetFGS_Weight(guide4.data(), h, w, 4, 0, hw.data(), vw.data(), tGuide.data(), 8.0f, 50.0f);
