@@ -4,7 +4,6 @@
 #include <math.h>
 #include <stddef.h>
 #include <string.h>
-
 #include <time.h>
 
 #include <atomic>
